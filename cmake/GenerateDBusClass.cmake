@@ -1,0 +1,30 @@
+# Makes CLASS.h and CLASS.cpp from XML with qdbusxml2cpp, which leaves two things undone:
+# - the class is not exported from the library: EXPORT goes in front of its name;
+# - comments are dropped from the introspection text: one that closes the interface element is put back.
+#
+# TOOL      qdbusxml2cpp
+# KIND      -a for an adaptor, -p for a proxy
+# INCLUDES  headers that the generated header includes, separated by commas
+
+string(REPLACE "," ";" includes "${INCLUDES}")
+list(TRANSFORM includes PREPEND "-i;")
+execute_process(COMMAND ${TOOL} ${includes} -c ${CLASS} ${KIND} ${CLASS} ${XML} COMMAND_ERROR_IS_FATAL ANY)
+
+# Semicolons and brackets have a meaning in CMake lists; the files are treated as plain strings throughout.
+file(READ ${CLASS}.h header)
+string(REPLACE "class ${CLASS}: public" "class ${EXPORT} ${CLASS}: public" header "${header}")
+
+file(READ ${XML} xml)
+set(end "  </interface>\n")
+string(FIND "${xml}" "-->\n${end}" commentEnd REVERSE)
+if(KIND STREQUAL "-a" AND commentEnd GREATER -1)
+    math(EXPR commentEnd "${commentEnd} + 4")
+    string(SUBSTRING "${xml}" 0 ${commentEnd} xml)
+    string(FIND "${xml}" "    <!--" commentBegin REVERSE)
+    string(SUBSTRING "${xml}" ${commentBegin} -1 comment)
+    string(REPLACE "\"" "\\\"" comment "${comment}")
+    string(REGEX REPLACE "([^\n]*)\n" "\"\\1\\\\n\"\n" comment "${comment}")
+    set(generatedEnd "\"  </interface>\\n\"\n")
+    string(REPLACE "${generatedEnd}" "${comment}${generatedEnd}" header "${header}")
+endif()
+file(WRITE ${CLASS}.h "${header}")

@@ -1,0 +1,19 @@
+# What an installed consumer finds: the CMake package plim_ble with plim::ble, and the pkg-config file plim_ble.
+
+include(CMakePackageConfigHelpers)
+
+set(PLIM_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/plim_ble)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/plim_bleConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake INSTALL_DESTINATION ${PLIM_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake ${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake
+    DESTINATION ${PLIM_CMAKE_DIR})
+install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR})
+
+set(AT @)
+configure_file(${PROJECT_SOURCE_DIR}/packaging/plim_ble.pc.in ${PROJECT_BINARY_DIR}/plim_ble.pc.in @ONLY)
+# The prefix is not known before installation (cmake --install --prefix), so the file is finished then.
+install(CODE "
+    set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
+    configure_file(\"${PROJECT_BINARY_DIR}/plim_ble.pc.in\" \"${PROJECT_BINARY_DIR}/plim_ble.pc\" @ONLY)")
+install(FILES ${PROJECT_BINARY_DIR}/plim_ble.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,46 @@
+# How this project's targets are compiled. Nothing in here reaches a consumer of the installed package.
+
+# Warnings, sanitizers and the language level for one of our own targets.
+function(plim_target_defaults target)
+    target_compile_features(${target} PRIVATE cxx_std_17)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF AUTOMOC ON)
+    target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
+                                                 QT_DEPRECATED_WARNINGS)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                             -Wold-style-cast -Woverloaded-virtual -Wconversion
+                                             -Wno-sign-conversion)
+    if(PLIM_WARNINGS_AS_ERRORS)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(PLIM_SANITIZE)
+        target_compile_options(${target} PRIVATE -fsanitize=${PLIM_SANITIZE} -fno-sanitize-recover=all
+                                                 -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${PLIM_SANITIZE})
+    endif()
+endfunction()
+
+# One of the three shared libraries: target plim_<name>, file lib<output>.so.<major>, alias plim::<name>.
+# Its public headers are installed into include/plim/<name>.
+function(plim_add_library name output)
+    cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;LINK" ${ARGN})
+    add_library(plim_${name} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
+    add_library(plim::${name} ALIAS plim_${name})
+    plim_target_defaults(plim_${name})
+    target_compile_features(plim_${name} PUBLIC cxx_std_17)
+    target_link_libraries(plim_${name} PUBLIC ${ARG_LINK})
+    target_include_directories(plim_${name}
+        PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}> $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
+               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/plim/${name}>)
+    string(TOUPPER ${name} upper)
+    target_compile_definitions(plim_${name} PRIVATE PLIM_${upper}_LIBRARY)
+    set_target_properties(plim_${name} PROPERTIES
+        OUTPUT_NAME ${output}
+        EXPORT_NAME ${name}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON)
+    install(TARGETS plim_${name} EXPORT plim_bleTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${name})
+endfunction()

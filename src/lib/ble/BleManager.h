@@ -1,0 +1,113 @@
+#pragma once
+
+#include "DBusTypes.h"
+#include "PlimBleExport.h"
+
+#include <QDBusObjectPath>
+#include <QList>
+#include <QObject>
+#include <QSharedPointer>
+#include <QString>
+#include <QStringList>
+
+class GapAdvertisement;
+class GattApplication;
+class OrgBluezGattManager1Interface;
+class OrgBluezLEAdvertisingManager1Interface;
+class OrgFreedesktopDBusObjectManagerInterface;
+class QDBusPendingCall;
+class QDBusPendingCallWatcher;
+
+/**
+ * Hands GATT applications and advertisements to BlueZ, for as long as they are held: whenever BlueZ's manager for
+ * them appears, and whenever they change. They may be added before, while or after BlueZ starts.
+ *
+ * BlueZ is asked asynchronously, and its answers go to the log only (logger "Ble"): DEBUG for a success, ERROR for a
+ * failure, which changes nothing and is not retried.
+ *
+ * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event loop; the
+ * objects handed over are expected to live there too.
+ */
+class PLIM_BLE_EXPORT BleManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    /**
+     * The manager of this process, made on the first call and never deleted. That call blocks until BlueZ has
+     * described its objects, 25 s (the time-out of a D-Bus call) at most; it returns at once where no BlueZ runs.
+     */
+    static BleManager* instance();
+
+    /** Looks for BlueZ's managers, blocking as instance() does. Call instance() instead. */
+    explicit BleManager(QObject* parent);
+
+    /** Says nothing to BlueZ: nothing is unregistered. */
+    ~BleManager() override;
+
+    /**
+     * Holds and registers an application, which stays the caller's; one that is held already is left alone. Deleting
+     * a held application is allowed. A null pointer is logged at ERROR and ignored.
+     */
+    void add(const GattApplication* app);
+    /** Unregisters an application and holds it no longer; one that is not held is left alone. */
+    void remove(const GattApplication* app);
+
+    /** Holds and registers an advertisement; otherwise like add() for an application. */
+    void add(const GapAdvertisement* adv);
+    /** Unregisters an advertisement and holds it no longer; one that is not held is left alone. */
+    void remove(const GapAdvertisement* adv);
+
+    // The four steps send one call each if BlueZ's manager is present, and nothing otherwise. They neither look at nor
+    // change what is held. A path that is no object path cannot be sent: that is logged like a failed call.
+    void registerApp(const GattApplication* app);
+    void unregisterApp(const GattApplication* app);
+    void registerAdv(const GapAdvertisement* adv);
+    void unregisterAdv(const GapAdvertisement* adv);
+
+private slots:
+    void on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList interfaces);
+    void on_interfacesRemoved(QDBusObjectPath path, QStringList interfaces);
+    void on_applicationDeleted(QObject* obj);
+    void on_advertisementDeleted(QObject* obj);
+    void on_advertisementChanged(const GapAdvertisement* adv);
+    void on_applicationChanged(const GattApplication* app);
+    void on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher);
+
+private:
+    /** Where applications and advertisements differ. */
+    template <typename Object>
+    struct Kind
+    {
+        const char* name;
+        QList<const Object*> BleManager::*held;
+        void (Object::*changed)(const Object*);
+        void (BleManager::*on_changed)(const Object*);
+        void (BleManager::*on_deleted)(QObject*);
+        void (BleManager::*registerStep)(const Object*);
+        void (BleManager::*unregisterStep)(const Object*);
+    };
+    template <typename Object>
+    static const Kind<Object> kind;
+
+    template <typename Object>
+    void hold(const Object* object, const char* signature);
+    template <typename Object>
+    void release(const Object* object, const char* signature);
+    template <typename Object>
+    void onChanged(const Object* object, const char* signature);
+    template <typename Object>
+    void onDeleted(const QObject* dying, const char* signature);
+    template <typename Manager, typename Object, typename Call>
+    void send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const char* step,
+              const char* signature);
+    template <typename Manager>
+    QSharedPointer<Manager> managerAt(const QString& path);
+    void watch(const QDBusPendingCall& call, const char* step);
+
+    OrgFreedesktopDBusObjectManagerInterface* m_objectManager;
+    QSharedPointer<OrgBluezGattManager1Interface> m_gattManager;
+    QList<const GattApplication*> m_applications;
+    QSharedPointer<OrgBluezLEAdvertisingManager1Interface> m_advManager;
+    QList<const GapAdvertisement*> m_advertisements;
+};

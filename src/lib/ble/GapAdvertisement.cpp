@@ -1,0 +1,282 @@
+#include "GapAdvertisement.h"
+
+#include "LEAdvertisement1Adaptor.h"
+#include "LogText.h"
+#include "plimlog.h"
+
+#include <QDBusConnection>
+#include <QDBusMetaType>
+
+namespace {
+
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
+} // namespace
+
+GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath)
+    : QObject(parent), m_dbusPath(dbusPath)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "dbusPath: " << dbusPath);
+    registerDBusTypes();
+    qRegisterMetaType<DBusAdvData>("DBusAdvData");
+    qDBusRegisterMetaType<DBusAdvData>();
+    qRegisterMetaType<DBusManufacturerData>("DBusManufacturerData");
+    qDBusRegisterMetaType<DBusManufacturerData>();
+    m_adaptor = new LEAdvertisement1Adaptor(this);
+    if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Failed to register LEAdvertisement1 adaptor at " << dbusPath);
+    }
+}
+
+void GapAdvertisement::setAppearance(unsigned short appearance)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "appearance: " << appearance);
+    m_appearance = appearance;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setDiscoverable(bool discoverable)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "discoverable: " << discoverable);
+    m_discoverable = discoverable;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setIncludeTxPower(bool include)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "include: " << include);
+    m_includeTxPower = include;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setTxPower(short power)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, power);
+    m_txPower = power;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setTimeout(unsigned short seconds)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, seconds);
+    m_timeout = seconds;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setMinInterval(unsigned int milliseconds)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, milliseconds);
+    m_minInterval = milliseconds;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setMaxInterval(unsigned int milliseconds)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, milliseconds);
+    m_maxInterval = milliseconds;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setLocalName(const QString& name)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "name: " << name);
+    m_localName = name;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType& type)
+{
+    PLIM_LOG_ENTER(logger, TRACE, "void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType&)", "type: " << int(type));
+    m_type = type;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setServiceUUIDs(const QStringList& uuids)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_serviceUUIDs = uuids;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setSolicitUUIDs(const QStringList& uuids)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_serviceUUIDs = uuids;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setServiceData(const QVariantMap& data)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_serviceData = data;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setManufacturerData(const GapManufacturerData& data)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_manufacturerData = data;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setAdvData(const QByteArray& data)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_advData = parseAdvertisementData(data);
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setScanRspData(const QByteArray& data)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_scanRspData = parseAdvertisementData(data);
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setAdvData(uint8_t type, const QByteArray& data)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_advData[type] = data;
+    emit dataChanged(this);
+}
+
+void GapAdvertisement::setScanRspData(uint8_t type, const QByteArray& data)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    m_scanRspData[type] = data;
+    emit dataChanged(this);
+}
+
+DBusAdvData GapAdvertisement::parseAdvertisementData(const QByteArray& data) const
+{
+    DBusAdvData blocks;
+    int i = 0;
+    while (i + 1 < data.size()) {
+        const auto length = static_cast<unsigned char>(data.at(i));
+        const auto type = static_cast<unsigned char>(data.at(i + 1));
+        PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "chunk type: " << int(type) << " length: " << int(length));
+        // A length of 0 gives mid() a count of -1, all the rest, and does not end the walk: kept that literal.
+        blocks[type] = data.mid(i + 2, length - 1);
+        i += length + 1;
+    }
+    return blocks;
+}
+
+unsigned short GapAdvertisement::appearance() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_appearance);
+    return m_appearance;
+}
+
+bool GapAdvertisement::discoverable() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_discoverable);
+    return m_discoverable;
+}
+
+unsigned short GapAdvertisement::discoverableTimeout() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_discoverableTimeout);
+    return m_discoverableTimeout;
+}
+
+unsigned short GapAdvertisement::duration() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_duration);
+    return m_duration;
+}
+
+QString GapAdvertisement::localName() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_localName);
+    return m_localName;
+}
+
+unsigned int GapAdvertisement::maxInterval() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_maxInterval);
+    return m_maxInterval;
+}
+
+unsigned int GapAdvertisement::minInterval() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_minInterval);
+    return m_minInterval;
+}
+
+unsigned short GapAdvertisement::timeout() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_timeout);
+    return m_timeout;
+}
+
+short GapAdvertisement::txPower() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_txPower);
+    return m_txPower;
+}
+
+DBusAdvData GapAdvertisement::data() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_advData.size());
+    return m_advData;
+}
+
+DBusAdvData GapAdvertisement::scanData() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, m_scanRspData.size());
+    return m_scanRspData;
+}
+
+DBusManufacturerData GapAdvertisement::manufacturerData() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "size=" << m_manufacturerData.size());
+    return m_manufacturerData;
+}
+
+QStringList GapAdvertisement::serviceUUIDs() const
+{
+    return m_serviceUUIDs;
+}
+
+QStringList GapAdvertisement::solicitUUIDs() const
+{
+    return m_solicitUUIDs;
+}
+
+QVariantMap GapAdvertisement::serviceData() const
+{
+    return m_serviceData;
+}
+
+QString GapAdvertisement::secondaryChannel() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return {};
+}
+
+QString GapAdvertisement::type() const
+{
+    switch (m_type) {
+    case Peripheral:
+        return QStringLiteral("peripheral");
+    case Broadcast:
+        return QStringLiteral("broadcast");
+    }
+    return {};
+}
+
+QStringList GapAdvertisement::includes() const
+{
+    QStringList includes;
+    if (m_includeTxPower) {
+        includes << QStringLiteral("tx-power");
+    }
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, LogText::list(includes));
+    return includes;
+}
+
+void GapAdvertisement::Release()
+{
+    PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gap advertisement release: " << m_dbusPath);
+}

@@ -1,0 +1,159 @@
+#pragma once
+
+#include "BleDBusTypes.h"
+#include "PlimBleExport.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <cstdint>
+
+class LEAdvertisement1Adaptor;
+
+using GapManufacturerData = DBusManufacturerData;
+
+/**
+ * One LE advertisement, exported on the system bus as org.bluez.LEAdvertisement1.
+ *
+ * A plain holder of properties: every value is stored and shown to BlueZ unchanged, which judges it when the
+ * advertisement is registered. Hand it over with BleManager::add(). Each setter call on a held advertisement makes the
+ * manager unregister and register it anew, whether or not the value differs: set everything first, add last.
+ *
+ * The caller owns it. It lives on one thread, the one that runs the caller's Qt event loop.
+ */
+class PLIM_BLE_EXPORT GapAdvertisement : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(ushort Appearance READ appearance)
+    Q_PROPERTY(DBusAdvData Data READ data)
+    Q_PROPERTY(DBusAdvData ScanData READ scanData)
+    Q_PROPERTY(bool Discoverable READ discoverable)
+    Q_PROPERTY(ushort DiscoverableTimeout READ discoverableTimeout)
+    Q_PROPERTY(ushort Duration READ duration)
+    Q_PROPERTY(QStringList Includes READ includes)
+    Q_PROPERTY(QString LocalName READ localName)
+    Q_PROPERTY(DBusManufacturerData ManufacturerData READ manufacturerData)
+    Q_PROPERTY(uint MaxInterval READ maxInterval)
+    Q_PROPERTY(uint MinInterval READ minInterval)
+    Q_PROPERTY(QString SecondaryChannel READ secondaryChannel)
+    Q_PROPERTY(QVariantMap ServiceData READ serviceData)
+    Q_PROPERTY(QStringList ServiceUUIDs READ serviceUUIDs)
+    Q_PROPERTY(QStringList SolicitUUIDs READ solicitUUIDs)
+    Q_PROPERTY(ushort Timeout READ timeout)
+    Q_PROPERTY(short TxPower READ txPower)
+    Q_PROPERTY(QString Type READ type)
+
+public:
+    /** Whether centrals may connect; any other value gives an empty type, which BlueZ refuses. */
+    enum GapDeviceType : int { Peripheral = 0, Broadcast = 1 };
+
+    /**
+     * Exports the advertisement. A failed export (a path that is taken or is no object path, no system bus) is logged
+     * at ERROR; the object stays usable locally, but BlueZ cannot read it.
+     *
+     * @param parent    the Qt parent, which then owns the advertisement, or null
+     * @param dbusPath  the object path, for instance "/com/example/device/advertisement"
+     */
+    GapAdvertisement(QObject* parent, const QString& dbusPath);
+
+    /** The object path as given. */
+    QString dbusPath() const { return m_dbusPath; }
+
+    /** The appearance, a number that the Bluetooth SIG assigns; 0xFFFF at first. */
+    void setAppearance(unsigned short appearance);
+    /** Whether the device is to be generally discoverable while this is advertised; false at first. */
+    void setDiscoverable(bool discoverable);
+    /** Whether BlueZ adds the transmit power to the payload ("tx-power" in Includes); false at first. */
+    void setIncludeTxPower(bool include);
+    /** The requested transmit power in dBm; 127 at first. BlueZ takes -127 to 20. */
+    void setTxPower(short power);
+    /** Seconds after which BlueZ drops the advertisement; 0 for never. */
+    void setTimeout(unsigned short seconds);
+    /** The shortest advertising interval in ms; 0 at first. BlueZ takes 20 to 10,485,759. */
+    void setMinInterval(unsigned int milliseconds);
+    /** The longest advertising interval in ms; 0 at first. BlueZ takes 20 to 10,485,759. */
+    void setMaxInterval(unsigned int milliseconds);
+    /** The local name; empty at first. */
+    void setLocalName(const QString& name);
+    /** The type; Peripheral at first. */
+    void setType(const GapAdvertisement::GapDeviceType& type);
+    /** The UUIDs of the advertised services. */
+    void setServiceUUIDs(const QStringList& uuids);
+    /** Sets the same list as setServiceUUIDs(); the list of solicited services always stays empty. */
+    void setSolicitUUIDs(const QStringList& uuids);
+    /** Service UUID to that service's data, a byte array each. */
+    void setServiceData(const QVariantMap& data);
+    /** Company identifier to manufacturer data. */
+    void setManufacturerData(const GapManufacturerData& data);
+
+    /** Replaces the raw advertising data with the AD structures of a whole payload; see parseAdvertisementData(). */
+    void setAdvData(const QByteArray& data);
+    /** Replaces the raw scan-response data with the AD structures of a whole payload. */
+    void setScanRspData(const QByteArray& data);
+    /** Adds or replaces one AD structure of the advertising data; an empty array makes one without data. */
+    void setAdvData(uint8_t type, const QByteArray& data);
+    /** Adds or replaces one AD structure of the scan-response data. */
+    void setScanRspData(uint8_t type, const QByteArray& data);
+
+    /**
+     * Splits a payload into its AD structures (length, type, data) by type, the last one of a type winning.
+     *
+     * Nothing is rejected: a structure that claims more than there is gets what there is, a single byte at the end is
+     * ignored, and a length of 0 takes everything up to the end while the walk goes on one byte further.
+     */
+    DBusAdvData parseAdvertisementData(const QByteArray& data) const;
+
+    unsigned short appearance() const;
+    bool discoverable() const;
+    unsigned short discoverableTimeout() const;
+    unsigned short duration() const;
+    QString localName() const;
+    unsigned int maxInterval() const;
+    unsigned int minInterval() const;
+    QString secondaryChannel() const;
+    unsigned short timeout() const;
+    short txPower() const;
+    /** "peripheral" or "broadcast". */
+    QString type() const;
+    QStringList serviceUUIDs() const;
+    QStringList solicitUUIDs() const;
+    QStringList includes() const;
+    DBusAdvData data() const;
+    DBusAdvData scanData() const;
+    DBusManufacturerData manufacturerData() const;
+    QVariantMap serviceData() const;
+
+signals:
+    /**
+     * A setter was called. Deleting the advertisement in a slot is safe.
+     * @param adv  this advertisement
+     */
+    void dataChanged(const GapAdvertisement* adv);
+
+private slots:
+    void Release();
+
+private:
+    const QString m_dbusPath;
+    LEAdvertisement1Adaptor* m_adaptor = nullptr;
+    bool m_includeTxPower = false;
+    DBusManufacturerData m_manufacturerData;
+    QString m_localName;
+    DBusAdvData m_advData;
+    DBusAdvData m_scanRspData;
+    QVariantMap m_serviceData;
+    QStringList m_serviceUUIDs;
+    const QStringList m_solicitUUIDs;
+    GapDeviceType m_type = Peripheral;
+    unsigned short m_appearance = 0xFFFF;
+    unsigned int m_minInterval = 0;
+    unsigned int m_maxInterval = 0;
+    short m_txPower = 127;
+    unsigned short m_timeout = 0;
+    bool m_discoverable = false;
+    const unsigned short m_discoverableTimeout = 0;
+    const unsigned short m_duration = 0;
+};

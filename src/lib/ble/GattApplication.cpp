@@ -1,0 +1,81 @@
+#include "GattApplication.h"
+
+#include "GattDetail.h"
+#include "ObjectManagerAdaptor.h"
+#include "plimlog.h"
+
+#include <QDBusConnection>
+#include <QPointer>
+
+namespace {
+
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
+} // namespace
+
+GattApplication::GattApplication(QObject* parent, const QString& dbusPath, const QString& serviceName)
+    : QObject(parent), m_dbusPath(dbusPath)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "dbusPath: " << dbusPath << " serviceName: " << serviceName);
+    registerDBusTypes();
+    new ObjectManagerAdaptor(this);
+    QDBusConnection bus = QDBusConnection::systemBus();
+    if (bus.registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
+        bus.registerService(serviceName);
+    } else {
+        PLIM_LOG(logger, FATAL, Q_FUNC_INFO, "Failed to register ObjectManager at " << dbusPath);
+    }
+}
+
+QString GattApplication::dbusPath() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_dbusPath;
+}
+
+QList<GattService*> GattApplication::services() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_services.values();
+}
+
+GattService* GattApplication::createService(const QString& uuid, bool primary)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid << " primary: " << primary);
+    const QString path = GattDetail::childPath(m_dbusPath, uuid);
+    const QPointer<GattService> service = new GattService(this, uuid, primary, path);
+    plim::connect(service.data(), &GattService::handlesChanged, this, &GattApplication::on_handlesChanged);
+    plim::connect(service.data(), &QObject::destroyed, this, &GattApplication::on_serviceDeleted);
+    m_services.insert(uuid, service);
+    emit applicationChanged(this);
+    return service;
+}
+
+DBusManagedObjectList GattApplication::GetManagedObjects()
+{
+    DBusManagedObjectList objects;
+    for (const GattService* service : m_services.values()) {
+        objects.insert(QDBusObjectPath(service->dbusPath()), service->dbusInterfaceList());
+        for (const GattCharacteristic* characteristic : service->characteristics()) {
+            objects.insert(QDBusObjectPath(characteristic->dbusPath()), characteristic->dbusInterfaceList());
+            for (const GattDescriptor* descriptor : characteristic->descriptors()) {
+                objects.insert(QDBusObjectPath(descriptor->dbusPath()), descriptor->dbusInterfaceList());
+            }
+        }
+    }
+    return objects;
+}
+
+void GattApplication::on_handlesChanged()
+{
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
+    emit applicationChanged(this);
+}
+
+void GattApplication::on_serviceDeleted(QObject* obj)
+{
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
+    if (GattDetail::forget(m_services, obj)) {
+        emit applicationChanged(this);
+    }
+}

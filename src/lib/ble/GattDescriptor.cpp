@@ -1,0 +1,96 @@
+#include "GattDescriptor.h"
+
+#include "DBusHelper.h"
+#include "GattCharacteristic.h"
+#include "GattDescriptor1Adaptor.h"
+#include "GattDetail.h"
+#include "LogText.h"
+#include "plimlog.h"
+
+#include <QDBusConnection>
+
+namespace {
+
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
+} // namespace
+
+GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
+                               Option option)
+    : QObject(characteristic),
+      m_characteristicPath(characteristic->dbusPath()),
+      m_uuid(uuid),
+      m_dbusPath(dbusPath),
+      m_option(option),
+      m_adaptor(new GattDescriptor1Adaptor(this))
+{
+    if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
+        PLIM_LOG(logger, ERROR,
+                 "GattDescriptor::GattDescriptor(GattCharacteristic*, const QString&, const QString&, "
+                 "GattDescriptor::Option)",
+                 "Failed to register GattDescriptor1 adaptor at " << dbusPath);
+    }
+}
+
+void GattDescriptor::setReadCallback(const std::function<QByteArray()>& callback)
+{
+    std::function<QByteArray()>(callback).swap(m_readCallback);
+}
+
+QString GattDescriptor::dbusPath() const
+{
+    return m_dbusPath;
+}
+
+DBusInterfaceList GattDescriptor::dbusInterfaceList() const
+{
+    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+}
+
+QDBusObjectPath GattDescriptor::characteristic() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return QDBusObjectPath(m_characteristicPath);
+}
+
+QString GattDescriptor::uuid() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_uuid;
+}
+
+QByteArray GattDescriptor::value() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_value;
+}
+
+QStringList GattDescriptor::flags() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    QStringList flags;
+    if (m_option & Read) {
+        flags << QStringLiteral("read");
+    }
+    if (m_option & Write) {
+        flags << QStringLiteral("write");
+    }
+    return flags;
+}
+
+QByteArray GattDescriptor::ReadValue(const QVariantMap& flags)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << m_uuid << " options: " << LogText::map(flags));
+    const qint64 offset = GattDetail::offsetOf(flags);
+    const bool fetch = offset == 0 && m_readCallback;
+    const QByteArray value = fetch ? GattDetail::refresh(this, m_value, m_readCallback, m_uuid) : m_value;
+    return GattDetail::mid(value, offset, GattDetail::pageSize - offset);
+}
+
+void GattDescriptor::WriteValue(const QByteArray& value, const QVariantMap& flags)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
+                   "uuid: " << m_uuid << " size: " << value.size() << ", options: " << LogText::map(flags));
+    GattDetail::overwrite(m_value, GattDetail::offsetOf(flags), value);
+    emit valueChanged();
+}

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "BleDBusTypes.h"
+#include "PlimBleExport.h"
+
+#include <QByteArray>
+#include <QDBusObjectPath>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <functional>
+
+class GattCharacteristic;
+class GattDescriptor1Adaptor;
+
+/**
+ * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
+ *
+ * Made by GattCharacteristic::addDescriptor() and owned by that characteristic; deleting it alone is allowed and makes
+ * the application register anew. Its content comes from a read callback or from what the peer writes.
+ *
+ * Lives on the thread of the application, the one that runs its Qt event loop.
+ */
+class PLIM_BLE_EXPORT GattDescriptor : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QDBusObjectPath Characteristic READ characteristic)
+    Q_PROPERTY(QStringList Flags READ flags)
+    Q_PROPERTY(QString UUID READ uuid)
+    Q_PROPERTY(QByteArray Value READ value)
+
+public:
+    /** What BlueZ lets a peer do; a set of bits, other bits than these are ignored. */
+    enum Option : int { Read = 0x1, Write = 0x2 };
+    friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
+
+    /**
+     * Exports the descriptor. A failed export (a path that is taken or is no object path) is logged at ERROR; the
+     * object stays usable locally. Call GattCharacteristic::addDescriptor() instead, which records it too.
+     */
+    GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath, Option option);
+
+    /**
+     * Sets what supplies the value whenever a read starts at offset 0; an empty function removes it. It runs on this
+     * object's thread inside BlueZ's call, so its duration delays the answer, and may delete this object. What it
+     * throws is logged at ERROR, and the value stays as it was.
+     */
+    void setReadCallback(const std::function<QByteArray()>& callback);
+
+    /** The object path: the characteristic's path, "/desc" and a number that is never used again. */
+    QString dbusPath() const;
+
+    /** This object's entry in the application's GetManagedObjects. */
+    DBusInterfaceList dbusInterfaceList() const;
+
+    /** The object path of the characteristic. */
+    QDBusObjectPath characteristic() const;
+
+    /** The UUID as it was given to GattCharacteristic::addDescriptor(). */
+    QString uuid() const;
+
+    /** The whole value, as last fetched by the callback or written by a peer. */
+    QByteArray value() const;
+
+    /** BlueZ's words for the options: "read", "write". */
+    QStringList flags() const;
+
+signals:
+    /** A peer wrote the value. Deleting this object in a slot is safe. */
+    void valueChanged();
+
+public slots:
+    /**
+     * BlueZ's read: the value from the "offset" in the options up to byte 512, or to the end for an offset beyond
+     * 512. The callback is asked only at offset 0.
+     */
+    QByteArray ReadValue(const QVariantMap& flags);
+
+    /** BlueZ's write: cuts the value at the "offset" in the options and appends; beyond the end it only appends. */
+    void WriteValue(const QByteArray& value, const QVariantMap& flags);
+
+private:
+    const QString m_characteristicPath;
+    const QString m_uuid;
+    const QString m_dbusPath;
+    const Option m_option;
+    GattDescriptor1Adaptor* m_adaptor;
+    QByteArray m_value;
+    std::function<QByteArray()> m_readCallback;
+};

@@ -1,0 +1,64 @@
+#include "GattDetail.h"
+
+#include "plimlog.h"
+
+#include <QPointer>
+
+#include <exception>
+#include <limits>
+
+namespace {
+
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
+int toInt(qint64 number)
+{
+    using Limits = std::numeric_limits<int>;
+    return int(qBound<qint64>(Limits::min(), number, Limits::max()));
+}
+
+} // namespace
+
+QString GattDetail::childPath(const QString& parentPath, const QString& uuid)
+{
+    return parentPath + QLatin1Char('/') + QString(uuid).replace(QLatin1Char('-'), QLatin1Char('_'));
+}
+
+qint64 GattDetail::offsetOf(const QVariantMap& options)
+{
+    return options.value(QStringLiteral("offset")).toInt();
+}
+
+QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
+{
+    if (start < 0) {
+        length = length < 0 ? length : qMax<qint64>(0, start + length);
+        start = 0;
+    }
+    return bytes.mid(toInt(start), toInt(length));
+}
+
+void GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes)
+{
+    value.truncate(toInt(offset));
+    value.append(bytes);
+}
+
+QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value, std::function<QByteArray()> callback,
+                               QString uuid)
+{
+    const QPointer<const QObject> alive = attribute;
+    const QByteArray old = value;
+    try {
+        const QByteArray fresh = callback();
+        if (alive) {
+            value = fresh;
+        }
+        return fresh;
+    } catch (const std::exception& error) {
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << uuid << " failed: " << error.what());
+    } catch (...) {
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << uuid << " failed");
+    }
+    return alive ? value : old;
+}

@@ -1,0 +1,75 @@
+#include "GattService.h"
+
+#include "DBusHelper.h"
+#include "GattDetail.h"
+#include "GattService1Adaptor.h"
+#include "plimlog.h"
+
+#include <QDBusConnection>
+#include <QPointer>
+
+namespace {
+
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
+} // namespace
+
+GattService::GattService(QObject* parent, const QString& uuid, bool primary, const QString& dbusPath)
+    : QObject(parent), m_uuid(uuid), m_primary(primary), m_dbusPath(dbusPath)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
+                   "uuid: " << uuid << " primary: " << primary << " dbusPath: " << dbusPath);
+    m_adaptor = new GattService1Adaptor(this);
+    if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Failed to register GattService1 adaptor at " << dbusPath);
+    }
+}
+
+QString GattService::uUID() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_uuid;
+}
+
+bool GattService::primary() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_primary;
+}
+
+QString GattService::dbusPath() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
+    return m_dbusPath;
+}
+
+DBusInterfaceList GattService::dbusInterfaceList() const
+{
+    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+}
+
+QList<GattCharacteristic*> GattService::characteristics() const
+{
+    return m_characteristics.values();
+}
+
+GattCharacteristic* GattService::createCharacteristic(const QString& uuid, GattCharacteristic::Option option,
+                                                      GattCharacteristic* control)
+{
+    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
+    const QString path = GattDetail::childPath(m_dbusPath, uuid);
+    const QPointer<GattCharacteristic> characteristic = new GattCharacteristic(this, uuid, path, option, control);
+    plim::connect(characteristic.data(), &GattCharacteristic::handlesChanged, this, &GattService::handlesChanged);
+    plim::connect(characteristic.data(), &QObject::destroyed, this, &GattService::on_characteristicDeleted);
+    m_characteristics.insert(uuid, characteristic);
+    emit handlesChanged();
+    return characteristic;
+}
+
+void GattService::on_characteristicDeleted(QObject* obj)
+{
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
+    if (GattDetail::forget(m_characteristics, obj)) {
+        emit handlesChanged();
+    }
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <string>
+
+/** How log lines show containers. */
+namespace LogText {
+
+/** "(" + the items joined by ", " + ")". */
+QString list(const QStringList& items);
+
+/** "QMap(" + "(key, value)" for each entry in key order, with nothing between them + ")". */
+std::string map(const QVariantMap& entries);
+
+} // namespace LogText

@@ -1,0 +1,11 @@
+#include "DBusBluez.h"
+
+QString DBusBluezServiceName()
+{
+    return QStringLiteral("org.bluez");
+}
+
+QString DBusBluezObjectManagerPath()
+{
+    return QStringLiteral("/");
+}

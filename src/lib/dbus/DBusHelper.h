@@ -1,0 +1,35 @@
+#pragma once
+
+#include "DBusTypes.h"
+#include "PlimDBusExport.h"
+
+#include <QObject>
+#include <QString>
+#include <QVariant>
+
+/** Operations on object-manager data and on adaptors. They hold no state and may be called from any thread. */
+namespace DBusHelper {
+
+/**
+ * The path of the first object, in ascending order of the paths, that carries the interface.
+ * @return the path, or an empty string where no object does
+ */
+PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& objects, const QString& interfaceName);
+
+/**
+ * An adaptor's entry in an object manager's answer: one interface, named by the adaptor's "D-Bus Interface" class
+ * information, with each property that the adaptor declares and its value at this moment.
+ *
+ * @param adaptor  a D-Bus adaptor, read on the calling thread; null, or an object without that class information,
+ *                 gives an empty list
+ */
+PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
+
+/**
+ * Whether D-Bus can carry the value: it is valid, its type is known to Qt D-Bus, and no object path in it is empty.
+ * A value that cannot be carried must not reach a message: the reply would never be sent, or libdbus would abort the
+ * process.
+ */
+PLIM_DBUS_EXPORT bool isMarshallable(const QVariant& value);
+
+} // namespace DBusHelper
