@@ -1,4 +1,5 @@
-# Makes CLASS.h and CLASS.cpp from XML with qdbusxml2cpp, which leaves two things undone:
+# Makes CLASS.h and CLASS.cpp from XML with qdbusxml2cpp, which leaves three things undone:
+# - the header names the builder's folders, in a comment that does not belong into an installed file;
 # - the class is not exported from the library: EXPORT goes in front of its name;
 # - comments are dropped from the introspection text: one that closes the interface element is put back.
 #
@@ -12,6 +13,7 @@ execute_process(COMMAND ${TOOL} ${includes} -c ${CLASS} ${KIND} ${CLASS} ${XML} 
 
 # Semicolons and brackets have a meaning in CMake lists; the files are treated as plain strings throughout.
 file(READ ${CLASS}.h header)
+string(REGEX REPLACE " \\* Command line was: [^\n]*\n" "" header "${header}")
 string(REPLACE "class ${CLASS}: public" "class ${EXPORT} ${CLASS}: public" header "${header}")
 
 file(READ ${XML} xml)

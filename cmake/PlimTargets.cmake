@@ -4,8 +4,6 @@
 function(plim_target_defaults target)
     target_compile_features(${target} PRIVATE cxx_std_17)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF AUTOMOC ON)
-    target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
-                                                 QT_DEPRECATED_WARNINGS)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                                              -Wold-style-cast -Woverloaded-virtual -Wconversion
                                              -Wno-sign-conversion)
@@ -32,7 +30,7 @@ function(plim_add_library name output)
         PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}> $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
                $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/plim/${name}>)
     string(TOUPPER ${name} upper)
-    target_compile_definitions(plim_${name} PRIVATE PLIM_${upper}_LIBRARY)
+    target_compile_definitions(plim_${name} PRIVATE PLIM_${upper}_LIBRARY QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII)
     set_target_properties(plim_${name} PROPERTIES
         OUTPUT_NAME ${output}
         EXPORT_NAME ${name}

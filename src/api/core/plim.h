@@ -12,14 +12,15 @@
 #include <string>
 
 /**
- * The text that an entry line shows after "Enter ": the class-qualified name cut out of a function's signature,
- * so "void BleManager::add(const GattApplication*)" becomes "BleManager::add".
+ * The text that an entry line shows after "Enter ": the class-qualified name cut out of a function's
+ * signature, so "void BleManager::add(const GattApplication*)" becomes "BleManager::add".
  *
  * @param signature   a function's full text, as compilers spell it; one without parameters in parentheses is
  *                    returned as it is
  * @param loggerName  the logger that the line is for; it does not change the text
  */
-PLIM_CORE_EXPORT std::string dbglog_scopedFunction(const std::string& signature, const std::string& loggerName);
+PLIM_CORE_EXPORT std::string dbglog_scopedFunction(const std::string& signature,
+                                                   const std::string& loggerName);
 
 /** Writes the text UTF-8 encoded, with nothing around it. */
 PLIM_CORE_EXPORT std::ostream& operator<<(std::ostream& stream, const QString& text);
@@ -28,9 +29,9 @@ PLIM_CORE_EXPORT std::ostream& operator<<(std::ostream& stream, const QString& t
 PLIM_CORE_EXPORT std::ostream& operator<<(std::ostream& stream, const QByteArray& bytes);
 
 /**
- * Writes the value: strings, numbers, booleans and whatever else converts to a string as that string, byte arrays
- * as their bytes, object paths as their characters, any other type as its name in angle brackets, and an invalid
- * variant as "<invalid>".
+ * Writes the value: strings, numbers, booleans and whatever else converts to a string as that string, byte
+ * arrays as their bytes, object paths as their characters, any other type as its name in angle brackets, and
+ * an invalid variant as "<invalid>".
  */
 PLIM_CORE_EXPORT std::ostream& operator<<(std::ostream& stream, const QVariant& value);
 
@@ -41,22 +42,22 @@ namespace plim {
 
 namespace detail {
 /**
- * Whether a signal's parameters can travel from the sender to the receiver: always on one thread; between threads
- * only if each type that is not a pointer is a registered meta-type.
+ * Whether a signal's parameters can travel from the sender to the receiver: always on one thread; between
+ * threads only if each type that is not a pointer is a registered meta-type.
  */
 PLIM_CORE_EXPORT bool verifyConnectionSignalParameters(const QObject* sender, const QMetaMethod& signal,
                                                        const QObject* receiver);
 } // namespace detail
 
 /**
- * QObject::connect() in its function-pointer form, checked: a connection that could not deliver is a programming
- * error and aborts the process, in release builds too.
+ * QObject::connect() in its function-pointer form, checked: a connection that could not deliver is a
+ * programming error and aborts the process, in release builds too.
  *
  * @param slot  a slot or signal of the receiver, or a function object that runs in the receiver's thread
  *
- * Aborts with "verifyConnectionSignalParameters(sender, signal, receiver, type)" when sender and receiver live on
- * different threads and a parameter's type is no registered meta-type, and with "connection" when Qt makes no
- * connection (a null sender or receiver, or a function that is no signal).
+ * Aborts with "verifyConnectionSignalParameters(sender, signal, receiver, type)" when sender and receiver
+ * live on different threads and a parameter's type is no registered meta-type, and with "connection" when Qt
+ * makes no connection (a null sender or receiver, or a function that is no signal).
  */
 template <typename Sender, typename Signal, typename Receiver, typename Slot>
 QMetaObject::Connection connect(const Sender* sender, Signal signal, const Receiver* receiver, Slot slot,
@@ -73,8 +74,8 @@ QMetaObject::Connection connect(const Sender* sender, Signal signal, const Recei
 }
 
 /**
- * QObject::disconnect() in its function-pointer form, checked: aborts with "disconnectSucceeded" when there was
- * nothing to disconnect.
+ * QObject::disconnect() in its function-pointer form, checked: aborts with "disconnectSucceeded" when there
+ * was nothing to disconnect.
  */
 template <typename Sender, typename Signal, typename Receiver, typename Slot>
 void disconnect(const Sender* sender, Signal signal, const Receiver* receiver, Slot slot)

@@ -54,8 +54,7 @@ BleManager* BleManager::instance()
     return manager;
 }
 
-BleManager::BleManager(QObject* parent)
-    : QObject(parent)
+BleManager::BleManager(QObject* parent) : QObject(parent)
 {
     registerDBusTypes();
     m_objectManager = new OrgFreedesktopDBusObjectManagerInterface(
@@ -188,36 +187,40 @@ void BleManager::release(const Object* object, const char* signature)
 
 void BleManager::registerApp(const GattApplication* app)
 {
-    send(m_gattManager, app,
-         [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterApplication(path, {}); },
-         "registerApp", Q_FUNC_INFO);
+    send(
+        m_gattManager, app,
+        [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterApplication(path, {}); },
+        "registerApp", Q_FUNC_INFO);
 }
 
 void BleManager::unregisterApp(const GattApplication* app)
 {
-    send(m_gattManager, app,
-         [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterApplication(path); },
-         "unregisterApp", Q_FUNC_INFO);
+    send(
+        m_gattManager, app,
+        [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterApplication(path); },
+        "unregisterApp", Q_FUNC_INFO);
 }
 
 void BleManager::registerAdv(const GapAdvertisement* adv)
 {
-    send(m_advManager, adv,
-         [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterAdvertisement(path, {}); },
-         "registerAdv", Q_FUNC_INFO);
+    send(
+        m_advManager, adv,
+        [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterAdvertisement(path, {}); },
+        "registerAdv", Q_FUNC_INFO);
 }
 
 void BleManager::unregisterAdv(const GapAdvertisement* adv)
 {
-    send(m_advManager, adv,
-         [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterAdvertisement(path); },
-         "unregisterAdv", Q_FUNC_INFO);
+    send(
+        m_advManager, adv,
+        [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterAdvertisement(path); },
+        "unregisterAdv", Q_FUNC_INFO);
 }
 
 /** One of the four steps: an asynchronous call about the object, if the manager for it is present. */
 template <typename Manager, typename Object, typename Call>
-void BleManager::send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const char* step,
-                      const char* signature)
+void BleManager::send(const QSharedPointer<Manager>& manager, const Object* object, Call call,
+                      const char* step, const char* signature)
 {
     if (!object) {
         PLIM_LOG(logger, ERROR, signature, "Cannot register or unregister a null " << kind<Object>.name);
@@ -256,7 +259,8 @@ void BleManager::on_advertisementChanged(const GapAdvertisement* adv)
     onChanged(adv, Q_FUNC_INFO);
 }
 
-/** Back to back: the one bus connection keeps the order, so BlueZ forgets the old state before it reads the new. */
+/** Back to back: the one bus connection keeps the order, so BlueZ forgets the old state before it reads the
+ * new. */
 template <typename Object>
 void BleManager::onChanged(const Object* object, const char* signature)
 {
@@ -275,7 +279,8 @@ void BleManager::on_advertisementDeleted(QObject* obj)
     onDeleted<GapAdvertisement>(obj, Q_FUNC_INFO);
 }
 
-/** Only the QObject is left of the dying object: held pointers are compared upwards, and nothing is followed. */
+/** Only the QObject is left of the dying object: held pointers are compared upwards, and nothing is followed.
+ */
 template <typename Object>
 void BleManager::onDeleted(const QObject* dying, const char* signature)
 {

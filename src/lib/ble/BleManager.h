@@ -19,14 +19,14 @@ class QDBusPendingCall;
 class QDBusPendingCallWatcher;
 
 /**
- * Hands GATT applications and advertisements to BlueZ, for as long as they are held: whenever BlueZ's manager for
- * them appears, and whenever they change. They may be added before, while or after BlueZ starts.
+ * Hands GATT applications and advertisements to BlueZ, for as long as they are held: whenever BlueZ's manager
+ * for them appears, and whenever they change. They may be added before, while or after BlueZ starts.
  *
- * BlueZ is asked asynchronously, and its answers go to the log only (logger "Ble"): DEBUG for a success, ERROR for a
- * failure, which changes nothing and is not retried.
+ * BlueZ is asked asynchronously, and its answers go to the log only (logger "Ble"): DEBUG for a success,
+ * ERROR for a failure, which changes nothing and is not retried.
  *
- * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event loop; the
- * objects handed over are expected to live there too.
+ * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event
+ * loop; the objects handed over are expected to live there too.
  */
 class PLIM_BLE_EXPORT BleManager : public QObject
 {
@@ -35,7 +35,8 @@ class PLIM_BLE_EXPORT BleManager : public QObject
 public:
     /**
      * The manager of this process, made on the first call and never deleted. That call blocks until BlueZ has
-     * described its objects, 25 s (the time-out of a D-Bus call) at most; it returns at once where no BlueZ runs.
+     * described its objects, 25 s (the time-out of a D-Bus call) at most; it returns at once where no BlueZ
+     * runs.
      */
     static BleManager* instance();
 
@@ -46,8 +47,8 @@ public:
     ~BleManager() override;
 
     /**
-     * Holds and registers an application, which stays the caller's; one that is held already is left alone. Deleting
-     * a held application is allowed. A null pointer is logged at ERROR and ignored.
+     * Holds and registers an application, which stays the caller's; one that is held already is left alone.
+     * Deleting a held application is allowed. A null pointer is logged at ERROR and ignored.
      */
     void add(const GattApplication* app);
     /** Unregisters an application and holds it no longer; one that is not held is left alone. */
@@ -58,8 +59,9 @@ public:
     /** Unregisters an advertisement and holds it no longer; one that is not held is left alone. */
     void remove(const GapAdvertisement* adv);
 
-    // The four steps send one call each if BlueZ's manager is present, and nothing otherwise. They neither look at nor
-    // change what is held. A path that is no object path cannot be sent: that is logged like a failed call.
+    // The four steps send one call each if BlueZ's manager is present, and nothing otherwise. They neither
+    // look at nor change what is held. A path that is no object path cannot be sent: that is logged like a
+    // failed call.
     void registerApp(const GattApplication* app);
     void unregisterApp(const GattApplication* app);
     void registerAdv(const GapAdvertisement* adv);

@@ -2,6 +2,7 @@
 
 #include "LEAdvertisement1Adaptor.h"
 #include "LogText.h"
+#include "SetPropertiesAdaptor.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -13,138 +14,138 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 
 } // namespace
 
-GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath)
+GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, PropertyExport propertyExport)
     : QObject(parent), m_dbusPath(dbusPath)
 {
-    PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "dbusPath: " << dbusPath);
+    PLIM_LOG_ENTER(logger, TRACE, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
+                   "dbusPath: " << dbusPath);
     registerDBusTypes();
     qRegisterMetaType<DBusAdvData>("DBusAdvData");
     qDBusRegisterMetaType<DBusAdvData>();
     qRegisterMetaType<DBusManufacturerData>("DBusManufacturerData");
     qDBusRegisterMetaType<DBusManufacturerData>();
     m_adaptor = new LEAdvertisement1Adaptor(this);
-    if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Failed to register LEAdvertisement1 adaptor at " << dbusPath);
+    if (propertyExport == SetProperties) {
+        m_setProperties = new SetPropertiesAdaptor(this, m_adaptor);
+        m_setProperties->show("Type");
     }
+    if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
+        PLIM_LOG(logger, ERROR, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
+                 "Failed to register LEAdvertisement1 adaptor at " << dbusPath);
+    }
+}
+
+template <typename Member, typename Value>
+void GapAdvertisement::change(const char* property, Member& member, const Value& value)
+{
+    member = value;
+    if (m_setProperties) {
+        m_setProperties->show(property);
+    }
+    emit dataChanged(this);
 }
 
 void GapAdvertisement::setAppearance(unsigned short appearance)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "appearance: " << appearance);
-    m_appearance = appearance;
-    emit dataChanged(this);
+    change("Appearance", m_appearance, appearance);
 }
 
 void GapAdvertisement::setDiscoverable(bool discoverable)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "discoverable: " << discoverable);
-    m_discoverable = discoverable;
-    emit dataChanged(this);
+    change("Discoverable", m_discoverable, discoverable);
 }
 
 void GapAdvertisement::setIncludeTxPower(bool include)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "include: " << include);
-    m_includeTxPower = include;
-    emit dataChanged(this);
+    change("Includes", m_includeTxPower, include);
 }
 
 void GapAdvertisement::setTxPower(short power)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, power);
-    m_txPower = power;
-    emit dataChanged(this);
+    change("TxPower", m_txPower, power);
 }
 
 void GapAdvertisement::setTimeout(unsigned short seconds)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, seconds);
-    m_timeout = seconds;
-    emit dataChanged(this);
+    change("Timeout", m_timeout, seconds);
 }
 
 void GapAdvertisement::setMinInterval(unsigned int milliseconds)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, milliseconds);
-    m_minInterval = milliseconds;
-    emit dataChanged(this);
+    change("MinInterval", m_minInterval, milliseconds);
 }
 
 void GapAdvertisement::setMaxInterval(unsigned int milliseconds)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, milliseconds);
-    m_maxInterval = milliseconds;
-    emit dataChanged(this);
+    change("MaxInterval", m_maxInterval, milliseconds);
 }
 
 void GapAdvertisement::setLocalName(const QString& name)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "name: " << name);
-    m_localName = name;
-    emit dataChanged(this);
+    change("LocalName", m_localName, name);
 }
 
 void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType& type)
 {
-    PLIM_LOG_ENTER(logger, TRACE, "void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType&)", "type: " << int(type));
-    m_type = type;
-    emit dataChanged(this);
+    PLIM_LOG_ENTER(logger, TRACE, "void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType&)",
+                   "type: " << int(type));
+    change("Type", m_type, type);
 }
 
 void GapAdvertisement::setServiceUUIDs(const QStringList& uuids)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_serviceUUIDs = uuids;
-    emit dataChanged(this);
+    change("ServiceUUIDs", m_serviceUUIDs, uuids);
 }
 
 void GapAdvertisement::setSolicitUUIDs(const QStringList& uuids)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_serviceUUIDs = uuids;
-    emit dataChanged(this);
+    change("ServiceUUIDs", m_serviceUUIDs, uuids);
 }
 
 void GapAdvertisement::setServiceData(const QVariantMap& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_serviceData = data;
-    emit dataChanged(this);
+    change("ServiceData", m_serviceData, data);
 }
 
 void GapAdvertisement::setManufacturerData(const GapManufacturerData& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_manufacturerData = data;
-    emit dataChanged(this);
+    change("ManufacturerData", m_manufacturerData, data);
 }
 
 void GapAdvertisement::setAdvData(const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_advData = parseAdvertisementData(data);
-    emit dataChanged(this);
+    change("Data", m_advData, parseAdvertisementData(data));
 }
 
 void GapAdvertisement::setScanRspData(const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_scanRspData = parseAdvertisementData(data);
-    emit dataChanged(this);
+    change("ScanData", m_scanRspData, parseAdvertisementData(data));
 }
 
 void GapAdvertisement::setAdvData(uint8_t type, const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_advData[type] = data;
-    emit dataChanged(this);
+    change("Data", m_advData[type], data);
 }
 
 void GapAdvertisement::setScanRspData(uint8_t type, const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    m_scanRspData[type] = data;
-    emit dataChanged(this);
+    change("ScanData", m_scanRspData[type], data);
 }
 
 DBusAdvData GapAdvertisement::parseAdvertisementData(const QByteArray& data) const
@@ -155,7 +156,8 @@ DBusAdvData GapAdvertisement::parseAdvertisementData(const QByteArray& data) con
         const auto length = static_cast<unsigned char>(data.at(i));
         const auto type = static_cast<unsigned char>(data.at(i + 1));
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "chunk type: " << int(type) << " length: " << int(length));
-        // A length of 0 gives mid() a count of -1, all the rest, and does not end the walk: kept that literal.
+        // A length of 0 gives mid() a count of -1, all the rest, and does not end the walk: kept that
+        // literal.
         blocks[type] = data.mid(i + 2, length - 1);
         i += length + 1;
     }

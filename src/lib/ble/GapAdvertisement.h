@@ -12,6 +12,7 @@
 #include <cstdint>
 
 class LEAdvertisement1Adaptor;
+class SetPropertiesAdaptor;
 
 using GapManufacturerData = DBusManufacturerData;
 
@@ -19,8 +20,9 @@ using GapManufacturerData = DBusManufacturerData;
  * One LE advertisement, exported on the system bus as org.bluez.LEAdvertisement1.
  *
  * A plain holder of properties: every value is stored and shown to BlueZ unchanged, which judges it when the
- * advertisement is registered. Hand it over with BleManager::add(). Each setter call on a held advertisement makes the
- * manager unregister and register it anew, whether or not the value differs: set everything first, add last.
+ * advertisement is registered. Hand it over with BleManager::add(). Each setter call on a held advertisement
+ * makes the manager unregister and register it anew, whether or not the value differs: set everything first,
+ * add last.
  *
  * The caller owns it. It lives on one thread, the one that runs the caller's Qt event loop.
  */
@@ -48,16 +50,34 @@ class PLIM_BLE_EXPORT GapAdvertisement : public QObject
 
 public:
     /** Whether centrals may connect; any other value gives an empty type, which BlueZ refuses. */
-    enum GapDeviceType : int { Peripheral = 0, Broadcast = 1 };
+    enum GapDeviceType : int
+    {
+        Peripheral = 0,
+        Broadcast = 1
+    };
+
+    /** Which of the properties the bus sees; what the caller reads, and the signals, are the same. */
+    enum PropertyExport
+    {
+        /** All eighteen, those that were never set with their initial values, which stock BlueZ daemons
+           refuse. */
+        AllProperties,
+        /**
+         * Type, and those that a setter was called for; the way to be accepted by a stock daemon.
+         * Scan-response data also appears as ScanResponseData, the name that such a daemon reads.
+         */
+        SetProperties
+    };
 
     /**
-     * Exports the advertisement. A failed export (a path that is taken or is no object path, no system bus) is logged
-     * at ERROR; the object stays usable locally, but BlueZ cannot read it.
+     * Exports the advertisement. A failed export (a path that is taken or is no object path, no system bus)
+     * is logged at ERROR; the object stays usable locally, but BlueZ cannot read it.
      *
      * @param parent    the Qt parent, which then owns the advertisement, or null
      * @param dbusPath  the object path, for instance "/com/example/device/advertisement"
+     * @param propertyExport  which properties the bus sees; SetProperties for a stock BlueZ
      */
-    GapAdvertisement(QObject* parent, const QString& dbusPath);
+    GapAdvertisement(QObject* parent, const QString& dbusPath, PropertyExport propertyExport = AllProperties);
 
     /** The object path as given. */
     QString dbusPath() const { return m_dbusPath; }
@@ -89,7 +109,8 @@ public:
     /** Company identifier to manufacturer data. */
     void setManufacturerData(const GapManufacturerData& data);
 
-    /** Replaces the raw advertising data with the AD structures of a whole payload; see parseAdvertisementData(). */
+    /** Replaces the raw advertising data with the AD structures of a whole payload; see
+     * parseAdvertisementData(). */
     void setAdvData(const QByteArray& data);
     /** Replaces the raw scan-response data with the AD structures of a whole payload. */
     void setScanRspData(const QByteArray& data);
@@ -101,8 +122,9 @@ public:
     /**
      * Splits a payload into its AD structures (length, type, data) by type, the last one of a type winning.
      *
-     * Nothing is rejected: a structure that claims more than there is gets what there is, a single byte at the end is
-     * ignored, and a length of 0 takes everything up to the end while the walk goes on one byte further.
+     * Nothing is rejected: a structure that claims more than there is gets what there is, a single byte at
+     * the end is ignored, and a length of 0 takes everything up to the end while the walk goes on one byte
+     * further.
      */
     DBusAdvData parseAdvertisementData(const QByteArray& data) const;
 
@@ -137,8 +159,14 @@ private slots:
     void Release();
 
 private:
+    /** What every setter does, whether or not the value differs. */
+    template <typename Member, typename Value>
+    void change(const char* property, Member& member, const Value& value);
+
     const QString m_dbusPath;
     LEAdvertisement1Adaptor* m_adaptor = nullptr;
+    /** Answers for the properties instead of Qt; null when all are shown. */
+    SetPropertiesAdaptor* m_setProperties = nullptr;
     bool m_includeTxPower = false;
     DBusManufacturerData m_manufacturerData;
     QString m_localName;

@@ -10,11 +10,12 @@
 #include <QString>
 
 /**
- * The root of one GATT server tree, exported on the system bus with the object manager that BlueZ reads it through.
+ * The root of one GATT server tree, exported on the system bus with the object manager that BlueZ reads it
+ * through.
  *
  * The caller owns it and builds downwards: createService(), GattService::createCharacteristic(),
- * GattCharacteristic::addDescriptor(). Build first, then hand it over once with BleManager::add(): each later change
- * of the tree makes the manager register the whole application anew.
+ * GattCharacteristic::addDescriptor(). Build first, then hand it over once with BleManager::add(): each later
+ * change of the tree makes the manager register the whole application anew.
  *
  * Lives on one thread, the one that runs the caller's Qt event loop, like all objects of the library.
  */
@@ -27,13 +28,13 @@ public:
      * Exports the root and requests the bus name.
      *
      * @param parent       the Qt parent, which then owns the application, or null
-     * @param dbusPath     the root's object path, for instance "/com/example/device"; not "/", below which no service
-     *                     could have a path
-     * @param serviceName  a well-known bus name to request; a failure to get it is ignored, since BlueZ calls the
-     *                     connection's unique name
+     * @param dbusPath     the root's object path, for instance "/com/example/device"; not "/", below which no
+     * service could have a path
+     * @param serviceName  a well-known bus name to request; a failure to get it is ignored, since BlueZ calls
+     * the connection's unique name
      *
-     * A failed export (a path that is taken or is no object path, no system bus) is logged at FATAL; then no name is
-     * requested, and the tree stays usable locally.
+     * A failed export (a path that is taken or is no object path, no system bus) is logged at FATAL; then no
+     * name is requested, and the tree stays usable locally.
      */
     GattApplication(QObject* parent, const QString& dbusPath, const QString& serviceName);
 
@@ -46,8 +47,8 @@ public:
     /**
      * Adds a service, which the application owns.
      *
-     * @param uuid     kept and compared exactly as given; a second service with the same UUID takes the first one's
-     *                 place in the application while its own export fails
+     * @param uuid     kept and compared exactly as given; a second service with the same UUID takes the first
+     * one's place in the application while its own export fails
      * @param primary  true for a primary service, false for a secondary one
      * @return the service; null only if a slot of applicationChanged() deleted it at once
      */

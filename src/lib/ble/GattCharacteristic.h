@@ -24,13 +24,14 @@ class PropertiesAdaptor;
 /**
  * One characteristic of a service, exported on the system bus as org.bluez.GattCharacteristic1.
  *
- * Made by GattService::createCharacteristic() and owned by that service; deleting it alone is allowed and makes the
- * application register anew. The caller pushes values with setValue() or supplies them on demand with a read callback.
+ * Made by GattService::createCharacteristic() and owned by that service; deleting it alone is allowed and
+ * makes the application register anew. The caller pushes values with setValue() or supplies them on demand
+ * with a read callback.
  *
- * **Long values.** A characteristic may be tied to a control characteristic whose value is a page number that the peer
- * writes as decimal text. While a page is selected, reads and writes address that 512-byte page of the value, and
- * values pushed by setValue() are held back; once the peer writes "0", the last of them is applied and notified. A
- * control that has been deleted counts as none.
+ * **Long values.** A characteristic may be tied to a control characteristic whose value is a page number that
+ * the peer writes as decimal text. While a page is selected, reads and writes address that 512-byte page of
+ * the value, and values pushed by setValue() are held back; once the peer writes "0", the last of them is
+ * applied and notified. A control that has been deleted counts as none.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -45,12 +46,17 @@ class PLIM_BLE_EXPORT GattCharacteristic : public QObject
 
 public:
     /** What BlueZ lets a peer do; a set of bits, other bits than these are ignored. */
-    enum Option : int { Read = 0x1, Write = 0x2, Notify = 0x4 };
+    enum Option : int
+    {
+        Read = 0x1,
+        Write = 0x2,
+        Notify = 0x4
+    };
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**
-     * Exports the characteristic. After a failed export (a path that is taken or is no object path), which is logged
-     * at ERROR, the object stays usable locally, but neither notifies nor follows its control. Call
+     * Exports the characteristic. After a failed export (a path that is taken or is no object path), which is
+     * logged at ERROR, the object stays usable locally, but neither notifies nor follows its control. Call
      * GattService::createCharacteristic() instead, which records it too.
      */
     GattCharacteristic(GattService* service, const QString& uuid, const QString& dbusPath, Option option,
@@ -63,16 +69,16 @@ public:
     QByteArray cachedValue() const;
 
     /**
-     * Sets the value and notifies it to a subscribed peer. Where a control characteristic exists, the value is kept
-     * for a later release too; while a page is selected it is only kept, a later one replacing it.
+     * Sets the value and notifies it to a subscribed peer. Where a control characteristic exists, the value
+     * is kept for a later release too; while a page is selected it is only kept, a later one replacing it.
      */
     void setValue(const QByteArray& value);
 
     /**
-     * Sets what supplies the value whenever a read starts at offset 0 (with a page selected: of page 0, or of a
-     * negative one); an empty function removes it. It runs on this object's thread inside BlueZ's call, so its
-     * duration delays the answer, and may delete this object. What it throws is logged at ERROR, and the value stays
-     * as it was.
+     * Sets what supplies the value whenever a read starts at offset 0 (with a page selected: of page 0, or of
+     * a negative one); an empty function removes it. It runs on this object's thread inside BlueZ's call, so
+     * its duration delays the answer, and may delete this object. What it throws is logged at ERROR, and the
+     * value stays as it was.
      */
     void setReadCallback(const std::function<QByteArray()>& callback);
 
@@ -88,7 +94,8 @@ public:
     /** The object path: the service's path, "/", and the UUID with "_" for "-". */
     QString dbusPath() const;
 
-    /** Whether BlueZ has asked for notifications; false at first. Follows the last StartNotify or StopNotify. */
+    /** Whether BlueZ has asked for notifications; false at first. Follows the last StartNotify or StopNotify.
+     */
     bool notifying() const;
 
     /** Emits PropertiesChanged with the whole value if notifying, and does nothing otherwise. */
@@ -101,8 +108,9 @@ public:
     QList<GattDescriptor*> descriptors() const;
 
     /**
-     * Adds a descriptor, which the characteristic owns. Its path ends in "/desc" and the number of descriptors ever
-     * added before. Null only if a slot of handlesChanged() or applicationChanged() deleted it at once.
+     * Adds a descriptor, which the characteristic owns. Its path ends in "/desc" and the number of
+     * descriptors ever added before. Null only if a slot of handlesChanged() or applicationChanged() deleted
+     * it at once.
      */
     GattDescriptor* addDescriptor(const QString& uuid, GattDescriptor::Option option);
 
@@ -120,8 +128,8 @@ signals:
 
 public slots:
     /**
-     * BlueZ's read from the "offset" in the options: the rest of the value, or of the selected 512-byte page. A control
-     * text that is no number is logged at WARN and ignored; a negative page reads like none.
+     * BlueZ's read from the "offset" in the options: the rest of the value, or of the selected 512-byte page.
+     * A control text that is no number is logged at WARN and ignored; a negative page reads like none.
      */
     QByteArray ReadValue(const QVariantMap& options);
     /** BlueZ's request for notifications. */
@@ -131,15 +139,18 @@ public slots:
     /** BlueZ's confirmation of an indication; does nothing. */
     void Confirm();
     /**
-     * BlueZ's write: cuts the value at the "offset" in the options, counted from the start of the selected page, and
-     * appends; beyond the end it only appends. With a negative page selected the write is logged at ERROR and dropped.
+     * BlueZ's write: cuts the value at the "offset" in the options, counted from the start of the selected
+     * page, and appends; beyond the end it only appends. With a negative page selected the write is logged at
+     * ERROR and dropped.
      */
     void WriteValue(const QByteArray& value, const QVariantMap& options);
-    /** The named property for BlueZ's own interface name of a characteristic, an invalid variant for any other. */
+    /** The named property for BlueZ's own interface name of a characteristic, an invalid variant for any
+     * other. */
     QDBusVariant Get(const QString& interface, const QString& name);
     /** All properties for BlueZ's own interface name of a characteristic, an empty map for any other. */
     QVariantMap GetAll(const QString& interface);
-    /** QObject::setProperty() for BlueZ's own interface name; no property that the class declares can be set. */
+    /** QObject::setProperty() for BlueZ's own interface name; no property that the class declares can be set.
+     */
     void Set(const QString& interface, const QString& name, const QDBusVariant& value);
 
 private slots:

@@ -15,8 +15,8 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 
 } // namespace
 
-GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
-                               Option option)
+GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString& uuid,
+                               const QString& dbusPath, Option option)
     : QObject(characteristic),
       m_characteristicPath(characteristic->dbusPath()),
       m_uuid(uuid),

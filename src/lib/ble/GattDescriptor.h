@@ -18,8 +18,9 @@ class GattDescriptor1Adaptor;
 /**
  * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
  *
- * Made by GattCharacteristic::addDescriptor() and owned by that characteristic; deleting it alone is allowed and makes
- * the application register anew. Its content comes from a read callback or from what the peer writes.
+ * Made by GattCharacteristic::addDescriptor() and owned by that characteristic; deleting it alone is allowed
+ * and makes the application register anew. Its content comes from a read callback or from what the peer
+ * writes.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -33,19 +34,25 @@ class PLIM_BLE_EXPORT GattDescriptor : public QObject
 
 public:
     /** What BlueZ lets a peer do; a set of bits, other bits than these are ignored. */
-    enum Option : int { Read = 0x1, Write = 0x2 };
+    enum Option : int
+    {
+        Read = 0x1,
+        Write = 0x2
+    };
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**
-     * Exports the descriptor. A failed export (a path that is taken or is no object path) is logged at ERROR; the
-     * object stays usable locally. Call GattCharacteristic::addDescriptor() instead, which records it too.
+     * Exports the descriptor. A failed export (a path that is taken or is no object path) is logged at ERROR;
+     * the object stays usable locally. Call GattCharacteristic::addDescriptor() instead, which records it
+     * too.
      */
-    GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath, Option option);
+    GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
+                   Option option);
 
     /**
-     * Sets what supplies the value whenever a read starts at offset 0; an empty function removes it. It runs on this
-     * object's thread inside BlueZ's call, so its duration delays the answer, and may delete this object. What it
-     * throws is logged at ERROR, and the value stays as it was.
+     * Sets what supplies the value whenever a read starts at offset 0; an empty function removes it. It runs
+     * on this object's thread inside BlueZ's call, so its duration delays the answer, and may delete this
+     * object. What it throws is logged at ERROR, and the value stays as it was.
      */
     void setReadCallback(const std::function<QByteArray()>& callback);
 
@@ -73,12 +80,13 @@ signals:
 
 public slots:
     /**
-     * BlueZ's read: the value from the "offset" in the options up to byte 512, or to the end for an offset beyond
-     * 512. The callback is asked only at offset 0.
+     * BlueZ's read: the value from the "offset" in the options up to byte 512, or to the end for an offset
+     * beyond 512. The callback is asked only at offset 0.
      */
     QByteArray ReadValue(const QVariantMap& flags);
 
-    /** BlueZ's write: cuts the value at the "offset" in the options and appends; beyond the end it only appends. */
+    /** BlueZ's write: cuts the value at the "offset" in the options and appends; beyond the end it only
+     * appends. */
     void WriteValue(const QByteArray& value, const QVariantMap& flags);
 
 private:

@@ -44,8 +44,8 @@ void GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& b
     value.append(bytes);
 }
 
-QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value, std::function<QByteArray()> callback,
-                               QString uuid)
+QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,
+                               std::function<QByteArray()> callback, QString uuid)
 {
     const QPointer<const QObject> alive = attribute;
     const QByteArray old = value;

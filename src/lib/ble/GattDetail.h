@@ -21,8 +21,8 @@ QString childPath(const QString& parentPath, const QString& uuid);
 qint64 offsetOf(const QVariantMap& options);
 
 /**
- * QByteArray::mid() for positions that do not fit an int: a start beyond the end gives nothing, a negative length
- * everything from the start on, and bytes before the start of the value count as absent.
+ * QByteArray::mid() for positions that do not fit an int: a start beyond the end gives nothing, a negative
+ * length everything from the start on, and bytes before the start of the value count as absent.
  */
 QByteArray mid(const QByteArray& bytes, qint64 start, qint64 length = -1);
 
@@ -32,20 +32,21 @@ void overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes);
 /**
  * Asks the caller's read callback for a fresh value and stores it as the attribute's value.
  *
- * The callback may do anything, even delete or replace itself or delete the attribute: it is called as a copy, and
- * `value` and `attribute` are touched only if the attribute has survived. Whatever it throws is logged at ERROR and
- * leaves the value as it is, since an exception must not travel through Qt.
+ * The callback may do anything, even delete or replace itself or delete the attribute: it is called as a
+ * copy, and `value` and `attribute` are touched only if the attribute has survived. Whatever it throws is
+ * logged at ERROR and leaves the value as it is, since an exception must not travel through Qt.
  *
  * @param value  the attribute's own value
  * @return the value to answer with, valid even if the attribute is gone
  */
-QByteArray refresh(const QObject* attribute, QByteArray& value, std::function<QByteArray()> callback, QString uuid);
+QByteArray refresh(const QObject* attribute, QByteArray& value, std::function<QByteArray()> callback,
+                   QString uuid);
 
 /**
  * Drops a child that is being destroyed from its parent's map of children.
  *
- * The child is detached from its parent at once: what follows may delete the parent, which would otherwise delete the
- * child a second time.
+ * The child is detached from its parent at once: what follows may delete the parent, which would otherwise
+ * delete the child a second time.
  *
  * @param dying  a child of which nothing but the QObject is left
  * @return whether the map held it

@@ -14,8 +14,8 @@ class GattService1Adaptor;
 /**
  * One service of an application, exported on the system bus as org.bluez.GattService1.
  *
- * Made by GattApplication::createService() and owned by that application; deleting it alone is allowed and makes the
- * application register anew.
+ * Made by GattApplication::createService() and owned by that application; deleting it alone is allowed and
+ * makes the application register anew.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -27,8 +27,8 @@ class PLIM_BLE_EXPORT GattService : public QObject
 
 public:
     /**
-     * Exports the service. A failed export (a path that is taken or is no object path) is logged at ERROR; the object
-     * stays usable locally. Call GattApplication::createService() instead, which records it too.
+     * Exports the service. A failed export (a path that is taken or is no object path) is logged at ERROR;
+     * the object stays usable locally. Call GattApplication::createService() instead, which records it too.
      */
     GattService(QObject* parent, const QString& uuid, bool primary, const QString& dbusPath);
 
@@ -44,23 +44,26 @@ public:
     /** This object's entry in the application's GetManagedObjects. */
     DBusInterfaceList dbusInterfaceList() const;
 
-    /** The characteristics in ascending order of their UUID strings; of several with one UUID only the last. */
+    /** The characteristics in ascending order of their UUID strings; of several with one UUID only the last.
+     */
     QList<GattCharacteristic*> characteristics() const;
 
     /**
      * Adds a characteristic, which the service owns.
      *
-     * @param uuid     kept and compared exactly as given; a second characteristic with the same UUID takes the first
-     *                 one's place in the service while its own export fails
+     * @param uuid     kept and compared exactly as given; a second characteristic with the same UUID takes
+     * the first one's place in the service while its own export fails
      * @param option   what BlueZ lets a peer do
      * @param control  the characteristic whose value selects the page of this one's, or null; not owned
-     * @return the characteristic; null only if a slot of handlesChanged() or applicationChanged() deleted it at once
+     * @return the characteristic; null only if a slot of handlesChanged() or applicationChanged() deleted it
+     * at once
      */
     GattCharacteristic* createCharacteristic(const QString& uuid, GattCharacteristic::Option option,
                                              GattCharacteristic* control = nullptr);
 
 signals:
-    /** A characteristic or descriptor below was added or deleted. Deleting any object of the tree is safe here. */
+    /** A characteristic or descriptor below was added or deleted. Deleting any object of the tree is safe
+     * here. */
     void handlesChanged();
 
 private slots:

@@ -1,13 +1,11 @@
 #include "DBusHelper.h"
 
 #include <QDBusAbstractAdaptor>
+#include <QDBusConnection>
 #include <QDBusMetaType>
-#include <QDBusSignature>
 #include <QDBusVariant>
 #include <QMetaClassInfo>
 #include <QMetaProperty>
-
-#include <algorithm>
 
 QString DBusHelper::findFirstObjectPath(const DBusManagedObjectList& objects, const QString& interfaceName)
 {
@@ -24,38 +22,74 @@ DBusInterfaceList DBusHelper::generateDBusInterfaceList(QObject* adaptor)
     if (!adaptor) {
         return {};
     }
-    const QMetaObject* metaObject = adaptor->metaObject();
-    const int nameIndex = metaObject->indexOfClassInfo("D-Bus Interface");
-    if (nameIndex < 0) {
+    const QString interface = interfaceName(adaptor);
+    if (interface.isEmpty()) {
         return {};
     }
+    const QMetaObject* metaObject = adaptor->metaObject();
     QVariantMap properties;
-    for (int i = QDBusAbstractAdaptor::staticMetaObject.propertyCount(); i < metaObject->propertyCount(); ++i) {
+    for (int i = QDBusAbstractAdaptor::staticMetaObject.propertyCount(); i < metaObject->propertyCount();
+         ++i) {
         const QMetaProperty property = metaObject->property(i);
         properties.insert(QString::fromLatin1(property.name()), property.read(adaptor));
     }
-    return {{QString::fromLatin1(metaObject->classInfo(nameIndex).value()), properties}};
+    return {{interface, properties}};
 }
 
-bool DBusHelper::isMarshallable(const QVariant& value)
+QString DBusHelper::interfaceName(const QObject* adaptor)
+{
+    const QMetaObject* metaObject = adaptor->metaObject();
+    const int index = metaObject->indexOfClassInfo("D-Bus Interface");
+    return index < 0 ? QString() : QString::fromLatin1(metaObject->classInfo(index).value());
+}
+
+QVariant DBusHelper::marshallable(const QVariant& value)
 {
     const int type = value.userType();
-    if (type == qMetaTypeId<QDBusObjectPath>()) {
-        return !value.value<QDBusObjectPath>().path().isEmpty();
-    }
-    if (type == qMetaTypeId<QDBusSignature>()) {
-        return !value.value<QDBusSignature>().signature().isEmpty();
-    }
-    if (type == qMetaTypeId<QDBusVariant>()) {
-        return isMarshallable(value.value<QDBusVariant>().variant());
-    }
     if (type == QMetaType::QVariantMap) {
-        const QVariantMap map = value.toMap();
-        return std::all_of(map.cbegin(), map.cend(), isMarshallable);
+        QVariantMap map;
+        const QVariantMap all = value.toMap();
+        for (auto it = all.cbegin(); it != all.cend(); ++it) {
+            const QVariant entry = marshallable(*it);
+            if (entry.isValid()) {
+                map.insert(it.key(), entry);
+            }
+        }
+        return map;
     }
     if (type == QMetaType::QVariantList) {
-        const QVariantList list = value.toList();
-        return std::all_of(list.cbegin(), list.cend(), isMarshallable);
+        QVariantList list;
+        for (const QVariant& item : value.toList()) {
+            const QVariant kept = marshallable(item);
+            if (kept.isValid()) {
+                list << kept;
+            }
+        }
+        return list;
     }
-    return value.isValid() && QDBusMetaType::typeToSignature(type);
+    if (type == qMetaTypeId<QDBusVariant>()) {
+        const QVariant inner = marshallable(value.value<QDBusVariant>().variant());
+        return inner.isValid() ? QVariant::fromValue(QDBusVariant(inner)) : QVariant();
+    }
+    const bool emptyPath =
+        type == qMetaTypeId<QDBusObjectPath>() && value.value<QDBusObjectPath>().path().isEmpty();
+    return value.isValid() && !emptyPath && QDBusMetaType::typeToSignature(type) ? value : QVariant();
+}
+
+void DBusHelper::replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text)
+{
+    call.setDelayedReply(true);
+    QDBusConnection::systemBus().send(call.createErrorReply(error, text));
+}
+
+void DBusHelper::replyUnknownInterface(const QDBusMessage& call, const QString& interface)
+{
+    replyError(call, QDBusError::UnknownInterface,
+               QStringLiteral("Interface %1 was not found in object %2").arg(interface, call.path()));
+}
+
+void DBusHelper::replyUnknownProperty(const QDBusMessage& call, const QString& interface, const QString& name)
+{
+    replyError(call, QDBusError::UnknownProperty,
+               QStringLiteral("Property %1.%2 was not found in object %3").arg(interface, name, call.path()));
 }

@@ -3,33 +3,55 @@
 #include "DBusTypes.h"
 #include "PlimDBusExport.h"
 
+#include <QDBusError>
+#include <QDBusMessage>
 #include <QObject>
 #include <QString>
 #include <QVariant>
 
-/** Operations on object-manager data and on adaptors. They hold no state and may be called from any thread. */
+/** Operations on object-manager data and on adaptors. They hold no state and may be called from any thread.
+ */
 namespace DBusHelper {
 
 /**
  * The path of the first object, in ascending order of the paths, that carries the interface.
  * @return the path, or an empty string where no object does
  */
-PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& objects, const QString& interfaceName);
+PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& objects,
+                                             const QString& interfaceName);
 
 /**
- * An adaptor's entry in an object manager's answer: one interface, named by the adaptor's "D-Bus Interface" class
- * information, with each property that the adaptor declares and its value at this moment.
+ * An adaptor's entry in an object manager's answer: one interface, named by the adaptor's "D-Bus Interface"
+ * class information, with each property that the adaptor declares and its value at this moment.
  *
- * @param adaptor  a D-Bus adaptor, read on the calling thread; null, or an object without that class information,
- *                 gives an empty list
+ * @param adaptor  a D-Bus adaptor, read on the calling thread; null, or an object without that class
+ * information, gives an empty list
  */
 PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
 
+/** The D-Bus interface that an adaptor serves, from its "D-Bus Interface" class information; empty without
+ * one. */
+PLIM_DBUS_EXPORT QString interfaceName(const QObject* adaptor);
+
 /**
- * Whether D-Bus can carry the value: it is valid, its type is known to Qt D-Bus, and no object path in it is empty.
- * A value that cannot be carried must not reach a message: the reply would never be sent, or libdbus would abort the
- * process.
+ * What D-Bus can carry of a value. Entries of maps and items of lists that it cannot are left out: those of a
+ * type that Qt D-Bus does not know, invalid ones, and empty object paths. Sent all the same, such a value
+ * would mean that the message is never sent, or that libdbus aborts the process.
+ * @return the value or what is left of it; invalid where nothing is
  */
-PLIM_DBUS_EXPORT bool isMarshallable(const QVariant& value);
+PLIM_DBUS_EXPORT QVariant marshallable(const QVariant& value);
+
+/**
+ * Answers a call on the system bus with an error, at once and instead of the reply that Qt sends when the
+ * slot returns. To be called in an adaptor's slot, on its thread, with the message that the slot was given.
+ */
+PLIM_DBUS_EXPORT void replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text);
+
+/** replyError() with org.freedesktop.DBus.Error.UnknownInterface and the text that Qt uses for it. */
+PLIM_DBUS_EXPORT void replyUnknownInterface(const QDBusMessage& call, const QString& interface);
+
+/** replyError() with org.freedesktop.DBus.Error.UnknownProperty and the text that Qt uses for it. */
+PLIM_DBUS_EXPORT void replyUnknownProperty(const QDBusMessage& call, const QString& interface,
+                                           const QString& name);
 
 } // namespace DBusHelper

@@ -1,15 +1,13 @@
 #include "ObjectManagerAdaptor.h"
 
-ObjectManagerAdaptor::ObjectManagerAdaptor(QObject* parent)
-    : QDBusAbstractAdaptor(parent)
-{
-}
+ObjectManagerAdaptor::ObjectManagerAdaptor(QObject* parent) : QDBusAbstractAdaptor(parent) {}
 
 DBusManagedObjectList ObjectManagerAdaptor::GetManagedObjects()
 {
     DBusManagedObjectList objects;
     QMetaObject::invokeMethod(parent(), "GetManagedObjects", Q_RETURN_ARG(DBusManagedObjectList, objects));
-    // A text that is no object path is an empty QDBusObjectPath, which libdbus answers by aborting the process.
+    // A text that is no object path is an empty QDBusObjectPath, which libdbus answers by aborting the
+    // process.
     objects.remove(QDBusObjectPath());
     return objects;
 }

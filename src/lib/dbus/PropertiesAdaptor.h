@@ -9,24 +9,28 @@
 #include <QVariantMap>
 
 /**
- * Serves org.freedesktop.DBus.Properties wherever its parent is exported with its adaptors, instead of Qt's own
- * answers for that object.
+ * Serves org.freedesktop.DBus.Properties wherever its parent is exported with its adaptors, instead of Qt's
+ * own answers for that object.
  *
- * Get, GetAll and Set are forwarded by name to the parent's slots Get(QString, QString) returning a QDBusVariant,
- * GetAll(QString) returning a QVariantMap, and Set(QString, QString, QDBusVariant). Where the parent's Get gives
- * nothing that D-Bus can carry, the caller gets the error UnknownInterface or UnknownProperty.
+ * Get, GetAll and Set are forwarded by name to the parent's slots Get(QString, QString) returning a
+ * QDBusVariant, GetAll(QString) returning a QVariantMap, and Set(QString, QString, QDBusVariant). Where the
+ * parent's Get gives nothing that D-Bus can carry, the caller gets the error UnknownInterface or
+ * UnknownProperty.
  *
- * Emitting PropertiesChanged sends the signal from each path at which the parent is exported. It has to be connected
- * explicitly: nothing is relayed from the parent automatically, or a connected signal would go out twice.
+ * Emitting PropertiesChanged sends the signal from each path at which the parent is exported. It has to be
+ * connected explicitly: nothing is relayed from the parent automatically, or a connected signal would go out
+ * twice.
  */
 class PLIM_DBUS_EXPORT PropertiesAdaptor : public QDBusAbstractAdaptor
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.DBus.Properties")
-    // Qt describes this interface itself for every object; a second description would make the answer invalid.
+    // Qt describes this interface itself for every object; a second description would make the answer
+    // invalid.
     Q_CLASSINFO("D-Bus Introspection", "")
 public:
-    /** @param parent  the object to answer for; it owns the adaptor and is exported after the adaptor was made */
+    /** @param parent  the object to answer for; it owns the adaptor and is exported after the adaptor was
+     * made */
     explicit PropertiesAdaptor(QObject* parent);
 
 public slots:

@@ -1,0 +1,312 @@
+#include "Daemon.h"
+
+#include "AdvertisingManager.h"
+#include "DBusValue.h"
+#include "GattManager.h"
+#include "Names.h"
+#include "Phone.h"
+#include "State.h"
+
+#include <QDBusConnectionInterface>
+#include <QTimer>
+
+namespace {
+
+QStringList adapterInterfaces()
+{
+    return {Names::Introspectable, Names::Properties, Names::Adapter, Names::GattManager,
+            Names::AdvertisingManager};
+}
+
+QString adapterPath(const QString& name)
+{
+    return Names::BluezPath + QLatin1Char('/') + name;
+}
+
+template <typename Manager>
+QList<Registration> registeredWith(const QMap<QString, Manager*>& managers)
+{
+    QList<Registration> found;
+    for (const Manager* manager : managers) {
+        for (const Registration& registration : manager->registrations()) {
+            if (registration.isRegistered) {
+                found += registration;
+            }
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+Daemon::Daemon(const QDBusConnection& connection, State& state, QObject* parent)
+    : QDBusVirtualObject(parent), m_connection(connection), m_state(state), m_phone(new Phone(this))
+{
+    m_clients.setConnection(m_connection);
+    m_clients.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
+    connect(&m_clients, &QDBusServiceWatcher::serviceUnregistered, this, &Daemon::onClientVanished);
+    m_connection.connect(QString(), QString(), Names::Properties, QStringLiteral("PropertiesChanged"), this,
+                         SLOT(onPropertiesChanged(QDBusMessage)));
+    m_tree.add(Names::BluezPath,
+               {Names::Introspectable, Names::Properties, QStringLiteral("org.bluez.AgentManager1"),
+                QStringLiteral("org.bluez.ProfileManager1")});
+    m_connection.registerVirtualObject(QStringLiteral("/"), this, QDBusConnection::SubPath);
+}
+
+Daemon::~Daemon()
+{
+    m_connection.unregisterObject(QStringLiteral("/"), QDBusConnection::UnregisterTree);
+}
+
+bool Daemon::takeName()
+{
+    return m_connection.registerService(Names::BluezService);
+}
+
+void Daemon::announce(const QString& path, const QStringList& interfaces)
+{
+    const DBusInterfaceList added = m_tree.add(path, interfaces);
+    if (added.contains(Names::GattManager) && !m_gattManagers.contains(path)) {
+        m_gattManagers[path] = new GattManager(path, this);
+        serve(m_gattManagers[path]);
+    }
+    if (added.contains(Names::AdvertisingManager) && !m_advertisingManagers.contains(path)) {
+        m_advertisingManagers[path] = new AdvertisingManager(path, this);
+        serve(m_advertisingManagers[path]);
+    }
+    QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/"), Names::ObjectManager,
+                                                     QStringLiteral("InterfacesAdded"));
+    signal << QVariant::fromValue(QDBusObjectPath(path)) << QVariant::fromValue(added);
+    m_connection.send(signal);
+}
+
+void Daemon::withdraw(const QString& path, const QStringList& interfaces)
+{
+    m_tree.remove(path, interfaces);
+    QList<RegistrationManager*> ended;
+    if (interfaces.contains(Names::GattManager) && m_gattManagers.contains(path)) {
+        ended += m_gattManagers.take(path);
+    }
+    if (interfaces.contains(Names::AdvertisingManager) && m_advertisingManagers.contains(path)) {
+        ended += m_advertisingManagers.take(path);
+    }
+    for (RegistrationManager* manager : qAsConst(ended)) {
+        manager->dropAll();
+        manager->deleteLater();
+    }
+    QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/"), Names::ObjectManager,
+                                                     QStringLiteral("InterfacesRemoved"));
+    signal << QVariant::fromValue(QDBusObjectPath(path)) << interfaces;
+    m_connection.send(signal);
+}
+
+void Daemon::addAdapter(const QString& name)
+{
+    announce(adapterPath(name), adapterInterfaces());
+}
+
+void Daemon::removeAdapter(const QString& name)
+{
+    withdraw(adapterPath(name), adapterInterfaces());
+}
+
+QList<Registration> Daemon::applications() const
+{
+    return registeredWith(m_gattManagers);
+}
+
+QList<Registration> Daemon::advertisements() const
+{
+    return registeredWith(m_advertisingManagers);
+}
+
+bool Daemon::releaseAdvertisement(const QString& path)
+{
+    bool isReleased = false;
+    for (AdvertisingManager* manager : qAsConst(m_advertisingManagers)) {
+        isReleased = manager->release(path) || isReleased;
+    }
+    return isReleased;
+}
+
+void Daemon::answer(const QDBusMessage& call, const QVariantList& values)
+{
+    send(call, call.createReply(values));
+}
+
+void Daemon::refuse(const QDBusMessage& call, const Refusal& refusal)
+{
+    send(call, call.createErrorReply(refusal.name, refusal.message));
+}
+
+void Daemon::changeProperty(const QString& path, const QString& interface, const QString& name,
+                            const QVariant& value)
+{
+    m_tree.setProperty(path, interface, name, value);
+    QDBusMessage signal =
+        QDBusMessage::createSignal(path, Names::Properties, QStringLiteral("PropertiesChanged"));
+    signal << interface << QVariantMap{{name, value}} << QStringList();
+    m_connection.send(signal);
+}
+
+QString Daemon::introspect(const QString& path) const
+{
+    return m_tree.introspection(path);
+}
+
+bool Daemon::handleMessage(const QDBusMessage& call, const QDBusConnection& /*connection*/)
+{
+    if (call.type() != QDBusMessage::MethodCallMessage) {
+        return false;
+    }
+    m_state.calls.record(call);
+    const Answer ordered = m_state.faults.answerTo(call.member());
+    if (ordered.mode == Answer::Error) {
+        refuse(call, {ordered.errorName, ordered.errorMessage});
+    } else if (ordered.mode != Answer::Never) {
+        dispatch(call);
+    }
+    return true;
+}
+
+void Daemon::onClientVanished(const QString& sender)
+{
+    m_clients.removeWatchedService(sender);
+    for (GattManager* manager : qAsConst(m_gattManagers)) {
+        manager->dropClient(sender);
+    }
+    for (AdvertisingManager* manager : qAsConst(m_advertisingManagers)) {
+        manager->dropClient(sender);
+    }
+}
+
+void Daemon::onPropertiesChanged(const QDBusMessage& signal)
+{
+    if (signal.signature() != QLatin1String("sa{sv}as")) {
+        return;
+    }
+    const QString interface = signal.arguments().constFirst().toString();
+    const QVariantMap changed = DBusValue::variantMap(signal.arguments().at(1));
+    if (interface == Names::GattCharacteristic) {
+        m_phone->notice(signal.service(), signal.path(), changed);
+    } else if (interface == Names::Advertisement) {
+        for (AdvertisingManager* manager : qAsConst(m_advertisingManagers)) {
+            manager->update(signal.service(), signal.path(), changed);
+        }
+    }
+}
+
+void Daemon::send(const QDBusMessage& call, const QDBusMessage& reply)
+{
+    if (!call.isReplyRequired()) {
+        return;
+    }
+    const int delay = m_state.faults.answerTo(call.member()).delayMs;
+    if (delay > 0) {
+        QTimer::singleShot(delay, this, [this, reply] { m_connection.send(reply); });
+    } else {
+        m_connection.send(reply);
+    }
+}
+
+void Daemon::dispatch(const QDBusMessage& call)
+{
+    const QString interface = call.interface();
+    const auto isCall = [&](const QString& served, const char* member) {
+        return (interface.isEmpty() || interface == served) && call.member() == QLatin1String(member);
+    };
+    const QString introspection = introspect(call.path());
+    if (isCall(Names::Introspectable, "Introspect") && !introspection.isEmpty()) {
+        answer(call, {introspection});
+    } else if (isCall(Names::ObjectManager, "GetManagedObjects") && call.path() == QLatin1String("/")) {
+        answer(call, {QVariant::fromValue(m_tree.objects())});
+    } else if (!handleManagerCall(call) && !handlePropertiesCall(call)) {
+        refuse(call,
+               {QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"),
+                QStringLiteral("Method \"%1\" with signature \"%2\" on interface \"%3\" doesn't exist\n")
+                    .arg(call.member(), call.signature(), interface)});
+    }
+}
+
+bool Daemon::handleManagerCall(const QDBusMessage& call)
+{
+    const auto concerns = [&call](const QString& interface) {
+        return call.interface().isEmpty() || call.interface() == interface;
+    };
+    RegistrationManager* gatt = concerns(Names::GattManager) ? m_gattManagers.value(call.path()) : nullptr;
+    RegistrationManager* advertising =
+        concerns(Names::AdvertisingManager) ? m_advertisingManagers.value(call.path()) : nullptr;
+    if (gatt && call.member() == QLatin1String("RegisterApplication")) {
+        gatt->add(call);
+    } else if (gatt && call.member() == QLatin1String("UnregisterApplication")) {
+        gatt->remove(call);
+    } else if (advertising && call.member() == QLatin1String("RegisterAdvertisement")) {
+        advertising->add(call);
+    } else if (advertising && call.member() == QLatin1String("UnregisterAdvertisement")) {
+        advertising->remove(call);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool Daemon::handlePropertiesCall(const QDBusMessage& call)
+{
+    const bool concerned = call.interface().isEmpty() || call.interface() == Names::Properties;
+    if (!concerned || m_tree.interfaces(call.path()).isEmpty()) {
+        return false;
+    }
+    const QString form = call.member() + QLatin1Char(' ') + call.signature();
+    if (form == QLatin1String("Get ss") || form == QLatin1String("GetAll s")) {
+        getProperties(call);
+    } else if (form == QLatin1String("Set ssv")) {
+        setProperty(call);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void Daemon::getProperties(const QDBusMessage& call)
+{
+    const QString invalid = QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs");
+    const DBusInterfaceList interfaces = m_tree.interfaces(call.path());
+    const QString interface = call.arguments().constFirst().toString();
+    const QString name = call.arguments().value(1).toString();
+    const QVariantMap properties = interfaces.value(interface);
+    if (!interfaces.contains(interface)) {
+        refuse(call, {invalid, QStringLiteral("No such interface '%1'").arg(interface)});
+    } else if (call.member() == QLatin1String("GetAll")) {
+        answer(call, {properties});
+    } else if (!properties.contains(name)) {
+        refuse(call, {invalid, QStringLiteral("No such property '%1'").arg(name)});
+    } else {
+        answer(call, {QVariant::fromValue(QDBusVariant(properties.value(name)))});
+    }
+}
+
+void Daemon::setProperty(const QDBusMessage& call)
+{
+    static const QStringList writable{QStringLiteral("Alias"), QStringLiteral("Discoverable"),
+                                      QStringLiteral("Pairable"), QStringLiteral("Powered")};
+    const QString interface = call.arguments().constFirst().toString();
+    const QString name = call.arguments().at(1).toString();
+    const QVariant value = call.arguments().at(2).value<QDBusVariant>().variant();
+    const QVariant present = m_tree.interfaces(call.path()).value(interface).value(name);
+    if (interface != Names::Adapter || !writable.contains(name)) {
+        refuse(call, {QStringLiteral("org.freedesktop.DBus.Error.PropertyReadOnly"),
+                      QStringLiteral("Property '%1' is not writable").arg(name)});
+    } else if (value.userType() != present.userType()) {
+        refuse(call, Refusal::invalidArguments());
+    } else {
+        changeProperty(call.path(), interface, name, value);
+        answer(call, {});
+    }
+}
+
+void Daemon::serve(RegistrationManager* manager)
+{
+    connect(manager, &RegistrationManager::registered, this, &Daemon::registered);
+    connect(manager, &RegistrationManager::refused, this, &Daemon::refused);
+    connect(manager, &RegistrationManager::unregistered, this, &Daemon::unregistered);
+}

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "ObjectTree.h"
+#include "Refusal.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusServiceWatcher>
+#include <QDBusVirtualObject>
+#include <QMap>
+
+class AdvertisingManager;
+class GattManager;
+class Phone;
+class RegistrationManager;
+struct Registration;
+struct State;
+
+/** One life of the Bluetooth daemon on the bus: created when it appears, deleted when it vanishes. */
+class Daemon : public QDBusVirtualObject
+{
+    Q_OBJECT
+
+public:
+    /** Serves org.bluez on a connection of its own, but does not take the name yet. */
+    Daemon(const QDBusConnection& connection, State& state, QObject* parent);
+    ~Daemon() override;
+
+    /** Takes the name; false when another program has it. */
+    bool takeName();
+
+    /** Adds interfaces to a path and tells everybody; managers among them are served from now on. */
+    void announce(const QString& path, const QStringList& interfaces);
+
+    /** Removes interfaces from a path and tells everybody; what was registered with managers among them is
+     * dropped. */
+    void withdraw(const QString& path, const QStringList& interfaces);
+
+    void addAdapter(const QString& name);
+    void removeAdapter(const QString& name);
+
+    QDBusConnection connection() const { return m_connection; }
+    State& state() const { return m_state; }
+    Phone& phone() const { return *m_phone; }
+
+    /** What is registered with all GATT managers, without what is still being read. */
+    QList<Registration> applications() const;
+    /** What is registered with all advertising managers, without what is still being read. */
+    QList<Registration> advertisements() const;
+
+    /** Ends an advertisement from the daemon's side; false when there is none at that path. */
+    bool releaseAdvertisement(const QString& path);
+
+    /** Makes sure to notice when a client leaves the bus. */
+    void watchClient(const QString& sender) { m_clients.addWatchedService(sender); }
+
+    /** Answers a call, at once or late as ordered. */
+    void answer(const QDBusMessage& call, const QVariantList& values);
+    void refuse(const QDBusMessage& call, const Refusal& refusal);
+
+    /** Sets a property of our own and tells everybody. */
+    void changeProperty(const QString& path, const QString& interface, const QString& name,
+                        const QVariant& value);
+
+    QString introspect(const QString& path) const override;
+    bool handleMessage(const QDBusMessage& call, const QDBusConnection& connection) override;
+
+signals:
+    void registered(const QString& kind, const QString& path);
+    void refused(const QString& kind, const QString& path, const QString& errorName,
+                 const QString& errorMessage);
+    void unregistered(const QString& kind, const QString& path);
+
+private slots:
+    void onClientVanished(const QString& sender);
+    void onPropertiesChanged(const QDBusMessage& signal);
+
+private:
+    void send(const QDBusMessage& call, const QDBusMessage& reply);
+    void dispatch(const QDBusMessage& call);
+    bool handleManagerCall(const QDBusMessage& call);
+    bool handlePropertiesCall(const QDBusMessage& call);
+    void getProperties(const QDBusMessage& call);
+    void setProperty(const QDBusMessage& call);
+    void serve(RegistrationManager* manager);
+
+    QDBusConnection m_connection;
+    State& m_state;
+    Phone* m_phone = nullptr;
+    ObjectTree m_tree;
+    QMap<QString, GattManager*> m_gattManagers;               // by path
+    QMap<QString, AdvertisingManager*> m_advertisingManagers; // by path
+    QDBusServiceWatcher m_clients;
+};

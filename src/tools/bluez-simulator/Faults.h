@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QMap>
+#include <QString>
+
+/** How org.bluez answers the calls of one method. */
+struct Answer
+{
+    enum Mode
+    {
+        Normal,
+        Error,
+        Late,
+        Never
+    };
+
+    Mode mode = Normal;
+    QString errorName;
+    QString errorMessage;
+    int delayMs = 0;
+};
+
+/** The answers that have been ordered, by method name. */
+class Faults
+{
+public:
+    /**
+     * Orders how to answer a method from now on. mode is "normal", "error", "late" or "never".
+     * Returns what is wrong with the order, which then has no effect; empty when it is accepted.
+     */
+    QString set(const QString& member, const QString& mode, const QString& errorName,
+                const QString& errorMessage, uint delayMs);
+
+    /** How to answer a method. */
+    Answer answerTo(const QString& member) const { return m_answers.value(member); }
+
+private:
+    QMap<QString, Answer> m_answers;
+};

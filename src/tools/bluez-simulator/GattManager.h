@@ -1,0 +1,17 @@
+#pragma once
+
+#include "RegistrationManager.h"
+
+/** Plays org.bluez.GattManager1. */
+class GattManager : public RegistrationManager
+{
+    Q_OBJECT
+
+public:
+    GattManager(const QString& path, Daemon* daemon);
+
+protected:
+    QDBusMessage readRequest(const Registration& registration) const override;
+    Refusal judge(Registration& registration, const QDBusMessage& answer) const override;
+    void onRemoved(const Registration& registration) override;
+};

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "State.h"
+
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
+#include <QList>
+#include <QObject>
+#include <QStringList>
+#include <functional>
+
+class Daemon;
+
+/** Lets the daemon come and go, and keeps what has to survive that. */
+class Simulator : public QObject
+{
+    Q_OBJECT
+
+public:
+    /** Called when something has been done, with what went wrong or an empty text. */
+    using Done = std::function<void(const QString& error)>;
+
+    /** control is the connection that stays; address says on which bus the daemon appears. */
+    Simulator(const QDBusConnection& control, const QString& address);
+    ~Simulator() override;
+
+    /** Opens a bus by its address, or the well-known one for "system" and "session". */
+    static QDBusConnection openBus(const QString& address, const QString& name);
+
+    /** Comes onto the bus, with all adapters. Does nothing when it is there already. */
+    void appear(const Done& done);
+
+    /** Leaves the bus as if killed; done is called when the bus has noticed. Does nothing when it is away
+     * already. */
+    void vanish(const Done& done);
+
+    /** Adds or removes an adapter, now or for the next appearance; returns what is wrong with it or an empty
+     * text. */
+    QString addAdapter(const QString& name);
+    QString removeAdapter(const QString& name);
+
+    /** The daemon while it is on the bus, otherwise null. */
+    Daemon* daemon() const { return m_daemon; }
+
+    State& state() { return m_state; }
+
+signals:
+    void registered(const QString& kind, const QString& path);
+    void refused(const QString& kind, const QString& path, const QString& errorName,
+                 const QString& errorMessage);
+    void unregistered(const QString& kind, const QString& path);
+    void notified(const QString& path, const QByteArray& value);
+
+private slots:
+    void onNameReleased();
+
+private:
+    void disconnectDaemon();
+
+    State m_state;
+    QString m_address;
+    QStringList m_adapters;
+    Daemon* m_daemon = nullptr;
+    QString m_connectionName;
+    int m_appearances = 0;
+    bool m_isLeaving = false;
+    QList<Done> m_afterLeaving;
+    QDBusServiceWatcher m_nameWatcher;
+};
