@@ -233,16 +233,18 @@ bool Daemon::handleManagerCall(const QDBusMessage& call)
     const auto concerns = [&call](const QString& interface) {
         return call.interface().isEmpty() || call.interface() == interface;
     };
+    // A method that is called with another signature is unknown to the daemon.
+    const QString form = call.member() + QLatin1Char(' ') + call.signature();
     RegistrationManager* gatt = concerns(Names::GattManager) ? m_gattManagers.value(call.path()) : nullptr;
     RegistrationManager* advertising =
         concerns(Names::AdvertisingManager) ? m_advertisingManagers.value(call.path()) : nullptr;
-    if (gatt && call.member() == QLatin1String("RegisterApplication")) {
+    if (gatt && form == QLatin1String("RegisterApplication oa{sv}")) {
         gatt->add(call);
-    } else if (gatt && call.member() == QLatin1String("UnregisterApplication")) {
+    } else if (gatt && form == QLatin1String("UnregisterApplication o")) {
         gatt->remove(call);
-    } else if (advertising && call.member() == QLatin1String("RegisterAdvertisement")) {
+    } else if (advertising && form == QLatin1String("RegisterAdvertisement oa{sv}")) {
         advertising->add(call);
-    } else if (advertising && call.member() == QLatin1String("UnregisterAdvertisement")) {
+    } else if (advertising && form == QLatin1String("UnregisterAdvertisement o")) {
         advertising->remove(call);
     } else {
         return false;

@@ -19,14 +19,8 @@ void RegistrationManager::add(const QDBusMessage& call)
     registration.path = call.arguments().value(0).value<QDBusObjectPath>().path();
     registration.call = call;
 
-    Refusal refusal;
-    if (call.signature() != QLatin1String("oa{sv}")) {
-        refusal = Refusal::invalidArguments();
-    } else if (indexOf(registration.sender, registration.path) >= 0) {
-        refusal = Refusal::alreadyExists();
-    } else {
-        refusal = admission();
-    }
+    const bool known = indexOf(registration.sender, registration.path) >= 0;
+    const Refusal refusal = known ? Refusal::alreadyExists() : admission();
     if (refusal) {
         m_daemon->refuse(call, refusal);
         emit refused(m_kind, registration.path, refusal.name, refusal.message);
@@ -42,10 +36,6 @@ void RegistrationManager::add(const QDBusMessage& call)
 
 void RegistrationManager::remove(const QDBusMessage& call)
 {
-    if (call.signature() != QLatin1String("o")) {
-        m_daemon->refuse(call, Refusal::invalidArguments());
-        return;
-    }
     const int index = indexOf(call.service(), call.arguments().constFirst().value<QDBusObjectPath>().path());
     if (index < 0) {
         m_daemon->refuse(call, Refusal::doesNotExist());
