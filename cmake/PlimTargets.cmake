@@ -6,7 +6,7 @@ function(plim_target_defaults target)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF AUTOMOC ON)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                                              -Wold-style-cast -Woverloaded-virtual -Wconversion
-                                             -Wno-sign-conversion)
+                                             -Wno-sign-conversion -Wsuggest-override)
     if(PLIM_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)
     endif()

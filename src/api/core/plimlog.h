@@ -19,7 +19,7 @@
     do {                                                                                                     \
         if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                                           \
             std::ostringstream plimLogLine_;                                                                 \
-            plimLogLine_ << text; /* NOLINT(bugprone-macro-parentheses) */                                   \
+            plimLogLine_ << text;                                                                            \
             (logger).forcedLog(log4cplus::level##_LOG_LEVEL, plimLogLine_.str(), __FILE__, __LINE__,         \
                                function);                                                                    \
         }                                                                                                    \

@@ -89,7 +89,7 @@ QSharedPointer<Manager> BleManager::managerAt(const QString& path)
         new Manager(DBusBluezServiceName(), path, QDBusConnection::systemBus(), this));
 }
 
-void BleManager::on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList interfaces)
+void BleManager::on_interfacesAdded(const QDBusObjectPath& path, const DBusInterfaceList& interfaces)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface added: " << path << ", interfaces: " << LogText::list(interfaces.keys()));
@@ -112,7 +112,7 @@ void BleManager::on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList inte
     }
 }
 
-void BleManager::on_interfacesRemoved(QDBusObjectPath path, QStringList interfaces)
+void BleManager::on_interfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface removed: " << path << ", interfaces: " << LogText::list(interfaces));

@@ -68,8 +68,8 @@ public:
     void unregisterAdv(const GapAdvertisement* adv);
 
 private slots:
-    void on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList interfaces);
-    void on_interfacesRemoved(QDBusObjectPath path, QStringList interfaces);
+    void on_interfacesAdded(const QDBusObjectPath& path, const DBusInterfaceList& interfaces);
+    void on_interfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces);
     void on_applicationDeleted(QObject* obj);
     void on_advertisementDeleted(QObject* obj);
     void on_advertisementChanged(const GapAdvertisement* adv);

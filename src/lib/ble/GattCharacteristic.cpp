@@ -160,9 +160,9 @@ QByteArray GattCharacteristic::ReadValue(const QVariantMap& options)
     const bool fetch = offset == 0 && page <= 0 && m_readCallback;
     const QPointer<GattCharacteristic> self = this;
     const QByteArray value = fetch ? GattDetail::refresh(this, m_value, m_readCallback, m_uuid) : m_value;
-    const QByteArray slice = paged && page >= 0 ? GattDetail::mid(value, offset + page * GattDetail::pageSize,
-                                                                  GattDetail::pageSize - offset)
-                                                : GattDetail::mid(value, offset);
+    QByteArray slice = paged && page >= 0 ? GattDetail::mid(value, offset + page * GattDetail::pageSize,
+                                                            GattDetail::pageSize - offset)
+                                          : GattDetail::mid(value, offset);
     if (self) {
         m_cachedValue = slice;
     }

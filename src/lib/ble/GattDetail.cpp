@@ -45,20 +45,23 @@ void GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& b
 }
 
 QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,
-                               std::function<QByteArray()> callback, QString uuid)
+                               const std::function<QByteArray()>& callback, const QString& uuid)
 {
+    // What is used after the call is the attribute's no longer.
     const QPointer<const QObject> alive = attribute;
-    const QByteArray old = value;
+    const std::function<QByteArray()> ownCallback(callback);
+    const QString ownUuid(uuid); // NOLINT(performance-unnecessary-copy-initialization)
+    const QByteArray old(value);
     try {
-        const QByteArray fresh = callback();
+        QByteArray fresh = ownCallback();
         if (alive) {
             value = fresh;
         }
         return fresh;
     } catch (const std::exception& error) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << uuid << " failed: " << error.what());
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << ownUuid << " failed: " << error.what());
     } catch (...) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << uuid << " failed");
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << ownUuid << " failed");
     }
     return alive ? value : old;
 }

@@ -39,8 +39,8 @@ void overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes);
  * @param value  the attribute's own value
  * @return the value to answer with, valid even if the attribute is gone
  */
-QByteArray refresh(const QObject* attribute, QByteArray& value, std::function<QByteArray()> callback,
-                   QString uuid);
+QByteArray refresh(const QObject* attribute, QByteArray& value, const std::function<QByteArray()>& callback,
+                   const QString& uuid);
 
 /**
  * Drops a child that is being destroyed from its parent's map of children.
