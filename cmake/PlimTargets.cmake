@@ -7,6 +7,8 @@ function(plim_target_defaults target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                                              -Wold-style-cast -Woverloaded-virtual -Wconversion
                                              -Wno-sign-conversion -Wsuggest-override)
+    # Log lines name their source file; the folder it was built in is nobody's business.
+    target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
     if(PLIM_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)
     endif()

@@ -26,7 +26,7 @@ void readEntries(const QDBusArgument& argument, Map& map, Convert convert)
 {
     argument.beginMap();
     while (!argument.atEnd()) {
-        typename Map::key_type key;
+        typename Map::key_type key{};
         Value value;
         argument.beginMapEntry();
         argument >> key >> value;

@@ -1,8 +1,8 @@
 #include "GapAdvertisement.h"
 
+#include "AdvertisementPropertiesAdaptor.h"
 #include "LEAdvertisement1Adaptor.h"
 #include "LogText.h"
-#include "SetPropertiesAdaptor.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -25,9 +25,12 @@ GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, Pro
     qRegisterMetaType<DBusManufacturerData>("DBusManufacturerData");
     qDBusRegisterMetaType<DBusManufacturerData>();
     m_adaptor = new LEAdvertisement1Adaptor(this);
-    if (propertyExport == SetProperties) {
-        m_setProperties = new SetPropertiesAdaptor(this, m_adaptor);
-        m_setProperties->show("Type");
+    m_properties = new AdvertisementPropertiesAdaptor(this, m_adaptor);
+    if (propertyExport == AllProperties) {
+        m_properties->showAll();
+    } else {
+        m_properties->show(QStringLiteral("Type"));
+        m_properties->alias(QStringLiteral("ScanResponseData"), QStringLiteral("ScanData"));
     }
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
@@ -39,9 +42,7 @@ template <typename Member, typename Value>
 void GapAdvertisement::change(const char* property, Member& member, const Value& value)
 {
     member = value;
-    if (m_setProperties) {
-        m_setProperties->show(property);
-    }
+    m_properties->show(QLatin1String(property));
     emit dataChanged(this);
 }
 

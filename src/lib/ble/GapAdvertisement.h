@@ -12,7 +12,7 @@
 #include <cstdint>
 
 class LEAdvertisement1Adaptor;
-class SetPropertiesAdaptor;
+class AdvertisementPropertiesAdaptor;
 
 using GapManufacturerData = DBusManufacturerData;
 
@@ -165,8 +165,7 @@ private:
 
     const QString m_dbusPath;
     LEAdvertisement1Adaptor* m_adaptor = nullptr;
-    /** Answers for the properties instead of Qt; null when all are shown. */
-    SetPropertiesAdaptor* m_setProperties = nullptr;
+    AdvertisementPropertiesAdaptor* m_properties = nullptr;
     bool m_includeTxPower = false;
     DBusManufacturerData m_manufacturerData;
     QString m_localName;

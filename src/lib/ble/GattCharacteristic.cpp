@@ -25,7 +25,6 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
                                        Option option, GattCharacteristic* control)
     : QObject(service),
       m_service(service),
-      m_servicePath(service->dbusPath()),
       m_uuid(uuid),
       m_option(option),
       m_control(control),
@@ -40,8 +39,17 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
                  "Failed to register GattCharacteristic1 adaptor at " << dbusPath);
         return;
     }
-    plim::connect(this, &GattCharacteristic::PropertiesChanged, m_propertiesAdaptor,
-                  &PropertiesAdaptor::PropertiesChanged);
+    plim::connect(
+        this, &GattCharacteristic::PropertiesChanged, m_propertiesAdaptor,
+        [this](const QString& interface, const QVariantMap& changed, const QStringList& invalidated) {
+            if (m_value.size() > DBusHelper::maximumLength) {
+                // The bus would drop the connection, or libdbus abort the process.
+                PLIM_LOG(logger, ERROR, "void GattCharacteristic::notifyValueChanged()",
+                         "Value too long to be notified at " << m_dbusPath);
+                return;
+            }
+            emit m_propertiesAdaptor->PropertiesChanged(interface, changed, invalidated);
+        });
     if (control) {
         plim::connect(control, &GattCharacteristic::valueChanged, this,
                       &GattCharacteristic::on_control_valueChanged);
@@ -104,8 +112,9 @@ QString GattCharacteristic::uUID() const
 QDBusObjectPath GattCharacteristic::service() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    // A service that is just deleting its children cannot be asked any more.
-    return QDBusObjectPath(m_service ? m_service->dbusPath() : m_servicePath);
+    // A service that is just deleting its children cannot be asked any more: the path is this one's without
+    // the UUID.
+    return QDBusObjectPath(m_service ? m_service->dbusPath() : m_dbusPath.chopped(m_uuid.size() + 1));
 }
 
 QString GattCharacteristic::dbusPath() const

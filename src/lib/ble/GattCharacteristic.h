@@ -159,7 +159,6 @@ private slots:
 
 private:
     const QPointer<GattService> m_service;
-    const QString m_servicePath;
     const QString m_uuid;
     const Option m_option;
     const QPointer<GattCharacteristic> m_control;

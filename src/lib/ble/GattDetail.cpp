@@ -1,5 +1,6 @@
 #include "GattDetail.h"
 
+#include "DBusHelper.h"
 #include "plimlog.h"
 
 #include <QPointer>
@@ -35,7 +36,10 @@ QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
         length = length < 0 ? length : qMax<qint64>(0, start + length);
         start = 0;
     }
-    return bytes.mid(toInt(start), toInt(length));
+    if (length < 0 || length > DBusHelper::maximumLength) {
+        length = DBusHelper::maximumLength;
+    }
+    return bytes.mid(toInt(start), int(length));
 }
 
 void GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes)

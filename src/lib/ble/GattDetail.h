@@ -22,7 +22,8 @@ qint64 offsetOf(const QVariantMap& options);
 
 /**
  * QByteArray::mid() for positions that do not fit an int: a start beyond the end gives nothing, a negative
- * length everything from the start on, and bytes before the start of the value count as absent.
+ * length everything from the start on, and bytes before the start of the value count as absent. Of longer
+ * results only the first DBusHelper::maximumLength bytes are given, since nothing longer can be sent.
  */
 QByteArray mid(const QByteArray& bytes, qint64 start, qint64 length = -1);
 

@@ -7,6 +7,78 @@
 #include <QMetaClassInfo>
 #include <QMetaProperty>
 
+namespace {
+
+constexpr int maximumDepth = 16;
+
+QVariant marshallableAt(int depth, const QVariant& value);
+
+QVariantMap marshallableEntries(int depth, const QVariantMap& all)
+{
+    QVariantMap map;
+    for (auto it = all.cbegin(); it != all.cend(); ++it) {
+        const QVariant entry = marshallableAt(depth, *it);
+        if (entry.isValid()) {
+            map.insert(it.key(), entry);
+        }
+    }
+    return map;
+}
+
+QVariantList marshallableItems(int depth, const QVariantList& all)
+{
+    QVariantList list;
+    for (const QVariant& item : all) {
+        const QVariant kept = marshallableAt(depth, item);
+        if (kept.isValid()) {
+            list << kept;
+        }
+    }
+    return list;
+}
+
+bool isMarshallableScalar(const QVariant& value)
+{
+    if (value.userType() == QMetaType::QByteArray) {
+        return value.toByteArray().size() <= DBusHelper::maximumLength;
+    }
+    if (value.userType() == QMetaType::QString) {
+        return value.toString().size() <=
+               DBusHelper::maximumLength / 3; // UTF-8 takes up to three bytes for each
+    }
+    if (value.userType() == qMetaTypeId<QDBusObjectPath>()) {
+        return !value.value<QDBusObjectPath>().path().isEmpty();
+    }
+    return value.isValid() && QDBusMetaType::typeToSignature(value.userType());
+}
+
+QVariant marshallableAt(int depth, const QVariant& value)
+{
+    if (depth > maximumDepth) {
+        return {};
+    }
+    const int type = value.userType();
+    if (type == QMetaType::QVariantMap) {
+        return marshallableEntries(depth + 1, value.toMap());
+    }
+    if (type == QMetaType::QVariantList) {
+        return marshallableItems(depth + 1, value.toList());
+    }
+    if (type == qMetaTypeId<QDBusVariant>()) {
+        const QVariant inner = marshallableAt(depth + 1, value.value<QDBusVariant>().variant());
+        return inner.isValid() ? QVariant::fromValue(QDBusVariant(inner)) : QVariant();
+    }
+    return isMarshallableScalar(value) ? value : QVariant();
+}
+
+/** How Qt's error texts name a property. */
+QString fullName(const QString& interface, const QString& name)
+{
+    return interface.isEmpty() ? name : interface + QLatin1Char('.') + name;
+}
+
+} // namespace
+
 QString DBusHelper::findFirstObjectPath(const DBusManagedObjectList& objects, const QString& interfaceName)
 {
     for (auto it = objects.cbegin(); it != objects.cend(); ++it) {
@@ -45,35 +117,7 @@ QString DBusHelper::interfaceName(const QObject* adaptor)
 
 QVariant DBusHelper::marshallable(const QVariant& value)
 {
-    const int type = value.userType();
-    if (type == QMetaType::QVariantMap) {
-        QVariantMap map;
-        const QVariantMap all = value.toMap();
-        for (auto it = all.cbegin(); it != all.cend(); ++it) {
-            const QVariant entry = marshallable(*it);
-            if (entry.isValid()) {
-                map.insert(it.key(), entry);
-            }
-        }
-        return map;
-    }
-    if (type == QMetaType::QVariantList) {
-        QVariantList list;
-        for (const QVariant& item : value.toList()) {
-            const QVariant kept = marshallable(item);
-            if (kept.isValid()) {
-                list << kept;
-            }
-        }
-        return list;
-    }
-    if (type == qMetaTypeId<QDBusVariant>()) {
-        const QVariant inner = marshallable(value.value<QDBusVariant>().variant());
-        return inner.isValid() ? QVariant::fromValue(QDBusVariant(inner)) : QVariant();
-    }
-    const bool emptyPath =
-        type == qMetaTypeId<QDBusObjectPath>() && value.value<QDBusObjectPath>().path().isEmpty();
-    return value.isValid() && !emptyPath && QDBusMetaType::typeToSignature(type) ? value : QVariant();
+    return marshallableAt(0, value);
 }
 
 void DBusHelper::replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text)
@@ -90,6 +134,14 @@ void DBusHelper::replyUnknownInterface(const QDBusMessage& call, const QString& 
 
 void DBusHelper::replyUnknownProperty(const QDBusMessage& call, const QString& interface, const QString& name)
 {
-    replyError(call, QDBusError::UnknownProperty,
-               QStringLiteral("Property %1.%2 was not found in object %3").arg(interface, name, call.path()));
+    replyError(
+        call, QDBusError::UnknownProperty,
+        QStringLiteral("Property %1 was not found in object %2").arg(fullName(interface, name), call.path()));
+}
+
+void DBusHelper::replyReadOnlyProperty(const QDBusMessage& call, const QString& interface,
+                                       const QString& name)
+{
+    replyError(call, QDBusError::PropertyReadOnly,
+               QStringLiteral("Property %1 is read-only").arg(fullName(interface, name)));
 }

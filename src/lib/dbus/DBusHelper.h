@@ -33,10 +33,15 @@ PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
  * one. */
 PLIM_DBUS_EXPORT QString interfaceName(const QObject* adaptor);
 
+/** The longest byte array or string that is sent, in bytes: 16 MiB, half of what a system bus takes in a
+ * message. */
+constexpr int maximumLength = 16 * 1024 * 1024;
+
 /**
  * What D-Bus can carry of a value. Entries of maps and items of lists that it cannot are left out: those of a
- * type that Qt D-Bus does not know, invalid ones, and empty object paths. Sent all the same, such a value
- * would mean that the message is never sent, or that libdbus aborts the process.
+ * type that Qt D-Bus does not know, invalid ones, empty object paths, byte arrays and strings over
+ * maximumLength, and what lies more than 16 containers deep. Sent all the same, such a value would mean that
+ * the message is never sent, that libdbus aborts the process, or that the bus drops the connection.
  * @return the value or what is left of it; invalid where nothing is
  */
 PLIM_DBUS_EXPORT QVariant marshallable(const QVariant& value);
@@ -53,5 +58,9 @@ PLIM_DBUS_EXPORT void replyUnknownInterface(const QDBusMessage& call, const QStr
 /** replyError() with org.freedesktop.DBus.Error.UnknownProperty and the text that Qt uses for it. */
 PLIM_DBUS_EXPORT void replyUnknownProperty(const QDBusMessage& call, const QString& interface,
                                            const QString& name);
+
+/** replyError() with org.freedesktop.DBus.Error.PropertyReadOnly and the text that Qt uses for it. */
+PLIM_DBUS_EXPORT void replyReadOnlyProperty(const QDBusMessage& call, const QString& interface,
+                                            const QString& name);
 
 } // namespace DBusHelper

@@ -1,0 +1,88 @@
+#include "AdvertisementPropertiesAdaptor.h"
+
+#include "DBusHelper.h"
+
+#include <QMetaProperty>
+
+AdvertisementPropertiesAdaptor::AdvertisementPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor)
+    : QDBusAbstractAdaptor(parent), m_adaptor(adaptor)
+{
+}
+
+void AdvertisementPropertiesAdaptor::show(const QString& property)
+{
+    if (!m_shown.contains(property)) {
+        m_shown << property;
+    }
+}
+
+void AdvertisementPropertiesAdaptor::showAll()
+{
+    const QMetaObject* metaObject = m_adaptor->metaObject();
+    for (int i = metaObject->propertyOffset(); i < metaObject->propertyCount(); ++i) {
+        show(QString::fromLatin1(metaObject->property(i).name()));
+    }
+}
+
+void AdvertisementPropertiesAdaptor::alias(const QString& name, const QString& property)
+{
+    m_aliases.insert(name, property);
+}
+
+QDBusVariant AdvertisementPropertiesAdaptor::Get(const QString& interface, const QString& name,
+                                                 const QDBusMessage& message)
+{
+    const QVariant value = serves(interface) ? property(name) : QVariant();
+    if (value.isValid()) {
+        return QDBusVariant(value);
+    }
+    if (serves(interface) && !interface.isEmpty()) {
+        DBusHelper::replyUnknownProperty(message, interface, name);
+    } else {
+        DBusHelper::replyUnknownInterface(message, interface);
+    }
+    return {};
+}
+
+QVariantMap AdvertisementPropertiesAdaptor::GetAll(const QString& interface, const QDBusMessage& message)
+{
+    QVariantMap properties;
+    if (!serves(interface)) {
+        DBusHelper::replyUnknownInterface(message, interface);
+        return properties;
+    }
+    for (const QString& name : m_shown + m_aliases.keys()) {
+        const QVariant value = property(name);
+        if (value.isValid()) {
+            properties.insert(name, value);
+        }
+    }
+    return properties;
+}
+
+void AdvertisementPropertiesAdaptor::Set(const QString& interface, const QString& name,
+                                         const QDBusVariant& /*value*/, const QDBusMessage& message)
+{
+    if (!serves(interface)) {
+        DBusHelper::replyUnknownInterface(message, interface);
+    } else if (!property(name).isValid()) {
+        DBusHelper::replyUnknownProperty(message, interface, name);
+    } else {
+        DBusHelper::replyReadOnlyProperty(message, interface, name);
+    }
+}
+
+/** Whether the interface is the adaptor's; no name means any interface. */
+bool AdvertisementPropertiesAdaptor::serves(const QString& interface) const
+{
+    return interface.isEmpty() || interface == DBusHelper::interfaceName(m_adaptor);
+}
+
+/** What the bus sees of a property, or an invalid variant where it sees none of that name. */
+QVariant AdvertisementPropertiesAdaptor::property(const QString& name) const
+{
+    const QString original = m_aliases.value(name, name);
+    return m_shown.contains(original)
+               ? DBusHelper::marshallable(m_adaptor->property(original.toUtf8().constData()))
+               : QVariant();
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QMap>
+#include <QStringList>
+#include <QVariantMap>
+
+/**
+ * Serves org.freedesktop.DBus.Properties for an advertisement: answers and errors are Qt's own, but the bus
+ * sees only chosen properties, and of their values only what D-Bus can carry. Internal: not installed.
+ */
+class AdvertisementPropertiesAdaptor : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.DBus.Properties")
+    // Qt describes this interface itself for every object; a second description would make the answer
+    // invalid.
+    Q_CLASSINFO("D-Bus Introspection", "")
+public:
+    /**
+     * Shows nothing at first.
+     * @param parent   the advertisement; it owns this adaptor
+     * @param adaptor  the adaptor that holds the properties, all of them read-only; the parent owns it too
+     */
+    AdvertisementPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor);
+
+    /** Shows a property from now on. */
+    void show(const QString& property);
+
+    /** Shows every property of the adaptor. */
+    void showAll();
+
+    /** Shows a property, once it is shown, under a second name too. */
+    void alias(const QString& name, const QString& property);
+
+public slots:
+    QDBusVariant Get(const QString& interface, const QString& name, const QDBusMessage& message);
+    QVariantMap GetAll(const QString& interface, const QDBusMessage& message);
+    void Set(const QString& interface, const QString& name, const QDBusVariant& value,
+             const QDBusMessage& message);
+
+private:
+    bool serves(const QString& interface) const;
+    QVariant property(const QString& name) const;
+
+    QDBusAbstractAdaptor* m_adaptor;
+    QStringList m_shown;
+    QMap<QString, QString> m_aliases; ///< second name to property
+};
