@@ -39,6 +39,9 @@ std::ostream& operator<<(std::ostream& stream, const QVariant& value)
     if (value.userType() == qMetaTypeId<QDBusObjectPath>()) {
         return stream << value.value<QDBusObjectPath>().path();
     }
+    if (value.userType() == QMetaType::UChar) {
+        return stream << value.toUInt(); // the one number that does not convert to a string
+    }
     if (value.canConvert<QString>()) {
         return stream << value.toString();
     }

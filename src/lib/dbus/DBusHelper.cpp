@@ -3,6 +3,8 @@
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMetaType>
+#include <QDBusSignature>
+#include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
 #include <QMetaClassInfo>
 #include <QMetaProperty>
@@ -48,6 +50,12 @@ bool isMarshallableScalar(const QVariant& value)
     }
     if (value.userType() == qMetaTypeId<QDBusObjectPath>()) {
         return !value.value<QDBusObjectPath>().path().isEmpty();
+    }
+    if (value.userType() == qMetaTypeId<QDBusSignature>()) {
+        return !value.value<QDBusSignature>().signature().isEmpty();
+    }
+    if (value.userType() == qMetaTypeId<QDBusUnixFileDescriptor>()) {
+        return value.value<QDBusUnixFileDescriptor>().isValid();
     }
     return value.isValid() && QDBusMetaType::typeToSignature(value.userType());
 }

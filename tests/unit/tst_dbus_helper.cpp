@@ -1,0 +1,110 @@
+#include "DBusBluez.h"
+#include "DBusHelper.h"
+#include "Literals.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusSignature>
+#include <QDBusVariant>
+#include <QtTest>
+
+/** An adaptor with a property that counts how often it is read. */
+class CountingAdaptor : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.example.Counting")
+    Q_PROPERTY(int Count READ count)
+    Q_PROPERTY(QString Name READ name)
+
+public:
+    explicit CountingAdaptor(QObject* parent) : QDBusAbstractAdaptor(parent) {}
+    int count() { return ++m_count; }
+    QString name() const { return "a name"_qs; }
+
+private:
+    int m_count = 0;
+};
+
+class tst_dbus_helper : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void blueZIsFoundUnderItsNames();
+    void theFirstObjectIsTheOneWithTheLeastPath();
+    void anAbsentInterfaceIsFoundNowhere();
+    void anAdaptorsEntryHoldsItsPropertiesAtThisMoment();
+    void whatIsNoAdaptorHasNoEntry();
+    void whatCannotTravelIsLeftOut_data();
+    void whatCannotTravelIsLeftOut();
+};
+
+void tst_dbus_helper::blueZIsFoundUnderItsNames()
+{
+    QCOMPARE(DBusBluezServiceName(), "org.bluez"_qs);
+    QCOMPARE(DBusBluezObjectManagerPath(), "/"_qs);
+}
+
+void tst_dbus_helper::theFirstObjectIsTheOneWithTheLeastPath()
+{
+    const DBusInterfaceList wanted{{"a.Wanted"_qs, {}}, {"b.Other"_qs, {}}};
+    const DBusManagedObjectList objects{{QDBusObjectPath("/hci10"_qs), wanted},
+                                        {QDBusObjectPath("/hci2"_qs), wanted},
+                                        {QDBusObjectPath("/hci1"_qs), {{"b.Other"_qs, {}}}}};
+    QCOMPARE(DBusHelper::findFirstObjectPath(objects, "a.Wanted"_qs), "/hci10"_qs);
+    QCOMPARE(DBusHelper::findFirstObjectPath(objects, "b.Other"_qs), "/hci1"_qs);
+}
+
+void tst_dbus_helper::anAbsentInterfaceIsFoundNowhere()
+{
+    const DBusManagedObjectList objects{{QDBusObjectPath("/a"_qs), {{"a.Wanted"_qs, {}}}}};
+    QCOMPARE(DBusHelper::findFirstObjectPath(objects, "a.wanted"_qs), QString());
+    QCOMPARE(DBusHelper::findFirstObjectPath({}, "a.Wanted"_qs), QString());
+}
+
+void tst_dbus_helper::anAdaptorsEntryHoldsItsPropertiesAtThisMoment()
+{
+    QObject parent;
+    auto* adaptor = new CountingAdaptor(&parent);
+    for (int count = 1; count <= 2; ++count) {
+        const DBusInterfaceList expected{
+            {"org.example.Counting"_qs, {{"Count"_qs, count}, {"Name"_qs, "a name"_qs}}}};
+        QCOMPARE(DBusHelper::generateDBusInterfaceList(adaptor), expected);
+    }
+}
+
+void tst_dbus_helper::whatIsNoAdaptorHasNoEntry()
+{
+    QObject object;
+    QVERIFY(DBusHelper::generateDBusInterfaceList(&object).isEmpty());
+    QVERIFY(DBusHelper::generateDBusInterfaceList(nullptr).isEmpty());
+}
+
+void tst_dbus_helper::whatCannotTravelIsLeftOut_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<QVariant>("left");
+    const QVariant emptyPath = QVariant::fromValue(QDBusObjectPath());
+    const QVariant path = QVariant::fromValue(QDBusObjectPath("/a"_qs));
+    QTest::newRow("invalid") << QVariant() << QVariant();
+    QTest::newRow("text") << QVariant("a"_qs) << QVariant("a"_qs);
+    QTest::newRow("path") << path << path;
+    QTest::newRow("empty path") << emptyPath << QVariant();
+    QTest::newRow("variant of an empty path") << QVariant::fromValue(QDBusVariant(emptyPath)) << QVariant();
+    QTest::newRow("empty signature") << QVariant::fromValue(QDBusSignature()) << QVariant();
+    QTest::newRow("unknown type") << QVariant::fromValue<QObject*>(nullptr) << QVariant();
+    QTest::newRow("map") << QVariant(QVariantMap{{"a"_qs, 1}, {"b"_qs, emptyPath}, {"c"_qs, QVariant()}})
+                         << QVariant(QVariantMap{{"a"_qs, 1}});
+    QTest::newRow("list") << QVariant(QVariantList{1, emptyPath, 2}) << QVariant(QVariantList{1, 2});
+}
+
+void tst_dbus_helper::whatCannotTravelIsLeftOut()
+{
+    QFETCH(QVariant, value);
+    QFETCH(QVariant, left);
+    const QVariant actual = DBusHelper::marshallable(value);
+    QCOMPARE(actual.userType(), left.userType());
+    QCOMPARE(actual, left);
+}
+
+QTEST_GUILESS_MAIN(tst_dbus_helper)
+#include "tst_dbus_helper.moc"
