@@ -10,12 +10,18 @@
 #include "OrgFreedesktopDBusObjectManagerInterface.h"
 #include "plimlog.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusPendingCall>
 #include <QDBusPendingReply>
+#include <QThread>
 
 #include <algorithm>
+
+// So that the signals of objects on another thread can be queued.
+Q_DECLARE_METATYPE(const GattApplication*)
+Q_DECLARE_METATYPE(const GapAdvertisement*)
 
 namespace {
 
@@ -29,6 +35,7 @@ const char advManagerName[] = "org.bluez.LEAdvertisingManager1";
 template <>
 const BleManager::Kind<GattApplication> BleManager::kind<GattApplication> = {
     "application",
+    "const GattApplication*",
     &BleManager::m_applications,
     &GattApplication::applicationChanged,
     &BleManager::on_applicationChanged,
@@ -40,6 +47,7 @@ const BleManager::Kind<GattApplication> BleManager::kind<GattApplication> = {
 template <>
 const BleManager::Kind<GapAdvertisement> BleManager::kind<GapAdvertisement> = {
     "advertisement",
+    "const GapAdvertisement*",
     &BleManager::m_advertisements,
     &GapAdvertisement::dataChanged,
     &BleManager::on_advertisementChanged,
@@ -60,10 +68,12 @@ BleManager::BleManager(QObject* parent) : QObject(parent)
     m_objectManager = new OrgFreedesktopDBusObjectManagerInterface(
         DBusBluezServiceName(), DBusBluezObjectManagerPath(), QDBusConnection::systemBus(), this);
     // Subscribe before asking, or a manager that appears in between is lost.
-    plim::connect(m_objectManager, &OrgFreedesktopDBusObjectManagerInterface::InterfacesAdded, this,
-                  &BleManager::on_interfacesAdded);
-    plim::connect(m_objectManager, &OrgFreedesktopDBusObjectManagerInterface::InterfacesRemoved, this,
-                  &BleManager::on_interfacesRemoved);
+    m_connections.add(plim::connect(m_objectManager,
+                                    &OrgFreedesktopDBusObjectManagerInterface::InterfacesAdded, this,
+                                    &BleManager::on_interfacesAdded));
+    m_connections.add(plim::connect(m_objectManager,
+                                    &OrgFreedesktopDBusObjectManagerInterface::InterfacesRemoved, this,
+                                    &BleManager::on_interfacesRemoved));
     QDBusPendingReply<DBusManagedObjectList> reply = m_objectManager->GetManagedObjects();
     reply.waitForFinished();
     if (!reply.isValid()) {
@@ -145,14 +155,19 @@ void BleManager::hold(const Object* object, const char* signature)
         return;
     }
     PLIM_LOG_ENTER(logger, DEBUG, signature, object->dbusPath());
+    hearFromElsewhere();
     auto& held = this->*kind<Object>.held;
     if (held.contains(object)) {
         return;
     }
+    if (object->thread() != thread()) {
+        qRegisterMetaType<const Object*>(kind<Object>.pointerName);
+        m_pathsElsewhere.insert(object, object->dbusPath());
+    }
     PLIM_LOG(logger, INFO, signature, "Add " << kind<Object>.name << ": " << object->dbusPath());
     held.append(object);
-    plim::connect(object, kind<Object>.changed, this, kind<Object>.on_changed);
-    plim::connect(object, &QObject::destroyed, this, kind<Object>.on_deleted);
+    m_connections.add(plim::connect(object, kind<Object>.changed, this, kind<Object>.on_changed));
+    m_connections.add(plim::connect(object, &QObject::destroyed, this, kind<Object>.on_deleted));
     (this->*kind<Object>.registerStep)(object);
 }
 
@@ -182,6 +197,8 @@ void BleManager::release(const Object* object, const char* signature)
     held.removeOne(object);
     plim::disconnect(object, kind<Object>.changed, this, kind<Object>.on_changed);
     plim::disconnect(object, &QObject::destroyed, this, kind<Object>.on_deleted);
+    hearFromElsewhere();
+    m_pathsElsewhere.remove(object);
     (this->*kind<Object>.unregisterStep)(object);
 }
 
@@ -217,6 +234,23 @@ void BleManager::unregisterAdv(const GapAdvertisement* adv)
         "unregisterAdv", Q_FUNC_INFO);
 }
 
+/** The object's path; one of another thread may be gone already, of which this one has not heard yet. */
+template <typename Object>
+QString BleManager::pathOf(const Object* object) const
+{
+    const auto it = m_pathsElsewhere.constFind(object);
+    return it == m_pathsElsewhere.constEnd() ? object->dbusPath() : *it;
+}
+
+/** Handles what objects of other threads have signalled so far, before it could be taken for something that
+ * another object at the same address has. */
+void BleManager::hearFromElsewhere()
+{
+    if (!m_pathsElsewhere.isEmpty()) {
+        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+    }
+}
+
 /** One of the four steps: an asynchronous call about the object, if the manager for it is present. */
 template <typename Manager, typename Object, typename Call>
 void BleManager::send(const QSharedPointer<Manager>& manager, const Object* object, Call call,
@@ -226,15 +260,15 @@ void BleManager::send(const QSharedPointer<Manager>& manager, const Object* obje
         PLIM_LOG(logger, ERROR, signature, "Cannot register or unregister a null " << kind<Object>.name);
         return;
     }
-    PLIM_LOG_ENTER(logger, DEBUG, signature, object->dbusPath());
+    PLIM_LOG_ENTER(logger, DEBUG, signature, pathOf(object));
     if (!manager) {
         return;
     }
-    const QDBusObjectPath path(object->dbusPath());
+    const QDBusObjectPath path(pathOf(object));
     if (path.path().isEmpty()) {
         // libdbus aborts a process that tries to send this.
         PLIM_LOG(logger, ERROR, signature,
-                 "D-Bus call from '" << step << "' failed: Invalid object path: " << object->dbusPath());
+                 "D-Bus call from '" << step << "' failed: Invalid object path: " << pathOf(object));
         return;
     }
     watch(call(*manager, path), step);
@@ -244,7 +278,8 @@ void BleManager::watch(const QDBusPendingCall& call, const char* step)
 {
     auto* watcher = new QDBusPendingCallWatcher(call);
     watcher->setProperty("function", QString::fromLatin1(step));
-    plim::connect(watcher, &QDBusPendingCallWatcher::finished, this, &BleManager::on_dbusWatcher_finished);
+    m_connections.add(plim::connect(watcher, &QDBusPendingCallWatcher::finished, this,
+                                    &BleManager::on_dbusWatcher_finished));
     // Only a manager made without instance() can end before its calls do.
     plim::connect(this, &QObject::destroyed, watcher, &QObject::deleteLater);
 }
@@ -264,7 +299,7 @@ void BleManager::on_advertisementChanged(const GapAdvertisement* adv)
 template <typename Object>
 void BleManager::onChanged(const Object* object, const char* signature)
 {
-    PLIM_LOG_ENTER(logger, DEBUG, signature, object->dbusPath());
+    PLIM_LOG_ENTER(logger, DEBUG, signature, pathOf(object));
     (this->*kind<Object>.unregisterStep)(object);
     (this->*kind<Object>.registerStep)(object);
 }
@@ -291,6 +326,7 @@ void BleManager::onDeleted(const QObject* dying, const char* signature)
     if (it != held.end()) {
         held.erase(it);
     }
+    m_pathsElsewhere.remove(dying);
 }
 
 void BleManager::on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher)

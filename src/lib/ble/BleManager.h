@@ -1,9 +1,11 @@
 #pragma once
 
 #include "DBusTypes.h"
+#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QDBusObjectPath>
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QSharedPointer>
@@ -26,7 +28,9 @@ class QDBusPendingCallWatcher;
  * ERROR for a failure, which changes nothing and is not retried.
  *
  * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event
- * loop; the objects handed over are expected to live there too.
+ * loop; the objects handed over are expected to live there too. One that lives on another thread, and stays
+ * there while it is held, is followed through the event loop: its changes are registered, and its end is
+ * noticed, when this thread gets there. It has to be alive while add() and remove() run.
  */
 class PLIM_BLE_EXPORT BleManager : public QObject
 {
@@ -82,6 +86,7 @@ private:
     struct Kind
     {
         const char* name;
+        const char* pointerName;
         QList<const Object*> BleManager::*held;
         void (Object::*changed)(const Object*);
         void (BleManager::*on_changed)(const Object*);
@@ -100,6 +105,9 @@ private:
     void onChanged(const Object* object, const char* signature);
     template <typename Object>
     void onDeleted(const QObject* dying, const char* signature);
+    template <typename Object>
+    QString pathOf(const Object* object) const;
+    void hearFromElsewhere();
     template <typename Manager, typename Object, typename Call>
     void send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const char* step,
               const char* signature);
@@ -112,4 +120,6 @@ private:
     QList<const GattApplication*> m_applications;
     QSharedPointer<OrgBluezLEAdvertisingManager1Interface> m_advManager;
     QList<const GapAdvertisement*> m_advertisements;
+    QHash<const QObject*, QString> m_pathsElsewhere; ///< of held objects that live on another thread
+    OwnConnections m_connections;
 };

@@ -1,8 +1,8 @@
 #include "GapAdvertisement.h"
 
-#include "AdvertisementPropertiesAdaptor.h"
 #include "LEAdvertisement1Adaptor.h"
 #include "LogText.h"
+#include "ReadOnlyPropertiesAdaptor.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -25,7 +25,7 @@ GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, Pro
     qRegisterMetaType<DBusManufacturerData>("DBusManufacturerData");
     qDBusRegisterMetaType<DBusManufacturerData>();
     m_adaptor = new LEAdvertisement1Adaptor(this);
-    m_properties = new AdvertisementPropertiesAdaptor(this, m_adaptor);
+    m_properties = new ReadOnlyPropertiesAdaptor(this, m_adaptor);
     if (propertyExport == AllProperties) {
         m_properties->showAll();
     } else {

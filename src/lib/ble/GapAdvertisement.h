@@ -12,7 +12,7 @@
 #include <cstdint>
 
 class LEAdvertisement1Adaptor;
-class AdvertisementPropertiesAdaptor;
+class ReadOnlyPropertiesAdaptor;
 
 using GapManufacturerData = DBusManufacturerData;
 
@@ -165,7 +165,7 @@ private:
 
     const QString m_dbusPath;
     LEAdvertisement1Adaptor* m_adaptor = nullptr;
-    AdvertisementPropertiesAdaptor* m_properties = nullptr;
+    ReadOnlyPropertiesAdaptor* m_properties = nullptr;
     bool m_includeTxPower = false;
     DBusManufacturerData m_manufacturerData;
     QString m_localName;

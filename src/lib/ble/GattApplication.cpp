@@ -44,8 +44,10 @@ GattService* GattApplication::createService(const QString& uuid, bool primary)
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid << " primary: " << primary);
     const QString path = GattDetail::childPath(m_dbusPath, uuid);
     const QPointer<GattService> service = new GattService(this, uuid, primary, path);
-    plim::connect(service.data(), &GattService::handlesChanged, this, &GattApplication::on_handlesChanged);
-    plim::connect(service.data(), &QObject::destroyed, this, &GattApplication::on_serviceDeleted);
+    m_connections.add(plim::connect(service.data(), &GattService::handlesChanged, this,
+                                    &GattApplication::on_handlesChanged));
+    m_connections.add(
+        plim::connect(service.data(), &QObject::destroyed, this, &GattApplication::on_serviceDeleted));
     m_services.insert(uuid, service);
     emit applicationChanged(this);
     return service;

@@ -2,6 +2,7 @@
 
 #include "BleDBusTypes.h"
 #include "GattService.h"
+#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QList>
@@ -73,4 +74,5 @@ private slots:
 private:
     const QString m_dbusPath;
     QMap<QString, GattService*> m_services;
+    OwnConnections m_connections;
 };

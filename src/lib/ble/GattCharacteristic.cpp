@@ -51,8 +51,8 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
             emit m_propertiesAdaptor->PropertiesChanged(interface, changed, invalidated);
         });
     if (control) {
-        plim::connect(control, &GattCharacteristic::valueChanged, this,
-                      &GattCharacteristic::on_control_valueChanged);
+        m_connections.add(plim::connect(control, &GattCharacteristic::valueChanged, this,
+                                        &GattCharacteristic::on_control_valueChanged));
     }
 }
 
@@ -150,7 +150,8 @@ GattDescriptor* GattCharacteristic::addDescriptor(const QString& uuid, GattDescr
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
     const QString path = m_dbusPath + QStringLiteral("/desc") + QString::number(m_descriptorIndex++);
     const QPointer<GattDescriptor> descriptor = new GattDescriptor(this, uuid, path, option);
-    plim::connect(descriptor.data(), &QObject::destroyed, this, &GattCharacteristic::on_descriptorDeleted);
+    m_connections.add(plim::connect(descriptor.data(), &QObject::destroyed, this,
+                                    &GattCharacteristic::on_descriptorDeleted));
     m_descriptors.insert(uuid, descriptor);
     emit handlesChanged();
     return descriptor;
@@ -210,7 +211,9 @@ void GattCharacteristic::WriteValue(const QByteArray& value, const QVariantMap& 
         }
         offset += page * GattDetail::pageSize;
     }
-    GattDetail::overwrite(m_value, offset, value);
+    if (!GattDetail::overwrite(m_value, offset, value, m_uuid)) {
+        return;
+    }
     const QPointer<GattCharacteristic> self = this;
     emit valueChanged();
     if (self) {

@@ -2,6 +2,7 @@
 
 #include "BleDBusTypes.h"
 #include "GattDescriptor.h"
+#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QByteArray>
@@ -173,4 +174,5 @@ private:
     bool m_hasPendingValue = false;
     bool m_notifying = false;
     std::function<QByteArray()> m_readCallback;
+    OwnConnections m_connections;
 };

@@ -5,6 +5,7 @@
 #include "GattDescriptor1Adaptor.h"
 #include "GattDetail.h"
 #include "LogText.h"
+#include "ReadOnlyPropertiesAdaptor.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -18,12 +19,14 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString& uuid,
                                const QString& dbusPath, Option option)
     : QObject(characteristic),
-      m_characteristicPath(characteristic->dbusPath()),
+      m_characteristicPath(characteristic ? characteristic->dbusPath() : QString()),
       m_uuid(uuid),
       m_dbusPath(dbusPath),
       m_option(option),
       m_adaptor(new GattDescriptor1Adaptor(this))
 {
+    // A read callback may give more than a message can hold.
+    (new ReadOnlyPropertiesAdaptor(this, m_adaptor))->showAll();
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR,
                  "GattDescriptor::GattDescriptor(GattCharacteristic*, const QString&, const QString&, "
@@ -91,6 +94,7 @@ void GattDescriptor::WriteValue(const QByteArray& value, const QVariantMap& flag
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "uuid: " << m_uuid << " size: " << value.size() << ", options: " << LogText::map(flags));
-    GattDetail::overwrite(m_value, GattDetail::offsetOf(flags), value);
-    emit valueChanged();
+    if (GattDetail::overwrite(m_value, GattDetail::offsetOf(flags), value, m_uuid)) {
+        emit valueChanged();
+    }
 }

@@ -42,10 +42,16 @@ QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
     return bytes.mid(toInt(start), int(length));
 }
 
-void GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes)
+bool GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const QString& uuid)
 {
+    const qint64 kept = qBound<qint64>(0, offset, value.size());
+    if (kept + bytes.size() > DBusHelper::maximumLength) {
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Value of " << uuid << " would become too long to be sent");
+        return false;
+    }
     value.truncate(toInt(offset));
     value.append(bytes);
+    return true;
 }
 
 QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,

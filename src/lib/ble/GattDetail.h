@@ -27,8 +27,13 @@ qint64 offsetOf(const QVariantMap& options);
  */
 QByteArray mid(const QByteArray& bytes, qint64 start, qint64 length = -1);
 
-/** Cuts the value off at the offset, or leaves it where it is shorter, and appends the bytes. */
-void overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes);
+/**
+ * Cuts the value off at the offset, or leaves it where it is shorter, and appends the bytes. Nothing is done
+ * if the value became longer than DBusHelper::maximumLength, which is logged at ERROR: peers could append
+ * until the memory is full.
+ * @return whether it was done
+ */
+bool overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const QString& uuid);
 
 /**
  * Asks the caller's read callback for a fresh value and stores it as the attribute's value.

@@ -60,9 +60,10 @@ GattCharacteristic* GattService::createCharacteristic(const QString& uuid, GattC
     const QString path = GattDetail::childPath(m_dbusPath, uuid);
     const QPointer<GattCharacteristic> characteristic =
         new GattCharacteristic(this, uuid, path, option, control);
-    plim::connect(characteristic.data(), &GattCharacteristic::handlesChanged, this,
-                  &GattService::handlesChanged);
-    plim::connect(characteristic.data(), &QObject::destroyed, this, &GattService::on_characteristicDeleted);
+    m_connections.add(plim::connect(characteristic.data(), &GattCharacteristic::handlesChanged, this,
+                                    &GattService::handlesChanged));
+    m_connections.add(plim::connect(characteristic.data(), &QObject::destroyed, this,
+                                    &GattService::on_characteristicDeleted));
     m_characteristics.insert(uuid, characteristic);
     emit handlesChanged();
     return characteristic;

@@ -2,6 +2,7 @@
 
 #include "BleDBusTypes.h"
 #include "GattCharacteristic.h"
+#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QList>
@@ -75,4 +76,5 @@ private:
     const QString m_dbusPath;
     GattService1Adaptor* m_adaptor = nullptr;
     QMap<QString, GattCharacteristic*> m_characteristics;
+    OwnConnections m_connections;
 };

@@ -128,6 +128,22 @@ QVariant DBusHelper::marshallable(const QVariant& value)
     return marshallableAt(0, value);
 }
 
+DBusManagedObjectList DBusHelper::withinOneMessage(DBusManagedObjectList objects)
+{
+    qint64 left = maximumLength;
+    for (DBusInterfaceList& interfaces : objects) {
+        for (QVariantMap& properties : interfaces) {
+            for (auto it = properties.begin(); it != properties.end();) {
+                const qint64 size = it->userType() == QMetaType::QByteArray ? it->toByteArray().size() : 0;
+                const bool fits = size <= left;
+                left -= fits ? size : 0;
+                it = fits ? it + 1 : properties.erase(it);
+            }
+        }
+    }
+    return objects;
+}
+
 void DBusHelper::replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text)
 {
     call.setDelayedReply(true);

@@ -39,9 +39,10 @@ constexpr int maximumLength = 16 * 1024 * 1024;
 
 /**
  * What D-Bus can carry of a value. Entries of maps and items of lists that it cannot are left out: those of a
- * type that Qt D-Bus does not know, invalid ones, empty object paths and signatures, byte arrays and strings
- * over maximumLength, and what lies more than 16 containers deep. Sent all the same, such a value would mean
- * that the message is never sent, that libdbus aborts the process, or that the bus drops the connection.
+ * type that Qt D-Bus does not know, invalid ones, empty object paths and signatures, file descriptors that
+ * are none, byte arrays and strings over maximumLength, and what lies more than 16 containers deep. Sent all
+ * the same, such a value would mean that the message is never sent, that libdbus aborts the process, or that
+ * the bus drops the connection.
  * @return the value or what is left of it; invalid where nothing is
  */
 PLIM_DBUS_EXPORT QVariant marshallable(const QVariant& value);
@@ -51,6 +52,12 @@ PLIM_DBUS_EXPORT QVariant marshallable(const QVariant& value);
  * slot returns. To be called in an adaptor's slot, on its thread, with the message that the slot was given.
  */
 PLIM_DBUS_EXPORT void replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text);
+
+/**
+ * What one message can carry of an object manager's answer: byte arrays are left out once those before them
+ * have taken maximumLength.
+ */
+PLIM_DBUS_EXPORT DBusManagedObjectList withinOneMessage(DBusManagedObjectList objects);
 
 /** replyError() with org.freedesktop.DBus.Error.UnknownInterface and the text that Qt uses for it. */
 PLIM_DBUS_EXPORT void replyUnknownInterface(const QDBusMessage& call, const QString& interface);

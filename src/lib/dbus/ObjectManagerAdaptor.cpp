@@ -1,5 +1,7 @@
 #include "ObjectManagerAdaptor.h"
 
+#include "DBusHelper.h"
+
 ObjectManagerAdaptor::ObjectManagerAdaptor(QObject* parent) : QDBusAbstractAdaptor(parent) {}
 
 DBusManagedObjectList ObjectManagerAdaptor::GetManagedObjects()
@@ -9,5 +11,5 @@ DBusManagedObjectList ObjectManagerAdaptor::GetManagedObjects()
     // A text that is no object path is an empty QDBusObjectPath, which libdbus answers by aborting the
     // process.
     objects.remove(QDBusObjectPath());
-    return objects;
+    return DBusHelper::withinOneMessage(objects);
 }

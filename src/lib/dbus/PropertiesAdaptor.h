@@ -17,6 +17,9 @@
  * parent's Get gives nothing that D-Bus can carry, the caller gets the error UnknownInterface or
  * UnknownProperty.
  *
+ * A Set that could fill the memory is answered with LimitsExceeded and not forwarded: a name, string or byte
+ * array of more than 4096 bytes, or a 65th name that the parent does not know yet.
+ *
  * Emitting PropertiesChanged sends the signal from each path at which the parent is exported. It has to be
  * connected explicitly: nothing is relayed from the parent automatically, or a connected signal would go out
  * twice.
@@ -36,7 +39,8 @@ public:
 public slots:
     QDBusVariant Get(const QString& interface, const QString& name, const QDBusMessage& message);
     QVariantMap GetAll(const QString& interface);
-    void Set(const QString& interface, const QString& name, const QDBusVariant& value);
+    void Set(const QString& interface, const QString& name, const QDBusVariant& value,
+             const QDBusMessage& message);
 
 signals:
     void PropertiesChanged(const QString& interface, const QVariantMap& changedProperties,

@@ -147,9 +147,8 @@ void Phone::readPiece(const QString& path, const QByteArray& soFar, const Delaye
 void Phone::writeValue(const QString& path, const QByteArray& value, int offset, const DelayedReplyPtr& reply,
                        const Next& next)
 {
-    QVariantMap withType = options(path, offset, UsualTransferUnit);
-    withType[QStringLiteral("type")] = QStringLiteral("request");
-    call(path, QStringLiteral("WriteValue"), {value, withType}, reply, next);
+    // The daemon names the type of a write only where it is no request.
+    call(path, QStringLiteral("WriteValue"), {value, options(path, offset, UsualTransferUnit)}, reply, next);
 }
 
 void Phone::fetchPage(const std::shared_ptr<PageFetch>& fetch)

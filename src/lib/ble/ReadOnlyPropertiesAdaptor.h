@@ -8,10 +8,11 @@
 #include <QVariantMap>
 
 /**
- * Serves org.freedesktop.DBus.Properties for an advertisement: answers and errors are Qt's own, but the bus
- * sees only chosen properties, and of their values only what D-Bus can carry. Internal: not installed.
+ * Serves org.freedesktop.DBus.Properties for an object with one adaptor whose properties can only be read:
+ * answers and errors are Qt's own, but the bus sees only chosen properties, and of their values only what
+ * D-Bus can carry. Internal: not installed.
  */
-class AdvertisementPropertiesAdaptor : public QDBusAbstractAdaptor
+class ReadOnlyPropertiesAdaptor : public QDBusAbstractAdaptor
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.DBus.Properties")
@@ -21,10 +22,10 @@ class AdvertisementPropertiesAdaptor : public QDBusAbstractAdaptor
 public:
     /**
      * Shows nothing at first.
-     * @param parent   the advertisement; it owns this adaptor
+     * @param parent   the object; it owns this adaptor
      * @param adaptor  the adaptor that holds the properties, all of them read-only; the parent owns it too
      */
-    AdvertisementPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor);
+    ReadOnlyPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor);
 
     /** Shows a property from now on. */
     void show(const QString& property);

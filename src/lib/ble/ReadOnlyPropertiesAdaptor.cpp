@@ -1,22 +1,22 @@
-#include "AdvertisementPropertiesAdaptor.h"
+#include "ReadOnlyPropertiesAdaptor.h"
 
 #include "DBusHelper.h"
 
 #include <QMetaProperty>
 
-AdvertisementPropertiesAdaptor::AdvertisementPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor)
+ReadOnlyPropertiesAdaptor::ReadOnlyPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor)
     : QDBusAbstractAdaptor(parent), m_adaptor(adaptor)
 {
 }
 
-void AdvertisementPropertiesAdaptor::show(const QString& property)
+void ReadOnlyPropertiesAdaptor::show(const QString& property)
 {
     if (!m_shown.contains(property)) {
         m_shown << property;
     }
 }
 
-void AdvertisementPropertiesAdaptor::showAll()
+void ReadOnlyPropertiesAdaptor::showAll()
 {
     const QMetaObject* metaObject = m_adaptor->metaObject();
     for (int i = metaObject->propertyOffset(); i < metaObject->propertyCount(); ++i) {
@@ -24,13 +24,13 @@ void AdvertisementPropertiesAdaptor::showAll()
     }
 }
 
-void AdvertisementPropertiesAdaptor::alias(const QString& name, const QString& property)
+void ReadOnlyPropertiesAdaptor::alias(const QString& name, const QString& property)
 {
     m_aliases.insert(name, property);
 }
 
-QDBusVariant AdvertisementPropertiesAdaptor::Get(const QString& interface, const QString& name,
-                                                 const QDBusMessage& message)
+QDBusVariant ReadOnlyPropertiesAdaptor::Get(const QString& interface, const QString& name,
+                                            const QDBusMessage& message)
 {
     const QVariant value = serves(interface) ? property(name) : QVariant();
     if (value.isValid()) {
@@ -44,7 +44,7 @@ QDBusVariant AdvertisementPropertiesAdaptor::Get(const QString& interface, const
     return {};
 }
 
-QVariantMap AdvertisementPropertiesAdaptor::GetAll(const QString& interface, const QDBusMessage& message)
+QVariantMap ReadOnlyPropertiesAdaptor::GetAll(const QString& interface, const QDBusMessage& message)
 {
     QVariantMap properties;
     if (!serves(interface)) {
@@ -60,8 +60,8 @@ QVariantMap AdvertisementPropertiesAdaptor::GetAll(const QString& interface, con
     return properties;
 }
 
-void AdvertisementPropertiesAdaptor::Set(const QString& interface, const QString& name,
-                                         const QDBusVariant& /*value*/, const QDBusMessage& message)
+void ReadOnlyPropertiesAdaptor::Set(const QString& interface, const QString& name,
+                                    const QDBusVariant& /*value*/, const QDBusMessage& message)
 {
     if (!serves(interface)) {
         DBusHelper::replyUnknownInterface(message, interface);
@@ -73,13 +73,13 @@ void AdvertisementPropertiesAdaptor::Set(const QString& interface, const QString
 }
 
 /** Whether the interface is the adaptor's; no name means any interface. */
-bool AdvertisementPropertiesAdaptor::serves(const QString& interface) const
+bool ReadOnlyPropertiesAdaptor::serves(const QString& interface) const
 {
     return interface.isEmpty() || interface == DBusHelper::interfaceName(m_adaptor);
 }
 
 /** What the bus sees of a property, or an invalid variant where it sees none of that name. */
-QVariant AdvertisementPropertiesAdaptor::property(const QString& name) const
+QVariant ReadOnlyPropertiesAdaptor::property(const QString& name) const
 {
     const QString original = m_aliases.value(name, name);
     return m_shown.contains(original)

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QObject>
+#include <QVector>
+
+#include <algorithm>
+
+/**
+ * The connections to an object's own slots, as its last member: they end before the members that the slots
+ * use. Qt alone ends them after destroyed(), and what a slot of destroyed() does (delete a child, write to a
+ * control) would then still arrive at an object of which only the QObject is left.
+ */
+class OwnConnections
+{
+public:
+    OwnConnections() = default;
+    ~OwnConnections()
+    {
+        for (const QMetaObject::Connection& connection : m_all) {
+            QObject::disconnect(connection);
+        }
+    }
+    OwnConnections(const OwnConnections&) = delete;
+    OwnConnections& operator=(const OwnConnections&) = delete;
+
+    void add(const QMetaObject::Connection& connection)
+    {
+        if (m_all.size() >= m_sizeToTidyAt) {
+            const auto isOver = [](const QMetaObject::Connection& each) { return !each; };
+            m_all.erase(std::remove_if(m_all.begin(), m_all.end(), isOver), m_all.end());
+            m_sizeToTidyAt = 2 * m_all.size() + 8;
+        }
+        m_all.append(connection);
+    }
+
+private:
+    QVector<QMetaObject::Connection> m_all;
+    int m_sizeToTidyAt = 8;
+};
