@@ -11,7 +11,7 @@ function(plim_add_scenarios name)
         string(REGEX REPLACE "^    void ([A-Za-z0-9]+).*" "\\1" function "${declaration}")
         add_test(NAME ${name}.${function}
                  COMMAND ${PROJECT_SOURCE_DIR}/scripts/private-bus $<TARGET_FILE:${name}> ${function})
-        set_tests_properties(${name}.${function} PROPERTIES ENVIRONMENT
+        set_tests_properties(${name}.${function} PROPERTIES LABELS bus ENVIRONMENT
             "QTEST_FUNCTION_TIMEOUT=60000;PLIM_SIMULATOR=$<TARGET_FILE:plim-bluez-simulator>")
     endforeach()
 endfunction()

@@ -231,13 +231,13 @@ void tst_manager_discovery::theLinesOfAnAppearance()
     log.clear();
     daemon.announce("/other/place", {advertisingManager, "org.example.Else", gattManager});
     EVENTUALLY_VERIFY(managerLines(log).size() >= 5);
-    QCOMPARE(
-        managerLines(log).mid(0, 5),
-        QStringList({"TRACE Enter BleManager::on_interfacesAdded: Interface added: /other/place, interfaces: "
-                     "(org.bluez.GattManager1, org.bluez.LEAdvertisingManager1, org.example.Else)",
-                     "DEBUG Gatt Manager appears: /other/place", "DEBUG Enter BleManager::registerApp: /app",
-                     "DEBUG Le Avertisement Manager appears/other/place",
-                     "DEBUG Enter BleManager::registerAdv: /adv"}));
+    const QString entry =
+        "TRACE Enter BleManager::on_interfacesAdded: Interface added: /other/place, interfaces: "
+        "(org.bluez.GattManager1, org.bluez.LEAdvertisingManager1, org.example.Else)";
+    QCOMPARE(managerLines(log).mid(0, 5), QStringList({entry, "DEBUG Gatt Manager appears: /other/place",
+                                                       "DEBUG Enter BleManager::registerApp: /app",
+                                                       "DEBUG Le Avertisement Manager appears/other/place",
+                                                       "DEBUG Enter BleManager::registerAdv: /adv"}));
 }
 
 void tst_manager_discovery::theLinesOfALoss()

@@ -19,8 +19,7 @@ protected:
     }
 };
 
-LogCapture::LogCapture(log4cplus::LogLevel level)
-    : m_lines(new Appender)
+LogCapture::LogCapture(log4cplus::LogLevel level) : m_lines(new Appender)
 {
     auto logger = log4cplus::Logger::getInstance("Ble");
     m_formerLevel = logger.getLogLevel();

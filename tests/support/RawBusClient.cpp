@@ -142,7 +142,9 @@ bool RawBusClient::waitFor(const std::function<bool()>& condition)
     // A reader of its own, connected after the one that fills the answers, so it sees them filled.
     QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &loop, check);
     QObject::connect(&m_process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), &loop, check);
-    QTimer::singleShot(patienceMs, &loop, &QEventLoop::quit);
+    QTimer patience;
+    QObject::connect(&patience, &QTimer::timeout, &loop, &QEventLoop::quit);
+    patience.start(patienceMs);
     if (!condition() && m_process.state() != QProcess::NotRunning) {
         loop.exec();
     }

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+class Peripheral;
+
+/**
+ * Where the checks run: the real daemon with a phone on the second controller, or the stand-in daemon with
+ * the phone that it plays. What one does and the other does not is a fault of the stand-in.
+ */
+class Stage
+{
+public:
+    virtual ~Stage() = default;
+
+    /** The daemon's version, "5.66" or "5.82". */
+    virtual QString version() const = 0;
+    /** The object path of the adapter that the device under test has. */
+    virtual QString adapter() const = 0;
+    /** After a refused advertisement: where the daemon has not survived it, starts it again. */
+    virtual void recover() = 0;
+
+    /** The phone connects to the peripheral, which is registered. */
+    virtual void meet(Peripheral& peripheral) = 0;
+    virtual QByteArray read(const QString& uuid, quint16 offset) = 0;
+    virtual void write(const QString& uuid, const QByteArray& value, quint16 offset) = 0;
+    virtual void subscribe(const QString& uuid) = 0;
+    virtual void unsubscribe(const QString& uuid) = 0;
+    virtual QList<QByteArray> notified(const QString& uuid) = 0;
+};
+
+/** Runs every check; how many failed is in Expect::failures(). */
+void runChecks(Stage& stage);

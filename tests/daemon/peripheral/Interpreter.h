@@ -1,0 +1,80 @@
+#pragma once
+
+#include "GapAdvertisement.h"
+#include "GattApplication.h"
+
+#include <QMap>
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+
+/**
+ * Builds and changes a peripheral as it is told on standard input, one command a line, each answered with
+ * "done" or "wrong REASON" on standard output. In between it prints what happens to the peripheral:
+ *
+ *     written NAME HEX      a peer wrote; HEX is the whole value then
+ *     asked NAME            a read callback was called
+ *     notifying NAME 0|1    a peer subscribed or unsubscribed
+ */
+class Interpreter : public QObject
+{
+    Q_OBJECT
+
+public:
+    Interpreter();
+
+    void execute(const QString& line);
+
+private:
+    using Command = void (Interpreter::*)(const QStringList& words);
+    static const QMap<QString, Command> s_commands;
+
+    // application PATH BUSNAME
+    void application(const QStringList& words);
+    // service NAME UUID primary|secondary
+    void service(const QStringList& words);
+    // characteristic NAME SERVICE UUID FLAG,FLAG...|none [CONTROL]
+    void characteristic(const QStringList& words);
+    // descriptor NAME CHARACTERISTIC UUID FLAG,FLAG...
+    void descriptor(const QStringList& words);
+    // value CHARACTERISTIC [HEX]: setValue
+    void value(const QStringList& words);
+    // fill CHARACTERISTIC SIZE: setValue with pattern bytes
+    void fill(const QStringList& words);
+    // callback NAME [HEX]: a read callback with this answer
+    void callback(const QStringList& words);
+    // count CHARACTERISTIC COUNT MILLISECONDS: setValue with 1, 2, ... as 32-bit big-endian numbers
+    void count(const QStringList& words);
+    // delete NAME
+    void destroy(const QStringList& words);
+    // remove ADVERTISEMENT: the manager is to hold it no longer
+    void remove(const QStringList& words);
+    // register application: one more call of RegisterApplication
+    void registerAgain(const QStringList& words);
+    // tree: prints "tree KIND PATH UUID DETAIL..." for every object
+    void tree(const QStringList& words);
+    // advertisement NAME PATH all|set
+    void advertisement(const QStringList& words);
+    // set ADVERTISEMENT PROPERTY VALUE...
+    void set(const QStringList& words);
+    // add NAME: hands the application ("application") or an advertisement to the manager
+    void add(const QStringList& words);
+    // log LEVEL
+    void log(const QStringList& words);
+    // nothing: only the answer, which says that everything printed before has been printed
+    void nothing(const QStringList&) {}
+
+    template <typename Object>
+    Object* find(const QString& name) const;
+    void countOnce(const QString& name, quint32 number, quint32 last, int interval);
+
+    GattApplication* m_application = nullptr;
+    QMap<QString, QPointer<QObject>> m_objects;
+};
+
+/** Calls the setter that belongs to the property; throws a QString for one that it does not know. */
+void setAdvertisementProperty(GapAdvertisement& advertisement, const QString& property,
+                              const QStringList& values);
+
+/** Writes a line to standard output at once. */
+void say(const QString& line);

@@ -1,0 +1,162 @@
+#include "Bluetooth.h"
+
+#include "DBusBluez.h"
+#include "Expect.h"
+#include "Remote.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusObjectPath>
+#include <QDir>
+#include <QFile>
+
+namespace {
+
+bool onMachine = false;
+QString deviceName = "hci0";
+QString phoneName = "hci1";
+const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
+
+bool powered(const QString& adapter)
+{
+    return Remote::properties(adapter, Remote::adapterInterface).value("Powered").toBool();
+}
+
+void configureDaemon(const QByteArray& configuration)
+{
+    QFile file("/etc/bluetooth/main.conf");
+    if (!file.open(QIODevice::WriteOnly)) {
+        throw Expect::Impossible{"cannot write the daemon's configuration"};
+    }
+    file.write(configuration);
+}
+
+} // namespace
+
+void Bluetooth::useMachine(const QString& device, const QString& phone)
+{
+    onMachine = true;
+    deviceName = device;
+    phoneName = phone;
+}
+
+Bluetooth::Bluetooth(const QByteArray& configuration)
+{
+    if (!onMachine) {
+        startAll(configuration);
+    } else if (!configuration.isEmpty()) {
+        throw Expect::Unsupported{"the machine's daemon keeps its configuration"};
+    }
+    m_monitor = std::make_unique<Child>(
+        "controllers", "stdbuf", QStringList{"-oL", "btmon", "-w", Child::logs() + "/controllers.btsnoop"});
+    if (!onMachine) {
+        plugIn();
+        startDaemon();
+        // Now and then a virtual controller does not answer the kernel's first command, and stays dead.
+        if (!Expect::waitFor([this] { return adaptersPowered(); }, 20)) {
+            Expect::note("a virtual controller has not come up; both are plugged in anew");
+            killDaemon();
+            unplug();
+            plugIn();
+            startDaemon();
+        }
+    }
+    awaitAdapters();
+    Remote::tryCall(
+        phone(), Remote::adapterInterface, "RemoveDevice",
+        {QVariant::fromValue(QDBusObjectPath(phone() + "/dev_" + deviceAddress().replace(':', '_')))});
+}
+
+Bluetooth::~Bluetooth() = default;
+
+void Bluetooth::startAll(const QByteArray& configuration)
+{
+    configureDaemon(configuration);
+    QDir("/var/lib/bluetooth").removeRecursively(); // what an earlier daemon remembers
+    QDir().mkpath("/run/dbus");
+    QFile::remove(busSocket);
+    m_bus = std::make_unique<Child>("bus", "dbus-daemon",
+                                    QStringList{"--system", "--nofork", "--nopidfile", "--nosyslog"});
+    Expect::require([] { return QFile::exists(busSocket); }, "the bus");
+    m_traffic = std::make_unique<Child>("bus-traffic", "dbus-monitor", QStringList{"--system", "--profile"});
+}
+
+void Bluetooth::startDaemon()
+{
+    if (onMachine) {
+        QProcess::execute("systemctl", {"start", "bluetooth.service"});
+        return;
+    }
+    m_daemon =
+        std::make_unique<Child>("bluetoothd", "/usr/libexec/bluetooth/bluetoothd", QStringList{"-n", "-d"});
+}
+
+void Bluetooth::killDaemon()
+{
+    if (onMachine) {
+        QProcess::execute("systemctl", {"kill", "--signal=KILL", "bluetooth.service"});
+        Expect::require([this] { return !daemonRuns(); }, "the daemon's end");
+        return;
+    }
+    m_daemon->kill();
+    m_daemon.reset();
+}
+
+bool Bluetooth::daemonRuns() const
+{
+    if (onMachine) {
+        return QDBusConnection::systemBus().interface()->isServiceRegistered(DBusBluezServiceName());
+    }
+    return m_daemon && m_daemon->running();
+}
+
+void Bluetooth::awaitAdapters()
+{
+    Expect::require([this] { return adaptersPowered(); }, "both adapters to be powered");
+}
+
+bool Bluetooth::adaptersPowered() const
+{
+    return powered(device()) && powered(phone());
+}
+
+void Bluetooth::unplug()
+{
+    if (onMachine) {
+        throw Expect::Unsupported{"real controllers are unplugged by hand"};
+    }
+    m_controllers.reset();
+}
+
+void Bluetooth::plugIn()
+{
+    // What a scan finds follows the answer to "scan" so closely that with several processors the kernel,
+    // still busy with the answer, drops it, and btvirt reports each advertiser only once. So the machine has
+    // one processor, on which the kernel's own workers go first.
+    m_controllers = std::make_unique<Child>("btvirt", "btvirt", QStringList{"-l2"});
+}
+
+QString Bluetooth::device() const
+{
+    return "/org/bluez/" + deviceName;
+}
+
+QString Bluetooth::phone() const
+{
+    return "/org/bluez/" + phoneName;
+}
+
+QString Bluetooth::deviceAddress() const
+{
+    return Remote::properties(device(), Remote::adapterInterface).value("Address").toString();
+}
+
+QString Bluetooth::phoneAddress() const
+{
+    return Remote::properties(phone(), Remote::adapterInterface).value("Address").toString();
+}
+
+QString Bluetooth::monitored() const
+{
+    return m_monitor->text();
+}

@@ -1,0 +1,108 @@
+// Runs one scene: the library's programs, the real daemon, and a phone on the second controller.
+
+#include "Bluetooth.h"
+#include "Child.h"
+#include "Expect.h"
+#include "scenes.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <cstdio>
+
+namespace {
+
+struct Scene
+{
+    const char* name;
+    void (*run)();
+    bool byDefault;
+    const char* shows;
+};
+
+const Scene scenes[] = {
+    {"discover", Scenes::discover, true, "an advertisement with every part, as a scanner receives it"},
+    {"sizes", Scenes::sizes, true, "advertisements of several sizes"},
+    {"tree", Scenes::tree, true, "the whole tree: UUIDs, flags, descriptors, primary and secondary services"},
+    {"read", Scenes::read, true, "reads, with and without a callback, empty, 512 bytes, descriptors"},
+    {"pages", Scenes::pages, true, "1,300 and 65,536 bytes through a control characteristic"},
+    {"write", Scenes::write, true, "short and long writes, to descriptors and controls, each seen once"},
+    {"small", Scenes::smallTransfers, true, "reads and writes in the smallest transfer units"},
+    {"notify", Scenes::notify, true, "subscribing, 200 spaced notifications, a parked value"},
+    {"burst", Scenes::burst, true, "1,000 notifications at once, on one channel as with most phones"},
+    {"wideburst", Scenes::wideBurst, true,
+     "the same with the daemon's defaults, which may be several channels"},
+    {"change", Scenes::change, true, "the tree changes while a phone is connected"},
+    {"crash", Scenes::crash, true, "the daemon is killed and started ten times"},
+    {"power", Scenes::power, true, "the adapter is powered off and on"},
+    {"unplug", Scenes::unplug, true, "the controllers are removed and come back"},
+    {"refuse", Scenes::refuse, true, "the default export mode: refused, logged, survived"},
+    {"two", Scenes::two, true, "two programs with an application each"},
+    {"readme", Scenes::readme, true, "the README's example does what the README says"},
+    {"same", Scenes::same, true,
+     "what the stand-in daemon is checked for too: refusals, options, notifications"},
+    {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
+};
+
+QString daemonVersion;
+
+int run(const Scene& scene)
+{
+    QElapsedTimer timer;
+    timer.start();
+    std::printf("  %s: %s\n", scene.name, scene.shows);
+    std::fflush(stdout);
+    try {
+        scene.run();
+    } catch (const Expect::Impossible& impossible) {
+        Expect::that(false, impossible.reason);
+    } catch (const Expect::Unsupported& unsupported) {
+        std::printf("  %s: cannot be done here: %s\n", scene.name, qPrintable(unsupported.reason));
+        return 3;
+    }
+    std::printf("  %s: %s after %.1f s\n", scene.name, Expect::failures() ? "FAILED" : "passed",
+                double(timer.elapsed()) / 1000);
+    return Expect::failures() ? 1 : 0;
+}
+
+} // namespace
+
+QString Scenes::version()
+{
+    return daemonVersion;
+}
+
+int main(int argc, char** argv)
+{
+    QCoreApplication program(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addOptions({{"list", "Print the scenes."},
+                       {"names", "Print the names of the scenes that run by default."},
+                       {"scene", "Run this one.", "NAME"},
+                       {"bluez", "The daemon's version, 5.66 or 5.82.", "VERSION"},
+                       {"device", "Use this controller of the machine for the peripheral.", "NAME"},
+                       {"phone", "Use this controller of the machine for the phone.", "NAME"},
+                       {"logs", "The folder for logs.", "DIR", "."}});
+    parser.process(program);
+    daemonVersion = parser.value("bluez");
+    Child::setLogs(parser.value("logs"));
+    if (parser.isSet("device") || parser.isSet("phone")) {
+        Bluetooth::useMachine(parser.value("device"), parser.value("phone"));
+    }
+    for (const Scene& scene : scenes) {
+        if (parser.isSet("list")) {
+            std::printf("%-10s %s\n", scene.name, scene.shows);
+        } else if (parser.isSet("names") && scene.byDefault) {
+            std::printf("%s\n", scene.name);
+        } else if (parser.value("scene") == scene.name) {
+            return run(scene);
+        }
+    }
+    if (parser.isSet("scene")) {
+        std::fprintf(stderr, "daemon-scenes: there is no scene \"%s\"\n", qPrintable(parser.value("scene")));
+        return 2;
+    }
+    return 0;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QString>
+
+/** Every scene; each finds nothing running and leaves nothing running. */
+namespace Scenes {
+
+/** The daemon's version, "5.66" or "5.82". */
+QString version();
+
+void discover();
+void sizes();
+void tree();
+void read();
+void pages();
+void write();
+void smallTransfers();
+void notify();
+void burst();
+void wideBurst();
+void change();
+void crash();
+void power();
+void unplug();
+void refuse();
+void two();
+void readme();
+void same();
+void demo();
+
+} // namespace Scenes
