@@ -79,7 +79,8 @@ public:
      * Sets what supplies the value whenever a read starts at offset 0 (with a page selected: of page 0, or of
      * a negative one); an empty function removes it. It runs on this object's thread inside BlueZ's call, so
      * its duration delays the answer, and may delete this object. What it throws is logged at ERROR, and the
-     * value stays as it was.
+     * value stays as it was. One that runs an event loop may be called again inside; beyond 32 calls inside
+     * each other the value is answered as it is, with a line at ERROR.
      */
     void setReadCallback(const std::function<QByteArray()>& callback);
 

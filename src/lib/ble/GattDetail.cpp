@@ -12,6 +12,18 @@ namespace {
 
 log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 
+/** Read callbacks that may run inside each other, which those that run an event loop do. */
+constexpr int maximumNesting = 32;
+thread_local int nesting = 0;
+
+/** A read callback that runs. */
+struct Nested
+{
+    Nested() { ++nesting; }
+    ~Nested() { --nesting; }
+    Q_DISABLE_COPY(Nested)
+};
+
 int toInt(qint64 number)
 {
     using Limits = std::numeric_limits<int>;
@@ -57,6 +69,12 @@ bool GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& b
 QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,
                                const std::function<QByteArray()>& callback, const QString& uuid)
 {
+    if (nesting >= maximumNesting) {
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO,
+                 "Read callback of " << uuid << " not called: too many are running");
+        return value;
+    }
+    const Nested nested;
     // What is used after the call is the attribute's no longer.
     const QPointer<const QObject> alive = attribute;
     const std::function<QByteArray()> ownCallback(callback);

@@ -8,7 +8,7 @@
 #include <QDBusConnection>
 #include <QDBusUnixFileDescriptor>
 
-#include <poll.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 using Remote::characteristicInterface;
@@ -231,25 +231,9 @@ int Phone::openNotifications(const QString& uuid)
 {
     const QDBusMessage answer =
         Remote::call(pathOf(uuid), characteristicInterface, "AcquireNotify", {QVariantMap()});
-    return ::dup(answer.arguments().value(0).value<QDBusUnixFileDescriptor>().fileDescriptor());
-}
-
-QList<QByteArray> Phone::readNotifications(int pipe, int count, int quietSeconds)
-{
-    QList<QByteArray> values;
-    while (values.size() < count) {
-        pollfd state{pipe, POLLIN, 0};
-        if (::poll(&state, 1, quietSeconds * 1000) <= 0) {
-            break;
-        }
-        char buffer[600];
-        const ssize_t size = ::read(pipe, buffer, sizeof buffer);
-        if (size <= 0) {
-            break;
-        }
-        values << QByteArray(buffer, int(size));
-    }
-    return values;
+    const int pipe = ::dup(answer.arguments().value(0).value<QDBusUnixFileDescriptor>().fileDescriptor());
+    ::fcntl(pipe, F_SETFL, ::fcntl(pipe, F_GETFL) & ~O_NONBLOCK);
+    return pipe;
 }
 
 void Phone::on_propertiesChanged(const QString& interface, const QVariantMap& changed, const QStringList&,

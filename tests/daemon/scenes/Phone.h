@@ -63,8 +63,6 @@ public:
 
     /** A pipe that gets every single notification, which the daemon's announcements do not. */
     int openNotifications(const QString& uuid);
-    /** The next notifications from the pipe: until there are so many, or none has come for the time. */
-    static QList<QByteArray> readNotifications(int pipe, int count, int quietSeconds);
 
 private slots:
     void on_propertiesChanged(const QString& interface, const QVariantMap& changed,

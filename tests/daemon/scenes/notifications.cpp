@@ -2,6 +2,7 @@
 
 #include "Bluetooth.h"
 #include "Expect.h"
+#include "NotificationReader.h"
 #include "Peripheral.h"
 #include "Phone.h"
 #include "SceneTree.h"
@@ -9,9 +10,8 @@
 
 #include <QRegularExpression>
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -44,11 +44,10 @@ bool burstArrives(const QByteArray& configuration)
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
     phone.meet();
 
-    const int pipe = phone.openNotifications(SceneTree::counter);
+    const NotificationReader reader(phone.openNotifications(SceneTree::counter));
     Expect::require([&] { return !peripheral.notifying("counter").isEmpty(); }, "the subscription");
     peripheral.tell("count counter 1000 0");
-    QList<QByteArray> arrived = Phone::readNotifications(pipe, 1000, 5);
-    ::close(pipe);
+    QList<QByteArray> arrived = reader.await(1000);
     const bool inOrder = std::is_sorted(arrived.cbegin(), arrived.cend());
     std::sort(arrived.begin(), arrived.end());
     Expect::that(arrived == numbers(1000), "all 1,000 arrive", QString::number(arrived.size()) + " arrived");
@@ -82,11 +81,11 @@ void Scenes::notify()
                      QRegularExpression("ATT: Handle (Multiple )?Value Notification[^\n]*\n[^>]*68656c6c6f")),
                  "btmon shows the notification's bytes");
 
-    const int pipe = phone.openNotifications(SceneTree::counter);
+    auto reader = std::make_unique<NotificationReader>(phone.openNotifications(SceneTree::counter));
     Expect::eventually([&] { return peripheral.notifying("counter").size() == 3; }, "subscribed again");
     peripheral.tell("count counter 200 20");
-    const QList<QByteArray> arrived = Phone::readNotifications(pipe, 200, 10);
-    ::close(pipe);
+    const QList<QByteArray> arrived = reader->await(200);
+    reader.reset();
     Expect::that(arrived == numbers(200), "200 spaced notifications arrive, in order",
                  QString::number(arrived.size()) + " arrived");
     Expect::eventually([&] { return monitoredNotifications(bluetooth) == 200; }, "btmon counts as many",
