@@ -278,8 +278,7 @@ void BleManager::watch(const QDBusPendingCall& call, const char* step)
 {
     auto* watcher = new QDBusPendingCallWatcher(call);
     watcher->setProperty("function", QString::fromLatin1(step));
-    m_connections.add(plim::connect(watcher, &QDBusPendingCallWatcher::finished, this,
-                                    &BleManager::on_dbusWatcher_finished));
+    plim::connect(watcher, &QDBusPendingCallWatcher::finished, this, &BleManager::on_dbusWatcher_finished);
     // Only a manager made without instance() can end before its calls do.
     plim::connect(this, &QObject::destroyed, watcher, &QObject::deleteLater);
 }

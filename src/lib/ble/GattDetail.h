@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -56,7 +57,8 @@ QByteArray refresh(const QObject* attribute, QByteArray& value, const std::funct
  * Drops a child that is being destroyed from its parent's map of children.
  *
  * The child is detached from its parent at once: what follows may delete the parent, which would otherwise
- * delete the child a second time.
+ * delete the child a second time. For the same reason a deleteLater() that has been posted to it is dropped:
+ * what follows may run an event loop.
  *
  * @param dying  a child of which nothing but the QObject is left
  * @return whether the map held it
@@ -65,6 +67,7 @@ template <typename Child>
 bool forget(QMap<QString, Child*>& children, QObject* dying)
 {
     dying->setParent(nullptr);
+    QCoreApplication::removePostedEvents(dying);
     for (auto it = children.begin(); it != children.end(); ++it) {
         if (static_cast<QObject*>(*it) == dying) {
             children.erase(it);

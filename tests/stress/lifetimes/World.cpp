@@ -1,0 +1,285 @@
+#include "World.h"
+
+#include "BleManager.h"
+#include "Figures.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr int maximumDepth = 5;
+constexpr int pathCount = 6; // more than ever live at once, so that paths are used again
+constexpr int patienceMs = 60000;
+
+bool waitFor(const std::function<bool()>& condition)
+{
+    const QDeadlineTimer deadline(patienceMs);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+    }
+    return true;
+}
+
+QStringList sorted(QStringList list)
+{
+    list.sort();
+    return list;
+}
+
+int totalWeight()
+{
+    int total = 0;
+    for (const Deed& deed : allDeeds()) {
+        total += deed.weight;
+    }
+    return total;
+}
+
+} // namespace
+
+World::World(unsigned seed, Simulator* daemon, bool verbose)
+    : m_random(seed), m_daemon(daemon), m_verbose(verbose)
+{
+}
+
+void World::act()
+{
+    static const int total = totalWeight();
+    int choice = below(total);
+    auto deed = allDeeds().cbegin();
+    for (; choice >= deed->weight; ++deed) {
+        choice -= deed->weight;
+    }
+    ++m_deeds;
+    m_nested += m_depth > 0 ? 1 : 0;
+    m_digest.addData(QByteArray::number(m_depth) + deed->name);
+    if (m_verbose) {
+        std::fprintf(stderr, "%lld %*s%s\n", m_deeds, 2 * m_depth, "", deed->name);
+    }
+    ++m_depth;
+    deed->act(*this);
+    --m_depth;
+}
+
+void World::interfere()
+{
+    if (m_depth < maximumDepth && chance(3)) {
+        act();
+    }
+}
+
+QByteArray World::bytes()
+{
+    static const QByteArray controls[] = {"0", "1", "2", "-1", "x", ""};
+    if (chance(3)) {
+        return controls[below(6)];
+    }
+    return QByteArray(below(chance(20) ? 3000 : 40), char('a' + below(26)));
+}
+
+template <typename Object, typename Signal>
+void World::interfereAt(Object* object, Signal signal)
+{
+    QObject::connect(object, signal, object, [this] { interfere(); });
+}
+
+void World::interfereAtTheEndOf(QObject* object)
+{
+    // No context: the receiver would be gone before its signal arrives.
+    QObject::connect(object, &QObject::destroyed, [this] {
+        ++m_ending;
+        interfere();
+        --m_ending;
+    });
+}
+
+void World::build()
+{
+    const QVector<GattApplication*> living = alive(m_applications);
+    for (int i = 0; i < pathCount; ++i) {
+        const QString path = QStringLiteral("/stress%1").arg(i);
+        const bool taken = std::any_of(living.begin(), living.end(), [&path](const GattApplication* app) {
+            return app->dbusPath() == path;
+        });
+        if (!taken && living.size() < pathCount - 2) {
+            auto* app = new GattApplication(nullptr, path, QStringLiteral("org.plim.stress%1").arg(i));
+            m_applications.removeAll(nullptr);
+            m_applications << app;
+            ++m_builtApplications;
+            interfereAt(app, &GattApplication::applicationChanged);
+            interfereAtTheEndOf(app);
+            return;
+        }
+    }
+}
+
+void World::follow(GattService* service)
+{
+    if (service) {
+        interfereAt(service, &GattService::handlesChanged);
+        interfereAtTheEndOf(service);
+    }
+}
+
+void World::follow(GattCharacteristic* characteristic)
+{
+    if (characteristic) {
+        interfereAt(characteristic, &GattCharacteristic::valueChanged);
+        interfereAt(characteristic, &GattCharacteristic::handlesChanged);
+        interfereAt(characteristic, &GattCharacteristic::notifyStateChanged);
+        interfereAt(characteristic, &GattCharacteristic::PropertiesChanged);
+        interfereAtTheEndOf(characteristic);
+    }
+}
+
+void World::advertise()
+{
+    const QVector<GapAdvertisement*> living = alive(m_advertisements);
+    if (living.size() >= 3) {
+        return;
+    }
+    QString path;
+    for (int i = 0; path.isEmpty(); ++i) {
+        const QString candidate = QStringLiteral("/advertised%1").arg(i);
+        const bool taken =
+            std::any_of(living.begin(), living.end(),
+                        [&candidate](const GapAdvertisement* adv) { return adv->dbusPath() == candidate; });
+        path = taken ? QString() : candidate;
+    }
+    auto* adv = new GapAdvertisement(
+        nullptr, path, chance(2) ? GapAdvertisement::SetProperties : GapAdvertisement::AllProperties);
+    m_advertisements.removeAll(nullptr);
+    m_advertisements << adv;
+    interfereAt(adv, &GapAdvertisement::dataChanged);
+    interfereAtTheEndOf(adv);
+}
+
+template <>
+QVector<QPointer<const GattApplication>>& World::held<GattApplication>()
+{
+    return m_heldApplications;
+}
+
+template <>
+QVector<QPointer<const GapAdvertisement>>& World::held<GapAdvertisement>()
+{
+    return m_heldAdvertisements;
+}
+
+template <typename Object>
+void World::hold(Object* object)
+{
+    held<Object>().removeAll(nullptr);
+    if (object && !held<Object>().contains(object)) {
+        held<Object>() << object;
+    }
+    BleManager::instance()->add(object);
+}
+
+template <typename Object>
+void World::release(Object* object)
+{
+    held<Object>().removeAll(object);
+    BleManager::instance()->remove(object);
+}
+
+template void World::hold(GattApplication*);
+template void World::hold(GapAdvertisement*);
+template void World::release(GattApplication*);
+template void World::release(GapAdvertisement*);
+
+void World::ask(const QString& path, const QString& member, const QString& signature,
+                const QStringList& arguments)
+{
+    if (!maySpin()) {
+        return;
+    }
+    const BusMessage answer =
+        m_client.call(path, QStringLiteral("org.bluez.GattCharacteristic1"), member, signature, arguments);
+    if (!answer.isReply() && !answer.isError()) {
+        qFatal("%s was not answered", qPrintable(member));
+    }
+}
+
+void World::comeAndGo()
+{
+    switch (below(4)) {
+    case 0:
+        m_daemon->vanish();
+        break;
+    case 1:
+        m_daemon->appear();
+        break;
+    case 2:
+        m_daemon->restart();
+        break;
+    default:
+        // Without an adapter the daemon is there, but its managers are not.
+        m_daemon->removeAdapter(QStringLiteral("hci0"));
+        m_daemon->addAdapter(QStringLiteral("hci0"));
+    }
+}
+
+QStringList World::registrable() const
+{
+    QStringList paths;
+    for (const GattApplication* app : alive(m_heldApplications)) {
+        // The daemon refuses a tree without services.
+        if (!app->services().isEmpty()) {
+            paths << app->dbusPath();
+        }
+    }
+    return sorted(paths);
+}
+
+QString World::discrepancy()
+{
+    for (const char* member : {"RegisterApplication", "UnregisterApplication", "RegisterAdvertisement",
+                               "UnregisterAdvertisement"}) {
+        m_daemon->answerNormally(QLatin1String(member));
+    }
+    // What has to be seen now is the library: nothing more is to happen meanwhile.
+    m_depth += maximumDepth;
+    QString wrong;
+    m_daemon->vanish();
+    if (!waitFor([] { return Figures::now().watchers == 0; })) {
+        wrong = QStringLiteral("calls to a daemon that is gone are still watched");
+    }
+    m_daemon->appear();
+    QStringList advertisements;
+    for (const GapAdvertisement* adv : alive(m_heldAdvertisements)) {
+        advertisements << adv->dbusPath();
+    }
+    advertisements.sort();
+    const bool complete = waitFor([&] {
+        return sorted(m_daemon->applications()) == registrable() &&
+               sorted(m_daemon->advertisements()) == advertisements && Figures::now().watchers == 0;
+    });
+    if (!complete) {
+        wrong = QStringLiteral("held: %1 and %2; registered: %3 and %4; watched calls: %5")
+                    .arg(registrable().join(' '), advertisements.join(' '),
+                         m_daemon->applications().join(' '), m_daemon->advertisements().join(' '))
+                    .arg(Figures::now().watchers);
+    }
+    m_depth -= maximumDepth;
+    return wrong;
+}
+
+void World::clear()
+{
+    m_depth += maximumDepth;
+    qDeleteAll(alive(m_applications));
+    qDeleteAll(alive(m_advertisements));
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    waitFor([] { return Figures::now().watchers == 0; });
+    m_depth -= maximumDepth;
+}

@@ -1,0 +1,301 @@
+// Lets the stand-in daemon have every mood, again and again, with an application and two advertisements held.
+// After each cycle everything held is registered exactly where a manager is present, no call is watched any
+// more, and no memory is taken.
+
+#include "BleManager.h"
+#include "Figures.h"
+#include "GapAdvertisement.h"
+#include "GattApplication.h"
+#include "Simulator.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <random>
+
+namespace {
+
+constexpr int patienceMs = 60000;
+constexpr qint64 heapSlack = 256 * 1024; // caches of Qt, such as those of types and of the event loop
+const char* const members[] = {"RegisterApplication", "UnregisterApplication", "RegisterAdvertisement",
+                               "UnregisterAdvertisement"};
+
+[[noreturn]] void fail(const QString& what)
+{
+    qFatal("FAILED: %s", qPrintable(what));
+}
+
+void waitUntil(const QString& what, const std::function<bool()>& condition)
+{
+    const QDeadlineTimer deadline(patienceMs);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            fail(what + QStringLiteral(" has not come true"));
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+    }
+}
+
+/** What is held, and the daemon that it is held for. */
+class Moods
+{
+public:
+    explicit Moods(unsigned seed) : m_random(seed)
+    {
+        m_app.createService(QStringLiteral("0000180f-0000-1000-8000-00805f9b34fb"), true);
+        BleManager::instance()->add(&m_app);
+        BleManager::instance()->add(&m_first);
+        BleManager::instance()->add(&m_second);
+        expectRegisteredAt({QStringLiteral("hci0")});
+    }
+
+    void absent();
+    void restarts();
+    void vanishesAtEachStep();
+    void answersLate();
+    void neverAnswers();
+    void answersAfterTheEnd();
+    void refuses();
+    void twoAdapters();
+    void announcesTwice();
+
+private:
+    /** Everything held once in each place, nothing else, and no call watched. */
+    void expectRegisteredAt(const QStringList& adapters)
+    {
+        expectHeldAt(adapters);
+        waitUntil(QStringLiteral("answers"), nothingIsWatched);
+    }
+    /** The same with calls that may be watched: those that a later one overtakes a daemon never answers. */
+    void expectHeldAt(const QStringList& adapters)
+    {
+        m_daemon.settle(); // what it has announced and withdrawn is known
+        waitUntil(QStringLiteral("registration at ") + adapters.join(' '), [&] {
+            QStringList applications;
+            QStringList advertisements;
+            for (int i = 0; i < adapters.size(); ++i) {
+                applications << QStringLiteral("/moods");
+                advertisements << QStringLiteral("/moods/first") << QStringLiteral("/moods/second");
+            }
+            QStringList found = m_daemon.advertisements();
+            found.sort();
+            advertisements.sort();
+            return m_daemon.applications() == applications && found == advertisements;
+        });
+    }
+    static bool nothingIsWatched() { return Figures::now().watchers == 0; }
+    void change()
+    {
+        m_app.createService(QStringLiteral("0000180d-0000-1000-8000-00805f9b34fb"), true);
+        delete m_app.services().constFirst();
+        m_first.setAppearance(1);
+    }
+    void answerNormally()
+    {
+        for (const char* member : members) {
+            m_daemon.answerNormally(QLatin1String(member));
+        }
+    }
+    bool chance() { return m_random() % 2 == 0; }
+
+    std::mt19937 m_random;
+    Simulator m_daemon{{QStringLiteral("--accept-everything")}};
+    GattApplication m_app{nullptr, QStringLiteral("/moods"), QStringLiteral("org.plim.moods")};
+    GapAdvertisement m_first{nullptr, QStringLiteral("/moods/first")};
+    GapAdvertisement m_second{nullptr, QStringLiteral("/moods/second"), GapAdvertisement::SetProperties};
+};
+
+void Moods::absent()
+{
+    m_daemon.vanish();
+    waitUntil(QStringLiteral("the news that it is gone"), nothingIsWatched);
+    change();
+    QCoreApplication::processEvents();
+    waitUntil(QStringLiteral("answers for a daemon that is absent"), nothingIsWatched);
+    m_daemon.appear();
+    expectRegisteredAt({QStringLiteral("hci0")});
+}
+
+void Moods::restarts()
+{
+    m_daemon.restart();
+    expectRegisteredAt({QStringLiteral("hci0")});
+}
+
+void Moods::vanishesAtEachStep()
+{
+    // Each time a little later: when nothing, some or all of what follows an announcement has been done.
+    for (int rounds = 0; rounds < 6; ++rounds) {
+        m_daemon.restart();
+        for (int i = 0; i < rounds; ++i) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 2);
+        }
+        if (chance()) {
+            change();
+        }
+    }
+    m_daemon.restart();
+    expectRegisteredAt({QStringLiteral("hci0")});
+}
+
+void Moods::answersLate()
+{
+    for (const char* member : members) {
+        m_daemon.answerLate(QLatin1String(member), 20);
+    }
+    change();
+    answerNormally();
+    restarts();
+}
+
+void Moods::neverAnswers()
+{
+    for (const char* member : members) {
+        m_daemon.neverAnswer(QLatin1String(member));
+    }
+    change();
+    m_daemon.settle();
+    answerNormally();
+    restarts();
+}
+
+void Moods::answersAfterTheEnd()
+{
+    m_daemon.answerLate(QStringLiteral("RegisterApplication"), 20);
+    m_daemon.answerLate(QStringLiteral("RegisterAdvertisement"), 20);
+    {
+        GattApplication app(nullptr, QStringLiteral("/short"), QStringLiteral("org.plim.short"));
+        app.createService(QStringLiteral("0000180f-0000-1000-8000-00805f9b34fb"), true);
+        const GapAdvertisement adv(nullptr, QStringLiteral("/short/adv"));
+        BleManager::instance()->add(&app);
+        BleManager::instance()->add(&adv);
+        if (chance()) {
+            m_daemon.settle();
+        }
+    }
+    waitUntil(QStringLiteral("late answers"), nothingIsWatched);
+    answerNormally();
+    restarts();
+}
+
+void Moods::refuses()
+{
+    for (const char* member : members) {
+        m_daemon.answerWithError(QLatin1String(member), QStringLiteral("org.bluez.Error.NotReady"),
+                                 QStringLiteral("Not now"));
+    }
+    change();
+    m_daemon.restart();
+    m_daemon.settle();
+    waitUntil(QStringLiteral("refusals"), nothingIsWatched);
+    if (!m_daemon.applications().isEmpty() || !m_daemon.advertisements().isEmpty()) {
+        fail(QStringLiteral("a daemon that refuses has registered something"));
+    }
+    answerNormally();
+    restarts();
+}
+
+void Moods::twoAdapters()
+{
+    const QString hci0 = QStringLiteral("hci0");
+    const QString hci1 = QStringLiteral("hci1");
+    m_daemon.addAdapter(hci1);
+    expectRegisteredAt({hci0, hci1});
+    const QString first = chance() ? hci0 : hci1;
+    const QString other = first == hci0 ? hci1 : hci0;
+    m_daemon.removeAdapter(first);
+    expectRegisteredAt({other});
+    change(); // goes nowhere: an interface that is gone clears the manager, wherever it was
+    expectRegisteredAt({other});
+    m_daemon.addAdapter(first);
+    expectRegisteredAt({hci0, hci1});
+    change(); // the one announced last
+    expectHeldAt({hci0, hci1});
+    m_daemon.removeAdapter(hci1);
+    restarts();
+}
+
+void Moods::announcesTwice()
+{
+    const QStringList both{QStringLiteral("org.bluez.GattManager1"),
+                           QStringLiteral("org.bluez.LEAdvertisingManager1")};
+    for (int i = 0; i < 3; ++i) {
+        m_daemon.announce(QStringLiteral("/org/bluez/hci0"), both);
+    }
+    expectRegisteredAt({QStringLiteral("hci0")});
+    change();
+    expectHeldAt({QStringLiteral("hci0")});
+    restarts();
+}
+
+struct Mood
+{
+    const char* name;
+    void (Moods::*have)();
+};
+
+constexpr Mood allMoods[] = {
+    {"absent", &Moods::absent},
+    {"restarting", &Moods::restarts},
+    {"vanishing at each step", &Moods::vanishesAtEachStep},
+    {"late", &Moods::answersLate},
+    {"never answering", &Moods::neverAnswers},
+    {"answering after the end", &Moods::answersAfterTheEnd},
+    {"refusing everything", &Moods::refuses},
+    {"two adapters", &Moods::twoAdapters},
+    {"the same path again", &Moods::announcesTwice},
+};
+
+void cycle(Moods& moods, const Mood& mood, int count)
+{
+    Figures first = {};
+    QElapsedTimer time;
+    time.start();
+    for (int i = 0; i < count; ++i) {
+        (moods.*mood.have)();
+        if (i == count / 10) {
+            first = Figures::now();
+        }
+    }
+    const Figures last = Figures::now();
+    std::printf("%-24s %5d cycles %7lld ms: heap %+lld, resident %+lld, %s\n", mood.name, count,
+                time.elapsed(), last.heap - first.heap, last.resident - first.resident,
+                qPrintable(last.text()));
+    std::fflush(stdout);
+    if (last.heap > first.heap + heapSlack || last.objects != first.objects ||
+        last.descriptors != first.descriptors || last.watchers != 0) {
+        fail(QStringLiteral("not returned to ") + first.text());
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const QCoreApplication program(argc, argv);
+    QCommandLineParser arguments;
+    arguments.addHelpOption();
+    const QCommandLineOption cycles(QStringLiteral("cycles"), QStringLiteral("How often each mood is had."),
+                                    QStringLiteral("count"), QStringLiteral("1000"));
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("What all choices follow from."),
+                                  QStringLiteral("number"), QStringLiteral("1"));
+    arguments.addOptions({cycles, seed});
+    arguments.addPositionalArgument(QStringLiteral("mood"), QStringLiteral("Only these."),
+                                    QStringLiteral("[mood...]"));
+    arguments.process(program);
+    followObjects();
+    buildEveryLogLine();
+    Moods moods(arguments.value(seed).toUInt());
+    const QStringList wanted = arguments.positionalArguments();
+    for (const Mood& mood : allMoods) {
+        if (wanted.isEmpty() || wanted.contains(QLatin1String(mood.name))) {
+            cycle(moods, mood, arguments.value(cycles).toInt());
+        }
+    }
+    return 0;
+}
