@@ -97,9 +97,10 @@ void echoAnything(RawPeer& peer, FuzzedDataProvider& input)
 void sendAnotherType(RawPeer& peer, FuzzedDataProvider& input, const Slot& slot)
 {
     const std::string signature = RandomValue(input, true).signature();
-    const WireValue argument = RandomValue(input, true).value(signature);
+    const bool isItsType = signature == slot.signature;
+    const WireValue argument = RandomValue(input, !isItsType).value(signature);
     const RawAnswer answer = peer.exchange(callOf(slot, argument));
-    const auto expected = signature == slot.signature ? RawAnswer::Return : RawAnswer::Error;
+    const auto expected = isItsType ? RawAnswer::Return : RawAnswer::Error;
     require(answer.kind == expected, [&] { return "%1 took %2"_qs.arg(slot.name, described(argument)); });
 }
 
@@ -110,7 +111,11 @@ void sendRawBody(RawPeer& peer, FuzzedDataProvider& input, const Slot& slot)
     const QByteArray message =
         RawPeer::call(slot.name, slot.signature, QByteArray(raw.data(), int(raw.size())), false);
     if (RawPeer::isMessage(message)) {
-        require(peer.exchange(message).kind == RawAnswer::Return,
+        // What the slots give back as it came may hold a file descriptor that no message brought, or an empty
+        // signature, and Qt sends no answer with those.
+        const bool mayBeUnfit = raw.find_first_of("gh") != std::string::npos;
+        const auto kind = peer.exchangeAnything(message).kind;
+        require(kind == RawAnswer::Return || (kind == RawAnswer::Nothing && mayBeUnfit),
                 [&] { return "%1 refused what libdbus took"_qs.arg(slot.name); });
     }
 }
