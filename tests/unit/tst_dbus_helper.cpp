@@ -4,6 +4,7 @@
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusSignature>
+#include <QDBusUnixFileDescriptor>
 #include <QDBusVariant>
 #include <QtTest>
 
@@ -24,6 +25,15 @@ private:
     int m_count = 0;
 };
 
+/** A list in a list in a list, … */
+QVariant nested(int depth, QVariant value)
+{
+    for (int i = 0; i < depth; ++i) {
+        value = QVariantList{value};
+    }
+    return value;
+}
+
 class tst_dbus_helper : public QObject
 {
     Q_OBJECT
@@ -36,6 +46,7 @@ private slots:
     void whatIsNoAdaptorHasNoEntry();
     void whatCannotTravelIsLeftOut_data();
     void whatCannotTravelIsLeftOut();
+    void valuesThatExceedOneMessageAreLeftOut();
 };
 
 void tst_dbus_helper::blueZIsFoundUnderItsNames()
@@ -95,6 +106,16 @@ void tst_dbus_helper::whatCannotTravelIsLeftOut_data()
     QTest::newRow("map") << QVariant(QVariantMap{{"a"_qs, 1}, {"b"_qs, emptyPath}, {"c"_qs, QVariant()}})
                          << QVariant(QVariantMap{{"a"_qs, 1}});
     QTest::newRow("list") << QVariant(QVariantList{1, emptyPath, 2}) << QVariant(QVariantList{1, 2});
+    QTest::newRow("closed file descriptor") << QVariant::fromValue(QDBusUnixFileDescriptor()) << QVariant();
+    const QVariant descriptor = QVariant::fromValue(QDBusUnixFileDescriptor(0));
+    QTest::newRow("variant of a closed file descriptor")
+        << QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusUnixFileDescriptor()))) << QVariant();
+    QTest::newRow("nested 16 deep") << nested(16, 1) << nested(16, 1);
+    QTest::newRow("nested 17 deep") << nested(17, 1) << nested(16, QVariantList());
+    const int limit = DBusHelper::maximumLength;
+    QTest::newRow("longest bytes") << QVariant(QByteArray(limit, 'a')) << QVariant(QByteArray(limit, 'a'));
+    QTest::newRow("too many bytes") << QVariant(QByteArray(limit + 1, 'a')) << QVariant();
+    QTest::newRow("too long a text") << QVariant(QString(limit / 3 + 1, QLatin1Char('a'))) << QVariant();
 }
 
 void tst_dbus_helper::whatCannotTravelIsLeftOut()
@@ -104,6 +125,22 @@ void tst_dbus_helper::whatCannotTravelIsLeftOut()
     const QVariant actual = DBusHelper::marshallable(value);
     QCOMPARE(actual.userType(), left.userType());
     QCOMPARE(actual, left);
+}
+
+void tst_dbus_helper::valuesThatExceedOneMessageAreLeftOut()
+{
+    const auto holding = [](int size) {
+        return DBusInterfaceList{
+            {"a.Holder"_qs,
+             {{"Other"_qs, QString(100, QLatin1Char('a'))}, {"Value"_qs, QByteArray(size, 'a')}}}};
+    };
+    const DBusInterfaceList without{{"a.Holder"_qs, {{"Other"_qs, QString(100, QLatin1Char('a'))}}}};
+    const int limit = DBusHelper::maximumLength;
+    const QDBusObjectPath a("/a"_qs);
+    const QDBusObjectPath b("/b"_qs);
+    const QDBusObjectPath c("/c"_qs);
+    QCOMPARE(DBusHelper::withinOneMessage({{a, holding(limit - 5)}, {b, holding(6)}, {c, holding(5)}}),
+             (DBusManagedObjectList{{a, holding(limit - 5)}, {b, without}, {c, holding(5)}}));
 }
 
 QTEST_GUILESS_MAIN(tst_dbus_helper)
