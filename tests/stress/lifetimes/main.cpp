@@ -51,7 +51,8 @@ int run(unsigned seed, qint64 operations, bool verbose)
         if (first.objects == 0) {
             first = now;
         } else if (now.objects != first.objects || now.descriptors != first.descriptors ||
-                   now.heap > first.heap + heapSlack + heapPerName * world.builtApplications()) {
+                   now.heap >
+                       first.heap + heapSlack + heapNoise() + heapPerName * world.builtApplications()) {
             return fail(seed, world.deeds(), QStringLiteral("not returned to %1").arg(first.text()));
         }
         nextCheck += deedsBetweenChecks;

@@ -111,6 +111,15 @@ void buildEveryLogLine()
     logger.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
 }
 
+qint64 heapNoise()
+{
+#ifdef __SANITIZE_ADDRESS__
+    return 0;
+#else
+    return 768 * 1024;
+#endif
+}
+
 int slowness()
 {
 #ifdef __SANITIZE_ADDRESS__

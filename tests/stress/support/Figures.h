@@ -26,3 +26,7 @@ void buildEveryLogLine();
 
 /** 1, or what time limits grow by in a build with sanitizers. */
 int slowness();
+
+/** How many bytes of the heap's figure say nothing: without a sanitizer they include what glibc keeps at
+ * hand. */
+qint64 heapNoise();
