@@ -173,6 +173,13 @@ void tst_advertisement_wire::unknownNamesAreRefusedAtOnce()
              QString("org.freedesktop.DBus.Error.UnknownInterface"));
     QCOMPARE(client.getAll(path, "org.bluez.Other1").errorName,
              QString("org.freedesktop.DBus.Error.UnknownInterface"));
+    QCOMPARE(client.get(path, "", "Nothing").errorName,
+             QString("org.freedesktop.DBus.Error.UnknownInterface"));
+    const QString properties("org.freedesktop.DBus.Properties");
+    QCOMPARE(client.call(path, properties, "Set", "ssv", {"org.bluez.Other1", "Type", "s", "x"}).errorName,
+             QString("org.freedesktop.DBus.Error.UnknownInterface"));
+    QCOMPARE(client.call(path, properties, "Set", "ssv", {interface, "Nothing", "s", "x"}).errorName,
+             QString("org.freedesktop.DBus.Error.UnknownProperty"));
     QCOMPARE(client.call(path, interface, "Nothing").errorName,
              QString("org.freedesktop.DBus.Error.UnknownMethod"));
     QCOMPARE(client.call(path, interface, "Release", "s", {"x"}).errorName,
