@@ -8,6 +8,7 @@
 #include "OrgBluezGattManager1Interface.h"
 #include "OrgBluezLEAdvertisingManager1Interface.h"
 #include "OrgFreedesktopDBusObjectManagerInterface.h"
+#include "Registrations.h"
 #include "plimlog.h"
 
 #include <QCoreApplication>
@@ -31,6 +32,13 @@ const char gattManagerName[] = "org.bluez.GattManager1";
 const char advManagerName[] = "org.bluez.LEAdvertisingManager1";
 
 } // namespace
+
+struct BleManager::Step
+{
+    const char* tag;
+    const char* method;
+    BleRegistrationState::Phase until; ///< how the object stands until the answer
+};
 
 template <>
 const BleManager::Kind<GattApplication> BleManager::kind<GattApplication> = {
@@ -62,7 +70,7 @@ BleManager* BleManager::instance()
     return manager;
 }
 
-BleManager::BleManager(QObject* parent) : QObject(parent)
+BleManager::BleManager(QObject* parent) : QObject(parent), m_registrations(new Registrations)
 {
     registerDBusTypes();
     m_objectManager = new OrgFreedesktopDBusObjectManagerInterface(
@@ -95,6 +103,7 @@ QSharedPointer<Manager> BleManager::managerAt(const QString& path)
     if (path.isEmpty()) {
         return {};
     }
+    m_registrations->managerAppeared(Manager::staticInterfaceName(), path);
     return QSharedPointer<Manager>(
         new Manager(DBusBluezServiceName(), path, QDBusConnection::systemBus(), this));
 }
@@ -130,10 +139,12 @@ void BleManager::on_interfacesRemoved(const QDBusObjectPath& path, const QString
     if (interfaces.contains(QLatin1String(gattManagerName))) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gatt Manager was removed");
         m_gattManager.reset();
+        m_registrations->managerGone(gattManagerName);
     }
     if (interfaces.contains(QLatin1String(advManagerName))) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Le Avertisement Manager was removed");
         m_advManager.reset();
+        m_registrations->managerGone(advManagerName);
     }
 }
 
@@ -166,6 +177,7 @@ void BleManager::hold(const Object* object, const char* signature)
     }
     PLIM_LOG(logger, INFO, signature, "Add " << kind<Object>.name << ": " << object->dbusPath());
     held.append(object);
+    m_registrations->hold(object);
     m_connections.add(plim::connect(object, kind<Object>.changed, this, kind<Object>.on_changed));
     m_connections.add(plim::connect(object, &QObject::destroyed, this, kind<Object>.on_deleted));
     (this->*kind<Object>.registerStep)(object);
@@ -195,6 +207,7 @@ void BleManager::release(const Object* object, const char* signature)
     }
     PLIM_LOG(logger, INFO, signature, "Remove " << kind<Object>.name << ": " << object->dbusPath());
     held.removeOne(object);
+    m_registrations->forget(object);
     plim::disconnect(object, kind<Object>.changed, this, kind<Object>.on_changed);
     plim::disconnect(object, &QObject::destroyed, this, kind<Object>.on_deleted);
     hearFromElsewhere();
@@ -202,12 +215,27 @@ void BleManager::release(const Object* object, const char* signature)
     (this->*kind<Object>.unregisterStep)(object);
 }
 
+void BleManager::setRegistrationObserver(const BleRegistrationObserver& observer)
+{
+    m_registrations->setObserver(observer);
+}
+
+BleRegistrationState BleManager::registrationState(const GattApplication* app) const
+{
+    return m_registrations->state(app);
+}
+
+BleRegistrationState BleManager::registrationState(const GapAdvertisement* adv) const
+{
+    return m_registrations->state(adv);
+}
+
 void BleManager::registerApp(const GattApplication* app)
 {
     send(
         m_gattManager, app,
         [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterApplication(path, {}); },
-        "registerApp", Q_FUNC_INFO);
+        {"registerApp", "RegisterApplication", BleRegistrationState::Asked}, Q_FUNC_INFO);
 }
 
 void BleManager::unregisterApp(const GattApplication* app)
@@ -215,7 +243,7 @@ void BleManager::unregisterApp(const GattApplication* app)
     send(
         m_gattManager, app,
         [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterApplication(path); },
-        "unregisterApp", Q_FUNC_INFO);
+        {"unregisterApp", "UnregisterApplication", BleRegistrationState::Dropped}, Q_FUNC_INFO);
 }
 
 void BleManager::registerAdv(const GapAdvertisement* adv)
@@ -223,7 +251,7 @@ void BleManager::registerAdv(const GapAdvertisement* adv)
     send(
         m_advManager, adv,
         [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterAdvertisement(path, {}); },
-        "registerAdv", Q_FUNC_INFO);
+        {"registerAdv", "RegisterAdvertisement", BleRegistrationState::Asked}, Q_FUNC_INFO);
 }
 
 void BleManager::unregisterAdv(const GapAdvertisement* adv)
@@ -231,7 +259,7 @@ void BleManager::unregisterAdv(const GapAdvertisement* adv)
     send(
         m_advManager, adv,
         [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterAdvertisement(path); },
-        "unregisterAdv", Q_FUNC_INFO);
+        {"unregisterAdv", "UnregisterAdvertisement", BleRegistrationState::Dropped}, Q_FUNC_INFO);
 }
 
 /** The object's path; one of another thread may be gone already, of which this one has not heard yet. */
@@ -254,7 +282,7 @@ void BleManager::hearFromElsewhere()
 /** One of the four steps: an asynchronous call about the object, if the manager for it is present. */
 template <typename Manager, typename Object, typename Call>
 void BleManager::send(const QSharedPointer<Manager>& manager, const Object* object, Call call,
-                      const char* step, const char* signature)
+                      const Step& step, const char* signature)
 {
     if (!object) {
         PLIM_LOG(logger, ERROR, signature, "Cannot register or unregister a null " << kind<Object>.name);
@@ -264,23 +292,33 @@ void BleManager::send(const QSharedPointer<Manager>& manager, const Object* obje
     if (!manager) {
         return;
     }
-    const QDBusObjectPath path(pathOf(object));
+    const Registrations::Step told{object,
+                                   step.until,
+                                   QLatin1String(step.method),
+                                   pathOf(object),
+                                   QLatin1String(Manager::staticInterfaceName()),
+                                   manager->path()};
+    const QDBusObjectPath path(told.objectPath);
     if (path.path().isEmpty()) {
         // libdbus aborts a process that tries to send this.
+        const QDBusError error(QDBusError::InvalidObjectPath,
+                               QLatin1String("Invalid object path: ") + told.objectPath);
         PLIM_LOG(logger, ERROR, signature,
-                 "D-Bus call from '" << step << "' failed: Invalid object path: " << pathOf(object));
+                 "D-Bus call from '" << step.tag << "' failed: " << error.message());
+        m_registrations->notSent(told, error);
         return;
     }
-    watch(call(*manager, path), step);
+    m_registrations->sent(told, watch(call(*manager, path), step.tag));
 }
 
-void BleManager::watch(const QDBusPendingCall& call, const char* step)
+QDBusPendingCallWatcher* BleManager::watch(const QDBusPendingCall& call, const char* step)
 {
     auto* watcher = new QDBusPendingCallWatcher(call);
     watcher->setProperty("function", QString::fromLatin1(step));
     plim::connect(watcher, &QDBusPendingCallWatcher::finished, this, &BleManager::on_dbusWatcher_finished);
     // Only a manager made without instance() can end before its calls do.
     plim::connect(this, &QObject::destroyed, watcher, &QObject::deleteLater);
+    return watcher;
 }
 
 void BleManager::on_applicationChanged(const GattApplication* app)
@@ -326,6 +364,7 @@ void BleManager::onDeleted(const QObject* dying, const char* signature)
         held.erase(it);
     }
     m_pathsElsewhere.remove(dying);
+    m_registrations->forget(dying);
 }
 
 void BleManager::on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BleRegistration.h"
 #include "DBusTypes.h"
 #include "OwnConnections.h"
 #include "PlimBleExport.h"
@@ -12,6 +13,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 class GapAdvertisement;
 class GattApplication;
 class OrgBluezGattManager1Interface;
@@ -19,13 +22,15 @@ class OrgBluezLEAdvertisingManager1Interface;
 class OrgFreedesktopDBusObjectManagerInterface;
 class QDBusPendingCall;
 class QDBusPendingCallWatcher;
+class Registrations;
 
 /**
  * Hands GATT applications and advertisements to BlueZ, for as long as they are held: whenever BlueZ's manager
  * for them appears, and whenever they change. They may be added before, while or after BlueZ starts.
  *
- * BlueZ is asked asynchronously, and its answers go to the log only (logger "Ble"): DEBUG for a success,
- * ERROR for a failure, which changes nothing and is not retried.
+ * BlueZ is asked asynchronously, and its answers go to the log (logger "Ble"): DEBUG for a success, ERROR for
+ * a failure, which changes nothing and is not retried. A program that has to know asks registrationState() or
+ * sets an observer.
  *
  * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event
  * loop; the objects handed over are expected to live there too. One that lives on another thread, and stays
@@ -63,6 +68,27 @@ public:
     /** Unregisters an advertisement and holds it no longer; one that is not held is left alone. */
     void remove(const GapAdvertisement* adv);
 
+    /**
+     * Sets who hears of each step's outcome, of BlueZ's managers and of releases, from now on; an empty
+     * function ends that. There is one observer at a time, and none at first.
+     *
+     * It is called on this object's thread from the event loop, never inside a call of this class, in the
+     * order in which things happened; so it may do anything: add, remove and delete objects, this manager
+     * too, replace or clear itself. By the time it is called the state may have moved on. What it throws is
+     * logged at ERROR.
+     *
+     * Objects are named by their paths, since they may have ended meanwhile. A manager that is there already
+     * is not announced, and what becomes of objects that are not held is told for the four steps only.
+     */
+    void setRegistrationObserver(const BleRegistrationObserver& observer);
+
+    /**
+     * How BlueZ stands to an application or advertisement now, by the answers that have arrived on this
+     * object's thread. The pointer is only compared: a null one, or one of a deleted object, is not held.
+     */
+    BleRegistrationState registrationState(const GattApplication* app) const;
+    BleRegistrationState registrationState(const GapAdvertisement* adv) const;
+
     // The four steps send one call each if BlueZ's manager is present, and nothing otherwise. They neither
     // look at nor change what is held. A path that is no object path cannot be sent: that is logged like a
     // failed call.
@@ -81,6 +107,8 @@ private slots:
     void on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher);
 
 private:
+    struct Step;
+
     /** Where applications and advertisements differ. */
     template <typename Object>
     struct Kind
@@ -109,11 +137,11 @@ private:
     QString pathOf(const Object* object) const;
     void hearFromElsewhere();
     template <typename Manager, typename Object, typename Call>
-    void send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const char* step,
+    void send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const Step& step,
               const char* signature);
     template <typename Manager>
     QSharedPointer<Manager> managerAt(const QString& path);
-    void watch(const QDBusPendingCall& call, const char* step);
+    QDBusPendingCallWatcher* watch(const QDBusPendingCall& call, const char* step);
 
     OrgFreedesktopDBusObjectManagerInterface* m_objectManager;
     QSharedPointer<OrgBluezGattManager1Interface> m_gattManager;
@@ -121,5 +149,6 @@ private:
     QSharedPointer<OrgBluezLEAdvertisingManager1Interface> m_advManager;
     QList<const GapAdvertisement*> m_advertisements;
     QHash<const QObject*, QString> m_pathsElsewhere; ///< of held objects that live on another thread
+    std::unique_ptr<Registrations> m_registrations;
     OwnConnections m_connections;
 };

@@ -3,6 +3,7 @@
 #include "LEAdvertisement1Adaptor.h"
 #include "LogText.h"
 #include "ReadOnlyPropertiesAdaptor.h"
+#include "ReleaseNotice.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -15,7 +16,7 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 } // namespace
 
 GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, PropertyExport propertyExport)
-    : QObject(parent), m_dbusPath(dbusPath)
+    : QObject(parent), m_dbusPath(dbusPath), m_releaseNotice(new ReleaseNotice)
 {
     PLIM_LOG_ENTER(logger, TRACE, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
                    "dbusPath: " << dbusPath);
@@ -282,4 +283,5 @@ QStringList GapAdvertisement::includes() const
 void GapAdvertisement::Release()
 {
     PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gap advertisement release: " << m_dbusPath);
+    emit m_releaseNotice->released();
 }

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QSharedPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -13,6 +14,7 @@
 
 class LEAdvertisement1Adaptor;
 class ReadOnlyPropertiesAdaptor;
+class ReleaseNotice;
 
 using GapManufacturerData = DBusManufacturerData;
 
@@ -159,6 +161,8 @@ private slots:
     void Release();
 
 private:
+    friend class Registrations;
+
     /** What every setter does, whether or not the value differs. */
     template <typename Member, typename Value>
     void change(const char* property, Member& member, const Value& value);
@@ -183,4 +187,5 @@ private:
     bool m_discoverable = false;
     const unsigned short m_discoverableTimeout = 0;
     const unsigned short m_duration = 0;
+    const QSharedPointer<ReleaseNotice> m_releaseNotice;
 };
