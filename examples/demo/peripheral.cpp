@@ -105,6 +105,8 @@ int main(int argc, char** argv)
     addStorage(app);
     addName(app, advertisement);
 
+    BleManager::instance()->setRegistrationObserver(
+        [](const BleRegistrationEvent& event) { say(event.text()); });
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&advertisement);
     return program.exec();

@@ -22,6 +22,7 @@ private slots:
     void aReleaseIsTold();
     void aReleaseOnAnotherThreadIsTold();
     void aReleaseOfWhatIsNotHeldIsNotTold();
+    void aReleaseIsToldOnceHoweverOftenItWasAdded();
     void theFirstOfTwoAnswersToAChangeIsOvertaken();
     void anAnswerAboutADeletedObjectIsOvertaken();
     void anAnswerAboutARemovedObjectIsOvertaken();
@@ -219,6 +220,22 @@ void tst_registration_observer::aReleaseOfWhatIsNotHeldIsNotTold()
     QCOMPARE(told.events().size(), 1);
 }
 
+void tst_registration_observer::aReleaseIsToldOnceHoweverOftenItWasAdded()
+{
+    Simulator daemon(acceptEverything);
+    const GapAdvertisement adv(nullptr, "/adv");
+    BleManager* manager = BleManager::instance();
+    manager->add(&adv);
+    manager->remove(&adv);
+    manager->add(&adv);
+    EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
+    const Told told;
+    daemon.releaseAdvertisement("/adv");
+    EVENTUALLY_VERIFY(!told.events().isEmpty());
+    daemon.settle();
+    QCOMPARE(told.lines(), QStringList("BlueZ released /adv"));
+}
+
 void tst_registration_observer::theFirstOfTwoAnswersToAChangeIsOvertaken()
 {
     const Simulator daemon(acceptEverything);
@@ -229,8 +246,7 @@ void tst_registration_observer::theFirstOfTwoAnswersToAChangeIsOvertaken()
     told.clear();
     adv.setAppearance(1);
     EVENTUALLY_COMPARE(told.lines(),
-                       QStringList({"UnregisterAdvertisement of /adv at /org/bluez/hci0: done, overtaken by "
-                                    "what came after it",
+                       QStringList({"UnregisterAdvertisement of /adv at /org/bluez/hci0: done (overtaken)",
                                     "RegisterAdvertisement of /adv at /org/bluez/hci0: done"}));
     QVERIFY(told.events().at(0).overtaken);
     QVERIFY(!told.events().at(1).overtaken);

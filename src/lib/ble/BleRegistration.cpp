@@ -27,7 +27,7 @@ QString BleRegistrationEvent::text() const
     const QString outcome = kind == StepSucceeded
                                 ? QStringLiteral(": done")
                                 : QStringLiteral(": failed: ") + errorText(errorName, errorMessage);
-    return subject + outcome + (overtaken ? QStringLiteral(", overtaken by what came after it") : QString());
+    return subject + outcome + (overtaken ? QStringLiteral(" (overtaken)") : QString());
 }
 
 QString BleRegistrationState::text() const
