@@ -11,7 +11,8 @@ endfunction()
 
 function(plim_add_dbus_proxy library class xml)
     plim_generate_dbus_class(${library} ${class} ${xml} -p ${ARGN})
-    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${class}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${library})
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${class}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${library}
+        COMPONENT dev)
 endfunction()
 
 function(plim_generate_dbus_class library class xml kind)

@@ -1,4 +1,9 @@
 # What an installed consumer finds: the CMake package plim_ble with plim::ble, and the pkg-config file plim_ble.
+#
+# Every install rule of this project names its component, which is also the package that it goes into (PlimPackages):
+#   runtime  what a finished device needs: the shared libraries
+#   dev      what building against them takes: headers, linker names, CMake and pkg-config files
+#   tools    programs for people: the stand-in daemon
 
 include(CMakePackageConfigHelpers)
 
@@ -7,13 +12,17 @@ configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/plim_bleConfig.cma
     ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake INSTALL_DESTINATION ${PLIM_CMAKE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake ${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake
-    DESTINATION ${PLIM_CMAKE_DIR})
-install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR})
+    DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
+install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 
+# Qt's CMake targets tell their users to compile with -fPIC; its pkg-config files do not, and Qt's headers then refuse.
+get_target_property(PLIM_QT_FLAGS Qt5::Core INTERFACE_COMPILE_OPTIONS)
+list(JOIN PLIM_QT_FLAGS " " PLIM_QT_FLAGS)
 set(AT @)
 configure_file(${PROJECT_SOURCE_DIR}/packaging/plim_ble.pc.in ${PROJECT_BINARY_DIR}/plim_ble.pc.in @ONLY)
 # The prefix is not known before installation (cmake --install --prefix), so the file is finished then.
 install(CODE "
     set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
-    configure_file(\"${PROJECT_BINARY_DIR}/plim_ble.pc.in\" \"${PROJECT_BINARY_DIR}/plim_ble.pc\" @ONLY)")
-install(FILES ${PROJECT_BINARY_DIR}/plim_ble.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    configure_file(\"${PROJECT_BINARY_DIR}/plim_ble.pc.in\" \"${PROJECT_BINARY_DIR}/plim_ble.pc\" @ONLY)"
+    COMPONENT dev)
+install(FILES ${PROJECT_BINARY_DIR}/plim_ble.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -41,6 +41,6 @@ function(plim_add_library name output)
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON)
     install(TARGETS plim_${name} EXPORT plim_bleTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${name})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+    install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${name} COMPONENT dev)
 endfunction()
