@@ -1,0 +1,199 @@
+// What a phone sees of each example, and what the example says.
+
+#include "PlimBleTest.h"
+
+#include <QProcess>
+
+namespace {
+
+constexpr int PatienceMs = 10000;
+
+/** The UUID of the example's own with a number. */
+QString own(int example, int number)
+{
+    return QStringLiteral("c0de%1-5f2a-4d6b-9a57-1f6d0a3b%2")
+        .arg(number, 4, 16, QLatin1Char('0'))
+        .arg(example, 4, 16, QLatin1Char('0'));
+}
+
+QString assigned(quint16 number)
+{
+    return QStringLiteral("%1-0000-1000-8000-00805f9b34fb").arg(number, 8, 16, QLatin1Char('0'));
+}
+
+QByteArray byte(int number)
+{
+    return QByteArray(1, char(number));
+}
+
+/** An example that runs, until this object ends. */
+class Example : public QProcess
+{
+public:
+    explicit Example(const QString& name)
+    {
+        setProcessChannelMode(MergedChannels);
+        start(QStringLiteral(EXAMPLES "/example-") + name, QStringList());
+        connect(this, &QProcess::readyRead, this, [this] { m_output += readAll(); });
+    }
+
+    ~Example() override { end(); }
+
+    bool says(const char* text) const { return m_output.contains(text); }
+
+    /** Asks it to end, and waits until it has. */
+    void end()
+    {
+        terminate();
+        if (!waitForFinished(PatienceMs)) {
+            kill();
+            waitForFinished(PatienceMs);
+        }
+    }
+
+private:
+    QByteArray m_output;
+};
+
+} // namespace
+
+#define EVENTUALLY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, PatienceMs)
+#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, PatienceMs)
+
+class TestExamples : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void batteryLevel()
+    {
+        PlimBleTest ble;
+        Example example("01-battery-level");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/battery"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/battery/advertisement"));
+        const QString level = ble.find(assigned(0x2a19));
+        QCOMPARE(ble.read(level), byte(87));
+        ble.subscribe(level);
+        QCOMPARE(ble.advertisement("/com/example/battery/advertisement").value("LocalName").toString(),
+                 "Battery");
+    }
+
+    void setting()
+    {
+        PlimBleTest ble;
+        Example example("02-setting");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/lamp"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/lamp/advertisement"));
+        const QString brightness = ble.find(own(2, 2));
+        QCOMPARE(ble.read(brightness), byte(50));
+
+        ble.write(brightness, byte(80));
+        EVENTUALLY_VERIFY(example.says("the lamp shines with 80 per cent"));
+        QCOMPARE(ble.read(brightness), byte(80));
+
+        ble.subscribe(brightness);
+        ble.write(brightness, byte(101));
+        EVENTUALLY_VERIFY(example.says("no brightness: 65"));
+        QCOMPARE(ble.read(brightness), byte(80));
+        EVENTUALLY_VERIFY(ble.notifications(brightness).contains(byte(80)));
+        QVERIFY(!ble.notifications(brightness).contains(byte(101)));
+
+        ble.write(brightness, "12");
+        QCOMPARE(ble.read(brightness), byte(80));
+    }
+
+    void longValue()
+    {
+        PlimBleTest ble;
+        Example example("03-long-value");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/log"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/log/advertisement"));
+        const QString page = ble.find(own(3, 2));
+        const QString text = ble.find(own(3, 3));
+
+        const QList<QByteArray> first = ble.readPages(text, page);
+        QCOMPARE(first.size(), 3);
+        QCOMPARE(first[0].size(), 512);
+        QCOMPARE(first[1].size(), 512);
+        const QByteArray log = QByteArrayList(first).join();
+        QVERIFY(log.size() > 1300);
+        const QByteArrayList lines = log.split('\n');
+        for (int i = 0; i + 1 < lines.size(); ++i) {
+            QCOMPARE(lines[i].left(4).toInt(), i);
+        }
+
+        const QByteArray second = QByteArrayList(ble.readPages(text, page)).join();
+        QVERIFY2(second.startsWith(log) && second.size() > log.size(), second);
+    }
+
+    void beacon()
+    {
+        PlimBleTest ble;
+        Example example("04-beacon");
+        const QString path = "/com/example/beacon";
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList(path));
+        QCOMPARE(ble.advertisement(path).value("Type").toString(), "broadcast");
+        using Data = QMap<ushort, QDBusVariant>;
+        const auto heard = [&] {
+            if (ble.advertisements().isEmpty()) {
+                return QByteArray(); // between two registrations
+            }
+            const auto data = qdbus_cast<Data>(ble.advertisement(path).value("ManufacturerData"));
+            return data.value(0xffff).variant().toByteArray();
+        };
+        EVENTUALLY_COMPARE(heard().size(), 4);
+        const char number = heard().at(0);
+        EVENTUALLY_VERIFY(heard().size() == 4 && heard().at(0) > number);
+        QVERIFY(ble.applications().isEmpty());
+    }
+
+    void wholeDevice()
+    {
+        PlimBleTest ble;
+        Example example("05-whole-device");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/thermostat"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/thermostat/advertisement"));
+        QCOMPARE(ble.read(ble.find(assigned(0x2a29))), QByteArray("Example Devices"));
+        QCOMPARE(ble.read(ble.find(assigned(0x2a24))), QByteArray("Thermostat 1"));
+        QCOMPARE(ble.read(ble.find(assigned(0x2a26))), QByteArray("1.0.0"));
+        QCOMPARE(ble.read(ble.find(assigned(0x2901))), QByteArray("Target temperature"));
+
+        const QString battery = ble.find(assigned(0x2a19));
+        ble.subscribe(battery);
+        EVENTUALLY_VERIFY(!ble.notifications(battery).isEmpty());
+        QVERIFY(ble.notifications(battery).constFirst().at(0) < 100);
+
+        const QString target = ble.find(own(5, 2));
+        ble.write(target, byte(25));
+        QCOMPARE(ble.read(target), byte(25));
+        ble.write(target, byte(31));
+        QCOMPARE(ble.read(target), byte(25));
+
+        ble.restart();
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/thermostat"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/thermostat/advertisement"));
+        QCOMPARE(ble.read(ble.find(own(5, 2))), byte(25));
+    }
+
+    void eventLoop()
+    {
+        PlimBleTest ble;
+        Example example("07-event-loop");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/uptime"));
+        const QString uptime = ble.find(own(7, 2));
+        ble.subscribe(uptime);
+        EVENTUALLY_VERIFY(example.says("a phone listens"));
+        EVENTUALLY_VERIFY(ble.notifications(uptime).size() >= 3);
+        QVERIFY(ble.notifications(uptime).at(0).toDouble() <= ble.notifications(uptime).at(2).toDouble());
+        QVERIFY(ble.read(uptime).toDouble() > 0);
+
+        example.end();
+        QCOMPARE(example.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(example.exitCode(), 0);
+        EVENTUALLY_VERIFY(example.says("ended"));
+        EVENTUALLY_VERIFY(ble.applications().isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestExamples)
+#include "tst_examples.moc"
