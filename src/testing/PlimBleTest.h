@@ -56,7 +56,8 @@ public:
         if (!ready.contains(QLatin1String(": ready"))) {
             qFatal("PlimBleTest: the simulator does not start: %s", qPrintable(ready));
         }
-        if (send(QStringLiteral("Calls"), {}, QDBus::Block).type() != QDBusMessage::ReplyMessage) {
+        const QDBusConnection system = QDBusConnection::systemBus();
+        if (!system.isConnected() || system.interface()->servicePid(service()) != m_simulator.processId()) {
             qFatal("PlimBleTest: the simulator is not on this program's system bus; was that in use before?");
         }
         awaitAnnouncements();
@@ -139,7 +140,11 @@ public:
     /** Any method of the simulator's control interface (see its manual page); the answer may be an error. */
     static QDBusMessage control(const QString& method, const QVariantList& arguments = {})
     {
-        return send(method, arguments, QDBus::BlockWithGui);
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(service(), QStringLiteral("/org/plim/BluezSimulator"),
+                                           QStringLiteral("org.plim.BluezSimulator1"), method);
+        call.setArguments(arguments);
+        return QDBusConnection::systemBus().call(call, QDBus::BlockWithGui);
     }
 
 private:
@@ -201,17 +206,9 @@ private:
         Child m_daemon;
     };
 
+    static QString service() { return QStringLiteral("org.plim.BluezSimulator"); }
     static QVariant asPath(const QString& path) { return QVariant::fromValue(QDBusObjectPath(path)); }
     static void fail(const QString& reason) { QTest::qFail(qPrintable(reason), "PlimBleTest.h", __LINE__); }
-
-    static QDBusMessage send(const QString& method, const QVariantList& arguments, QDBus::CallMode mode)
-    {
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            QStringLiteral("org.plim.BluezSimulator"), QStringLiteral("/org/plim/BluezSimulator"),
-            QStringLiteral("org.plim.BluezSimulator1"), method);
-        call.setArguments(arguments);
-        return QDBusConnection::systemBus().call(call, mode);
-    }
 
     static QVariant order(const QString& method, const QVariantList& arguments = {})
     {

@@ -40,6 +40,7 @@ const Scene scenes[] = {
     {"refuse", Scenes::refuse, true, "the default export mode: refused, logged, survived"},
     {"two", Scenes::two, true, "two programs with an application each"},
     {"readme", Scenes::readme, true, "the README's example does what the README says"},
+    {"device", Scenes::device, true, "example 05, a whole device, as a phone sees and uses it"},
     {"same", Scenes::same, true,
      "what the stand-in daemon is checked for too: refusals, options, notifications"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},

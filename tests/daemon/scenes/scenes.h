@@ -25,6 +25,7 @@ void unplug();
 void refuse();
 void two();
 void readme();
+void device();
 void same();
 void demo();
 
