@@ -43,6 +43,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_NAME libplim-ble-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev (>= 5.15), liblog4cplus-dev (>= 2.0)")
+# The stand-in daemon, for find_package(plim_ble COMPONENTS testing)
+set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "plim-ble-tools")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "Bluetooth Low Energy peripherals through BlueZ: headers\n${about}
  This package holds what building a program with the libraries takes.")

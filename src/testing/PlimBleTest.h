@@ -65,8 +65,9 @@ public:
 
     Q_DISABLE_COPY(PlimBleTest)
 
-    /** The object paths of what is registered, in the order of registering. */
+    /** The object paths of the applications that are registered, in the order of registering. */
     QStringList applications() const { return paths(QStringLiteral("Applications")); }
+    /** The same of advertisements. */
     QStringList advertisements() const { return paths(QStringLiteral("Advertisements")); }
 
     /** What the daemon has read from a registered advertisement, by D-Bus property. */
@@ -113,7 +114,9 @@ public:
         order(QStringLiteral("Write"), {asPath(path), value, QVariant::fromValue(ushort(0))});
     }
 
+    /** The phone asks for notifications. */
     void subscribe(const QString& path) const { order(QStringLiteral("Subscribe"), {asPath(path)}); }
+    /** It wants no more of them. */
     void unsubscribe(const QString& path) const { order(QStringLiteral("Unsubscribe"), {asPath(path)}); }
 
     /** Every value that the phone was notified of while subscribed, in order. */
@@ -122,9 +125,11 @@ public:
         return ask<QList<QByteArray>>(QStringLiteral("Notifications"), {asPath(path)});
     }
 
-    /** The daemon ends as if killed, starts, or both. Returns when it is so for everybody on the bus. */
+    /** The daemon ends as if killed. Returns, like the next two, when it is so for everybody on the bus. */
     void vanish() const { change(QStringLiteral("Vanish")); }
+    /** The daemon starts. */
     void appear() const { change(QStringLiteral("Appear")); }
+    /** The daemon ends and starts. */
     void restart() const { change(QStringLiteral("Restart")); }
 
     /**

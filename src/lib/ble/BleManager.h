@@ -89,13 +89,21 @@ public:
     BleRegistrationState registrationState(const GattApplication* app) const;
     BleRegistrationState registrationState(const GapAdvertisement* adv) const;
 
-    // The four steps send one call each if BlueZ's manager is present, and nothing otherwise. They neither
-    // look at nor change what is held. A path that is no object path cannot be sent: that is logged like a
-    // failed call.
+    /**
+     * @name Single steps
+     * Each sends one call if BlueZ's manager is present, and nothing otherwise. They neither look at nor
+     * change what is held. A path that is no object path cannot be sent: that is logged like a failed call.
+     * @{
+     */
+    /** Sends RegisterApplication. */
     void registerApp(const GattApplication* app);
+    /** Sends UnregisterApplication. */
     void unregisterApp(const GattApplication* app);
+    /** Sends RegisterAdvertisement. */
     void registerAdv(const GapAdvertisement* adv);
+    /** Sends UnregisterAdvertisement. */
     void unregisterAdv(const GapAdvertisement* adv);
+    /** @} */
 
 private slots:
     void on_interfacesAdded(const QDBusObjectPath& path, const DBusInterfaceList& interfaces);

@@ -130,24 +130,41 @@ public:
      */
     DBusAdvData parseAdvertisementData(const QByteArray& data) const;
 
+    /** What setAppearance() stored. */
     unsigned short appearance() const;
+    /** What setDiscoverable() stored. */
     bool discoverable() const;
+    /** Always 0. */
     unsigned short discoverableTimeout() const;
+    /** Always 0. */
     unsigned short duration() const;
+    /** What setLocalName() stored. */
     QString localName() const;
+    /** What setMaxInterval() stored. */
     unsigned int maxInterval() const;
+    /** What setMinInterval() stored. */
     unsigned int minInterval() const;
+    /** Always empty. */
     QString secondaryChannel() const;
+    /** What setTimeout() stored. */
     unsigned short timeout() const;
+    /** What setTxPower() stored. */
     short txPower() const;
     /** "peripheral" or "broadcast". */
     QString type() const;
+    /** What setServiceUUIDs() or setSolicitUUIDs() stored last. */
     QStringList serviceUUIDs() const;
+    /** Always empty. */
     QStringList solicitUUIDs() const;
+    /** "tx-power" after setIncludeTxPower(true), otherwise empty. */
     QStringList includes() const;
+    /** The AD structures of the advertising data by type. */
     DBusAdvData data() const;
+    /** The AD structures of the scan-response data by type. */
     DBusAdvData scanData() const;
+    /** What setManufacturerData() stored. */
     DBusManufacturerData manufacturerData() const;
+    /** What setServiceData() stored. */
     QVariantMap serviceData() const;
 
 signals:

@@ -53,6 +53,7 @@ public:
         Write = 0x2,
         Notify = 0x4
     };
+    /** The options of both. */
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**

@@ -39,6 +39,7 @@ public:
         Read = 0x1,
         Write = 0x2
     };
+    /** The options of both. */
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**

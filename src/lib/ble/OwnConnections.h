@@ -23,6 +23,7 @@ public:
     OwnConnections(const OwnConnections&) = delete;
     OwnConnections& operator=(const OwnConnections&) = delete;
 
+    /** Ends this connection, too, with the holder; one that failed or has ended already may be given. */
     void add(const QMetaObject::Connection& connection)
     {
         if (m_all.size() >= m_sizeToTidyAt) {

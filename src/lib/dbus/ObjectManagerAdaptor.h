@@ -30,5 +30,6 @@ public:
     explicit ObjectManagerAdaptor(QObject* parent);
 
 public slots:
+    /** Answered by the parent's slot of this name. */
     DBusManagedObjectList GetManagedObjects();
 };

@@ -37,12 +37,16 @@ public:
     explicit PropertiesAdaptor(QObject* parent);
 
 public slots:
+    /** The interface's Get, answered by the parent's slot. */
     QDBusVariant Get(const QString& interface, const QString& name, const QDBusMessage& message);
+    /** GetAll, answered by the parent's slot. */
     QVariantMap GetAll(const QString& interface);
+    /** Set, done by the parent's slot. */
     void Set(const QString& interface, const QString& name, const QDBusVariant& value,
              const QDBusMessage& message);
 
 signals:
+    /** The signal on the bus, from each path of the parent. */
     void PropertiesChanged(const QString& interface, const QVariantMap& changedProperties,
                            const QStringList& invalidatedProperties);
 
