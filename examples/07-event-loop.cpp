@@ -9,6 +9,7 @@
 #include "GattApplication.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QFile>
 #include <QSocketNotifier>
 #include <QThread>
@@ -48,6 +49,9 @@ int main(int argc, char** argv)
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
     QSocketNotifier ended(signalfd(-1, &ends, SFD_CLOEXEC), QSocketNotifier::Read);
     QObject::connect(&ended, &QSocketNotifier::activated, &program, &QCoreApplication::quit);
+    // Qt does not connect to another bus when this one is gone: what supervises the program starts it anew.
+    QDBusConnection::systemBus().connect({}, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                                         "Disconnected", &program, SLOT(quit()));
 
     GattApplication app(nullptr, "/com/example/uptime", "com.example.Uptime");
     GattCharacteristic* value =
@@ -57,7 +61,6 @@ int main(int argc, char** argv)
         std::cout << (notifying ? "a phone listens" : "no phone listens") << std::endl;
     });
     BleManager::instance()->add(&app);
-
     QThread* sensor = QThread::create([value] {
         while (!QThread::currentThread()->isInterruptionRequested()) {
             const QByteArray measured = measure();

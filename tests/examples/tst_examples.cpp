@@ -195,6 +195,23 @@ private slots:
         EVENTUALLY_VERIFY(example.says("ended"));
         EVENTUALLY_VERIFY(ble.applications().isEmpty());
     }
+
+    void eventLoopEndsWithTheBus()
+    {
+        QProcess bus;
+        bus.start("dbus-daemon", {"--session", "--nofork", "--print-address"});
+        QVERIFY(bus.waitForReadyRead(PatienceMs));
+        const QByteArray address = bus.readLine().trimmed();
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", address);
+        Example example("07-event-loop");
+        const auto observer = QDBusConnection::connectToBus(address, "observer");
+        EVENTUALLY_VERIFY(observer.interface()->isServiceRegistered("com.example.Uptime"));
+        bus.kill();
+        bus.waitForFinished(PatienceMs);
+        EVENTUALLY_VERIFY(example.says("ended"));
+        EVENTUALLY_COMPARE(example.state(), QProcess::NotRunning);
+        QCOMPARE(example.exitCode(), 0);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestExamples)
