@@ -27,6 +27,7 @@ private slots:
     void answersAreAsOrdered();
     void callsAreRecorded();
     void anAdvertisementEndsWithItsTimeout();
+    void propertiesAreAsOrdered();
     void busctlCanLookAround();
 };
 
@@ -206,6 +207,24 @@ void tst_simulator::anAdvertisementEndsWithItsTimeout()
     QCOMPARE(registerAdvertisement("/adv"), QString("accepted"));
     EVENTUALLY_COMPARE(log.texts(log4cplus::DEBUG_LOG_LEVEL), QStringList("Gap advertisement release: /adv"));
     QCOMPARE(daemon.advertisements(), QStringList());
+}
+
+void tst_simulator::propertiesAreAsOrdered()
+{
+    Simulator daemon;
+    const auto roles = [] {
+        QDBusMessage call = QDBusMessage::createMethodCall("org.bluez", "/org/bluez/hci0",
+                                                           "org.freedesktop.DBus.Properties", "Get");
+        call << "org.bluez.Adapter1"
+             << "Roles";
+        return QDBusConnection::systemBus().call(call).arguments().value(0).value<QDBusVariant>().variant();
+    };
+    QCOMPARE(roles().toStringList(), QStringList({"central", "peripheral"}));
+    daemon.setProperty("/org/bluez/hci0", "org.bluez.Adapter1", "Roles", QStringList("central"));
+    QCOMPARE(roles().toStringList(), QStringList("central"));
+    QCOMPARE(refusalOf(Simulator::control("SetProperty", {asPath("/org/bluez/hci0"), "org.bluez.Device1",
+                                                          "Name", QVariant::fromValue(QDBusVariant("x"))})),
+             QString("UnknownPath: There is no org.bluez.Device1 at /org/bluez/hci0"));
 }
 
 void tst_simulator::busctlCanLookAround()

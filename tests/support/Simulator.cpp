@@ -5,6 +5,7 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusObjectPath>
+#include <QDBusVariant>
 
 namespace {
 
@@ -67,6 +68,12 @@ void Simulator::announce(const QString& path, const QStringList& interfaces)
 void Simulator::withdraw(const QString& path, const QStringList& interfaces)
 {
     change("Withdraw", {asPath(path), interfaces});
+}
+
+void Simulator::setProperty(const QString& path, const QString& interface, const QString& name,
+                            const QVariant& value)
+{
+    change("SetProperty", {asPath(path), interface, name, QVariant::fromValue(QDBusVariant(value))});
 }
 
 void Simulator::answerWithError(const QString& member, const QString& name, const QString& message)

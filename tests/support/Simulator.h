@@ -36,6 +36,8 @@ public:
     void removeAdapter(const QString& name) { change("RemoveAdapter", {name}); }
     void announce(const QString& path, const QStringList& interfaces);
     void withdraw(const QString& path, const QStringList& interfaces);
+    void setProperty(const QString& path, const QString& interface, const QString& name,
+                     const QVariant& value);
     /** Restores the normal answer to a method. */
     void answerNormally(const QString& member) { setAnswer(member, QStringLiteral("normal")); }
     void answerWithError(const QString& member, const QString& name, const QString& message);

@@ -89,6 +89,16 @@ void ControlObject::Withdraw(const QDBusObjectPath& path, const QStringList& int
     }
 }
 
+void ControlObject::SetProperty(const QDBusObjectPath& path, const QString& interface, const QString& name,
+                                const QDBusVariant& value)
+{
+    Daemon* daemon = presentDaemon();
+    if (daemon && !daemon->changeProperty(path.path(), interface, name, value.variant())) {
+        sendErrorReply(Names::error("UnknownPath"),
+                       QStringLiteral("There is no %1 at %2").arg(interface, path.path()));
+    }
+}
+
 void ControlObject::SetAnswer(const QString& member, const QString& mode, const QString& errorName,
                               const QString& errorMessage, uint delayMs)
 {

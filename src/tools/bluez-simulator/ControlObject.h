@@ -5,6 +5,7 @@
 
 #include <QDBusContext>
 #include <QDBusObjectPath>
+#include <QDBusVariant>
 #include <QObject>
 
 class Daemon;
@@ -31,6 +32,8 @@ public slots:
     void RemoveAdapter(const QString& name);
     void Announce(const QDBusObjectPath& path, const QStringList& interfaces);
     void Withdraw(const QDBusObjectPath& path, const QStringList& interfaces);
+    void SetProperty(const QDBusObjectPath& path, const QString& interface, const QString& name,
+                     const QDBusVariant& value);
     void SetAnswer(const QString& member, const QString& mode, const QString& errorName,
                    const QString& errorMessage, uint delayMs);
     void SetAcceptEverything(bool accept);

@@ -139,14 +139,17 @@ void Daemon::refuse(const QDBusMessage& call, const Refusal& refusal)
     send(call, call.createErrorReply(refusal.name, refusal.message));
 }
 
-void Daemon::changeProperty(const QString& path, const QString& interface, const QString& name,
+bool Daemon::changeProperty(const QString& path, const QString& interface, const QString& name,
                             const QVariant& value)
 {
-    m_tree.setProperty(path, interface, name, value);
+    if (!m_tree.setProperty(path, interface, name, value)) {
+        return false;
+    }
     QDBusMessage signal =
         QDBusMessage::createSignal(path, Names::Properties, QStringLiteral("PropertiesChanged"));
     signal << interface << QVariantMap{{name, value}} << QStringList();
     m_connection.send(signal);
+    return true;
 }
 
 QString Daemon::introspect(const QString& path) const

@@ -58,8 +58,8 @@ public:
     void answer(const QDBusMessage& call, const QVariantList& values);
     void refuse(const QDBusMessage& call, const Refusal& refusal);
 
-    /** Sets a property of our own and tells everybody. */
-    void changeProperty(const QString& path, const QString& interface, const QString& name,
+    /** Sets a property of our own and tells everybody; false when there is no such interface at the path. */
+    bool changeProperty(const QString& path, const QString& interface, const QString& name,
                         const QVariant& value);
 
     QString introspect(const QString& path) const override;

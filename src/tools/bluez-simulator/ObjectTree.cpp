@@ -123,12 +123,14 @@ bool ObjectTree::contains(const QString& path, const QString& interface) const
     return interfaces(path).contains(interface);
 }
 
-void ObjectTree::setProperty(const QString& path, const QString& interface, const QString& name,
+bool ObjectTree::setProperty(const QString& path, const QString& interface, const QString& name,
                              const QVariant& value)
 {
-    if (contains(path, interface)) {
-        m_objects[QDBusObjectPath(path)][interface][name] = value;
+    if (!contains(path, interface)) {
+        return false;
     }
+    m_objects[QDBusObjectPath(path)][interface][name] = value;
+    return true;
 }
 
 QString ObjectTree::introspection(const QString& path) const

@@ -21,7 +21,8 @@ public:
     /** The interfaces at a path; empty for a path that only leads to others, or to none. */
     DBusInterfaceList interfaces(const QString& path) const { return m_objects.value(QDBusObjectPath(path)); }
 
-    void setProperty(const QString& path, const QString& interface, const QString& name,
+    /** False when there is no such interface at the path. */
+    bool setProperty(const QString& path, const QString& interface, const QString& name,
                      const QVariant& value);
 
     /** The introspection text of a path, empty when nothing is there nor below. */

@@ -1,0 +1,163 @@
+#include "Adapters.h"
+
+#include "DBusHelper.h"
+#include "Daemon.h"
+#include "Report.h"
+
+#include <QDBusArgument>
+
+namespace {
+
+const QString adapterInterface = QStringLiteral("org.bluez.Adapter1");
+const QString gattInterface = QStringLiteral("org.bluez.GattManager1");
+const QString advertisingInterface = QStringLiteral("org.bluez.LEAdvertisingManager1");
+
+QString nameOf(const QString& path)
+{
+    return path.section('/', -1);
+}
+
+/** "none", or the items. */
+QString listed(const QStringList& items)
+{
+    return items.isEmpty() ? QString("none") : items.join(", ");
+}
+
+void examineAdapter(const QString& path, const QVariantMap& properties, Report& report)
+{
+    const QString name = nameOf(path);
+    const QString address = properties.value("Address").toString();
+    const QString which = QString("%1 (%2)").arg(name, address);
+    const bool isPowered = properties.value("Powered").toBool();
+    const bool isDiscoverable = properties.value("Discoverable").toBool();
+    const QVariant roles = properties.value("Roles"); // which older daemons do not have
+    const QVariantMap values{
+        {"adapter", path}, {"address", address}, {"powered", isPowered}, {"discoverable", isDiscoverable}};
+    if (roles.isValid() && !roles.toStringList().contains("peripheral")) {
+        report.problem("adapter.no-peripheral", which + " cannot be a peripheral.",
+                       "Use another Bluetooth adapter, one that can.", values);
+    } else if (isPowered) {
+        report.ok("adapter.on",
+                  QString("%1 is switched on, and %2discoverable by itself.")
+                      .arg(which, isDiscoverable ? "" : "not "),
+                  values);
+    } else if (properties.value("PowerState") == "off-blocked") {
+        report.problem("adapter.blocked",
+                       which + " is switched off, and blocked by the kernel's radio switch.",
+                       "Lift the block: rfkill unblock bluetooth", values);
+    } else {
+        report.problem("adapter.off", which + " is switched off.",
+                       QString("Switch it on: busctl set-property org.bluez %1 %2 Powered b true")
+                           .arg(path, adapterInterface),
+                       values);
+    }
+}
+
+void examineInstances(const QString& path, const QVariantMap& properties, Report& report)
+{
+    const int active = properties.value("ActiveInstances").toInt();
+    const int left = properties.value("SupportedInstances").toInt();
+    const QVariantMap values{{"manager", path}, {"active", active}, {"left", left}};
+    if (left == 0) {
+        report.problem(
+            "advertising.exhausted",
+            QString("%1 takes no further advertisement: %2 are active.").arg(nameOf(path)).arg(active),
+            "End a program that advertises; which do is shown by: busctl list", values);
+    } else {
+        report.ok("advertising.instances",
+                  QString("%1 can take %2 more advertisements; %3 are active.")
+                      .arg(nameOf(path))
+                      .arg(left)
+                      .arg(active),
+                  values);
+    }
+}
+
+void examineCapabilities(const QString& path, const QVariantMap& properties, Report& report)
+{
+    const QStringList includes = properties.value("SupportedIncludes").toStringList();
+    const QStringList channels = properties.value("SupportedSecondaryChannels").toStringList();
+    const QStringList features = properties.value("SupportedFeatures").toStringList();
+    auto limits = qdbus_cast<QVariantMap>(properties.value("SupportedCapabilities"));
+    for (QVariant& limit : limits) {
+        limit = limit.toInt(); // a byte on the bus, a character in JSON
+    }
+    QString text = QString("%1 can include %2; secondary channels: %3; features: %4.")
+                       .arg(nameOf(path), listed(includes), listed(channels), listed(features));
+    if (limits.contains("MaxAdvLen")) {
+        text += QString(" It takes up to %1 bytes of advertising data and %2 of scan response.")
+                    .arg(limits.value("MaxAdvLen").toInt())
+                    .arg(limits.value("MaxScnRspLen").toInt());
+    }
+    if (limits.contains("MinTxPower")) {
+        text += QString(" Its transmit power can be set from %1 to %2 dBm.")
+                    .arg(limits.value("MinTxPower").toInt())
+                    .arg(limits.value("MaxTxPower").toInt());
+    }
+    report.ok("advertising.capabilities", text,
+              {{"manager", path},
+               {"includes", includes},
+               {"secondaryChannels", channels},
+               {"features", features},
+               {"limits", limits}});
+}
+
+} // namespace
+
+Adapters Adapters::examine(const Daemon& daemon, Report& report)
+{
+    QStringList adapters;
+    for (auto object = daemon.objects.begin(); object != daemon.objects.end(); ++object) {
+        if (object->contains(adapterInterface)) {
+            adapters += object.key().path();
+            examineAdapter(adapters.constLast(), object->value(adapterInterface), report);
+        }
+    }
+    Adapters found;
+    if (adapters.isEmpty()) {
+        report.problem(
+            "adapter.none", "bluetoothd has no Bluetooth adapter.",
+            "Connect one, or have the kernel load its driver: ls /sys/class/bluetooth shows what the kernel "
+            "has.");
+        return found;
+    }
+    if (adapters.size() > 1) {
+        report.warning(
+            "adapter.several",
+            QString("There are %1 adapters. A program that starts now registers with the first, %2; after "
+                    "bluetoothd has started again, with the one that it announces last.")
+                .arg(adapters.size())
+                .arg(nameOf(adapters.constFirst())),
+            "Disconnect the adapters that the program is not meant to use.");
+    }
+    found.gattManager = DBusHelper::findFirstObjectPath(daemon.objects, gattInterface);
+    found.advertisingManager = DBusHelper::findFirstObjectPath(daemon.objects, advertisingInterface);
+    const auto addressAt = [&daemon](const QString& path) {
+        return daemon.objects.value(QDBusObjectPath(path))
+            .value(adapterInterface)
+            .value("Address")
+            .toString();
+    };
+    if (found.gattManager.isEmpty()) {
+        report.problem("gatt.missing",
+                       "No adapter takes GATT applications: there is no org.bluez.GattManager1.",
+                       "Start the daemon again: systemctl restart bluetooth");
+    } else {
+        found.gattAddress = addressAt(found.gattManager);
+        report.ok("gatt.present", nameOf(found.gattManager) + " takes GATT applications.",
+                  {{"manager", found.gattManager}});
+    }
+    if (found.advertisingManager.isEmpty()) {
+        report.problem("advertising.missing",
+                       "No adapter takes advertisements: there is no org.bluez.LEAdvertisingManager1.",
+                       "Use an adapter with Bluetooth Low Energy, and do not set ControllerMode = bredr in "
+                       "/etc/bluetooth/main.conf.");
+    } else {
+        found.advertisingAddress = addressAt(found.advertisingManager);
+        const QVariantMap properties =
+            daemon.objects.value(QDBusObjectPath(found.advertisingManager)).value(advertisingInterface);
+        examineInstances(found.advertisingManager, properties, report);
+        examineCapabilities(found.advertisingManager, properties, report);
+    }
+    return found;
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QDBusMessage>
+#include <QString>
+#include <QVariantList>
+
+class Report;
+
+/** The system bus, or the one that DBUS_SYSTEM_BUS_ADDRESS names; no question to it waits for ever. */
+class Bus
+{
+public:
+    enum class Reach
+    {
+        Reached,
+        Unreachable,
+        Silent // a thread is still waiting inside Qt, so the program can only end abruptly
+    };
+
+    explicit Bus(int timeoutMs) : m_timeoutMs(timeoutMs) {}
+
+    /** Connects, and reports how that went. To be called first. */
+    Reach reach(Report& report) const;
+
+    int timeoutMs() const { return m_timeoutMs; }
+
+    /** Asks the bus itself. */
+    QDBusMessage askBus(const QString& member, const QVariantList& arguments) const;
+    /** Calls the Bluetooth daemon, which is not started for it. */
+    QDBusMessage askBluez(const QString& path, const QString& interface, const QString& member,
+                          const QVariantList& arguments = {}) const;
+
+    /** "text (name)" of an error answer. */
+    static QString errorText(const QDBusMessage& answer);
+
+private:
+    QDBusMessage ask(QDBusMessage question) const;
+
+    int m_timeoutMs;
+};

@@ -1,0 +1,254 @@
+#include "Doctor.h"
+#include "PrivateBus.h"
+#include "Simulator.h"
+
+#include <QDBusConnection>
+#include <QtTest>
+
+#include <unistd.h>
+
+namespace {
+
+/** A folder with a program called bluetoothd, and what it is to answer to --version. */
+class FakeDaemon
+{
+public:
+    explicit FakeDaemon(const QByteArray& version)
+    {
+        QVERIFY(QFile::copy(qEnvironmentVariable("PLIM_DOCTOR_BLUETOOTHD"), program()));
+        QFile file(m_folder.filePath("version"));
+        if (!version.isEmpty()) {
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(version);
+        }
+    }
+
+    QString program() const { return m_folder.filePath("bluetoothd"); }
+    QString folder() const { return m_folder.path(); }
+
+private:
+    QTemporaryDir m_folder;
+};
+
+} // namespace
+
+/** What the doctor says about bluetoothd. */
+class tst_doctor_daemon : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void absentItIsAProblem();
+    void startedByTheBusItIsAWarning();
+    void notStartingItIsAProblem();
+    void theStandInIsAWarning();
+    void anotherProgramIsAWarning();
+    void itsVersionIsWhatItsProgramSays();
+    void aVersionThatCannotBeToldIsAWarning_data();
+    void aVersionThatCannotBeToldIsAWarning();
+    void aProgramThatAnotherUserMayWriteIsNotRun();
+    void aProgramThatCannotBeSeenIsNotRun();
+    void whoMayNotCallItIsTold();
+    void aDaemonThatNeverAnswersIsAProblemInTheEnd();
+    void aDaemonThatAnswersLateIsWaitedFor();
+    void aDaemonWithoutObjectsIsAProblem();
+};
+
+void tst_doctor_daemon::absentItIsAProblem()
+{
+    const Simulator simulator({"--absent"});
+    const Doctor::Result result = Doctor::examine();
+    QCOMPARE(result.names, QStringList({"bus.reached", "daemon.absent"}));
+    QCOMPARE(
+        result.line("daemon.absent"),
+        "problem bluetoothd is not running, and nothing on this machine tells the bus how to start it. | "
+        "Install BlueZ (on Debian: apt install bluez) and start it: systemctl start bluetooth");
+    QCOMPARE(result.exitCode, 1);
+}
+
+void tst_doctor_daemon::startedByTheBusItIsAWarning()
+{
+    const PrivateBus bus({}, "/bin/sh -c 'exec " + Simulator::program() +
+                                 " --address \"$DBUS_STARTER_ADDRESS\"'");
+    const Doctor::Result result = Doctor::examine({}, bus.address());
+    QCOMPARE(result.line("daemon.started"),
+             "warning bluetoothd was not running; the bus has started it just now, as for any call. | "
+             "Have it start with the machine: systemctl enable bluetooth");
+    QCOMPARE(result.finding("adapter.on").severity, "ok");
+    QCOMPARE(result.exitCode, 0);
+}
+
+void tst_doctor_daemon::notStartingItIsAProblem()
+{
+    const PrivateBus bus({}, "/bin/false");
+    const Doctor::Result result = Doctor::examine({}, bus.address());
+    QCOMPARE(result.names, QStringList({"bus.reached", "daemon.does-not-start"}));
+    const QString line = result.line("daemon.does-not-start");
+    QVERIFY2(
+        line.startsWith("problem bluetoothd is not running, and the bus cannot start it: Process org.bluez "
+                        "exited with status 1"),
+        qPrintable(line));
+    QVERIFY2(line.endsWith(" | See why: systemctl status bluetooth"), qPrintable(line));
+    QCOMPARE(result.exitCode, 1);
+}
+
+void tst_doctor_daemon::theStandInIsAWarning()
+{
+    const PrivateBus bus;
+    const Companion simulator(Simulator::program(), {}, bus.address());
+    const Doctor::Result result = Doctor::examine({}, bus.address());
+    const Doctor::Finding found = result.finding("daemon.stand-in");
+    QCOMPARE(found.severity, "warning");
+    QCOMPARE(found.values["process"].toInt(), int(simulator.pid()));
+    QCOMPARE(
+        found.text,
+        QString(
+            "org.bluez is played by plim-bluez-simulator (process %1 of user %2): nothing below tells about "
+            "this machine's own Bluetooth.")
+            .arg(simulator.pid())
+            .arg(found.values["user"].toString()));
+    QCOMPARE(found.cure, QString("To examine the real daemon, end it: kill %1").arg(simulator.pid()));
+    QCOMPARE(result.exitCode, 0);
+}
+
+void tst_doctor_daemon::anotherProgramIsAWarning()
+{
+    QVERIFY(QDBusConnection::systemBus().registerService("org.bluez"));
+    const Doctor::Result result = Doctor::examine();
+    QVERIFY(QDBusConnection::systemBus().unregisterService("org.bluez"));
+    const QString line = result.line("daemon.unknown");
+    QVERIFY2(line.startsWith(
+                 QString("warning org.bluez is tst_doctor_daemon (process %1 of user ").arg(::getpid())),
+             qPrintable(line));
+    QVERIFY2(
+        line.endsWith("), which is not bluetoothd; what it accepts is not known. | If it is not meant to be "
+                      "there, end it and start bluetoothd: systemctl restart bluetooth"),
+        qPrintable(line));
+}
+
+void tst_doctor_daemon::itsVersionIsWhatItsProgramSays()
+{
+    const FakeDaemon fake("5.99");
+    const PrivateBus bus;
+    const Companion daemon(fake.program(), {}, bus.address());
+    const Doctor::Finding found = Doctor::examine({}, bus.address()).finding("daemon.running");
+    QCOMPARE(found.severity, "ok");
+    QCOMPARE(found.values["version"].toString(), "5.99");
+    QCOMPARE(found.text, QString("bluetoothd 5.99 is running (process %1 of user %2).")
+                             .arg(daemon.pid())
+                             .arg(found.values["user"].toString()));
+}
+
+void tst_doctor_daemon::aVersionThatCannotBeToldIsAWarning_data()
+{
+    QTest::addColumn<QByteArray>("version");
+    QTest::newRow("it says something else") << QByteArray("hello");
+    QTest::newRow("it never answers") << QByteArray();
+}
+
+void tst_doctor_daemon::aVersionThatCannotBeToldIsAWarning()
+{
+    QFETCH(const QByteArray, version);
+    const FakeDaemon fake(version);
+    const PrivateBus bus;
+    const Companion daemon(fake.program(), {}, bus.address());
+    const QString line = Doctor::examine({}, bus.address()).line("daemon.version-unknown");
+    QVERIFY2(line.startsWith(QString("warning bluetoothd is running (process %1 of user ").arg(daemon.pid())),
+             qPrintable(line));
+    QVERIFY2(
+        line.endsWith("); which version cannot be told: its program does not answer to --version. | Ask its "
+                      "package: bluetoothctl --version"),
+        qPrintable(line));
+}
+
+void tst_doctor_daemon::aProgramThatAnotherUserMayWriteIsNotRun()
+{
+    const FakeDaemon fake("5.99");
+    QFile file(fake.program());
+    QVERIFY(file.setPermissions(file.permissions() | QFileDevice::WriteGroup));
+    const PrivateBus bus;
+    const Companion daemon(fake.program(), {}, bus.address());
+    const QString line = Doctor::examine({}, bus.address()).line("daemon.version-unknown");
+    QVERIFY2(line.contains(
+                 "which version cannot be told: its program could have been changed by others than root, "
+                 "so it is not run."),
+             qPrintable(line));
+}
+
+void tst_doctor_daemon::aProgramThatCannotBeSeenIsNotRun()
+{
+    const FakeDaemon fake("5.99");
+    const PrivateBus bus;
+    // What is hidden is hidden from root, too, once it has given away the right to look into processes.
+    QStringList asAnyUser;
+    if (::geteuid() == 0) {
+        asAnyUser = QStringList{"setpriv", "--bounding-set", "-sys_ptrace"};
+    }
+    const Companion byItsPath(fake.program(), {"--hidden"}, bus.address());
+    QCOMPARE(Doctor({"--json"}, bus.address(), asAnyUser).result().finding("daemon.running").severity, "ok");
+
+    const PrivateBus otherBus;
+    const Companion byNoPath("./bluetoothd", {"--hidden"}, otherBus.address(), fake.folder());
+    const QString line =
+        Doctor({"--json"}, otherBus.address(), asAnyUser).result().line("daemon.version-unknown");
+    QVERIFY2(line.contains("which version cannot be told: this user may not see its program."),
+             qPrintable(line));
+}
+
+void tst_doctor_daemon::whoMayNotCallItIsTold()
+{
+    const PrivateBus bus("<deny send_destination='org.bluez'/>");
+    const Companion simulator(Simulator::program(), {}, bus.address());
+    const Doctor::Result result = Doctor::examine({}, bus.address());
+    QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "daemon.out-of-reach"}));
+    const QString user = result.finding("daemon.stand-in").values["user"].toString();
+    const QString line = result.line("daemon.out-of-reach");
+    QVERIFY2(line.startsWith("problem The bus does not let user " + user + " call bluetoothd: "),
+             qPrintable(line));
+    QVERIFY2(line.endsWith(" | Allow it in a file in /etc/dbus-1/system.d: <policy user=\"" + user +
+                           "\"><allow send_destination=\"org.bluez\"/></policy>"),
+             qPrintable(line));
+    QCOMPARE(result.exitCode, 1);
+}
+
+void tst_doctor_daemon::aDaemonThatNeverAnswersIsAProblemInTheEnd()
+{
+    Simulator simulator;
+    simulator.neverAnswer("GetManagedObjects");
+    const Doctor::Result result = Doctor::examine({"--timeout", "3"});
+    QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "daemon.silent"}));
+    QCOMPARE(result.line("daemon.silent"),
+             "problem bluetoothd did not answer within 3 s, or ended over it. | Start it "
+             "again: systemctl restart bluetooth");
+    QCOMPARE(result.errors, "... waiting for the answer to GetManagedObjects\n");
+    QCOMPARE(result.exitCode, 1);
+}
+
+void tst_doctor_daemon::aDaemonThatAnswersLateIsWaitedFor()
+{
+    Simulator simulator;
+    simulator.answerLate("GetManagedObjects", 3000);
+    const Doctor::Result result = Doctor::examine({"--timeout", "40"});
+    QCOMPARE(result.finding("adapter.on").severity, "ok");
+    QCOMPARE(result.errors, "... waiting for the answer to GetManagedObjects\n");
+    QCOMPARE(result.exitCode, 0);
+}
+
+void tst_doctor_daemon::aDaemonWithoutObjectsIsAProblem()
+{
+    const FakeDaemon fake("5.99");
+    const PrivateBus bus;
+    const Companion daemon(fake.program(), {}, bus.address());
+    const Doctor::Result result = Doctor::examine({}, bus.address());
+    QCOMPARE(result.names, QStringList({"bus.reached", "daemon.running", "daemon.strange"}));
+    const QString line = result.line("daemon.strange");
+    QVERIFY2(line.startsWith("problem bluetoothd does not tell what it has: "), qPrintable(line));
+    QVERIFY2(
+        line.endsWith(" (org.freedesktop.DBus.Error.UnknownObject) | See what it says itself: journalctl -u "
+                      "bluetooth"),
+        qPrintable(line));
+    QCOMPARE(result.exitCode, 1);
+}
+
+QTEST_GUILESS_MAIN(tst_doctor_daemon)
+#include "tst_doctor_daemon.moc"
