@@ -1,0 +1,158 @@
+"""Measures the library against the floor of Qt D-Bus and the floor of the bus. Called by scripts/bench, on a private bus."""
+
+import argparse
+import contextlib
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+import idle
+import instructions
+import report
+from operations import OPERATIONS, TITLES, VARIANTS, Operation
+from processes import Programs, daemon, measure, server, start_up
+
+START_UP = Operation("start-up until registered, 10", "startup", 5)
+
+
+def say(text=""):
+    """Prints a line at once."""
+    print(text, flush=True)
+
+
+def parse():
+    """The command line."""
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", required=True, help="folder of the build")
+    parser.add_argument("--smoke", action="store_true", help="only check that everything works; figures mean nothing")
+    parser.add_argument("--rounds", type=int, default=12, help="rounds over all operations (default: 12)")
+    parser.add_argument("--only", default="", help="operations whose title matches this regular expression")
+    parser.add_argument("--no-instructions", action="store_true", help="without callgrind")
+    parser.add_argument("--idle", type=float, default=60, help="seconds to watch idle servers; 0: not at all")
+    arguments = parser.parse_args()
+    if arguments.smoke:
+        arguments.rounds, arguments.idle = 1, 1
+    return arguments
+
+
+def output_of(*command):
+    """What a command prints, or nothing where it cannot be run."""
+    with contextlib.suppress(OSError):
+        return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False).stdout
+    return ""
+
+
+def environment():
+    """The machine and the versions that the figures belong to."""
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        models = re.findall(r"(?:model name|CPU part)\s*: (.*)", file.read())
+    versions = output_of("dpkg-query", "-W", "-f=${Package} ${Version}; ", "libqt5dbus5", "libdbus-1-3", "dbus-daemon",
+                         "libsystemd0", "liblog4cplus-2.0.5", "libc6", "g++")
+    return "\n".join([
+        f"machine   {models[0] if models else 'unknown'}, {os.cpu_count()} processors, {' '.join(os.uname()[::2])}",
+        f"versions  {versions.strip('; ')}",
+        f"load      {' '.join(f'{load:.2f}' for load in os.getloadavg())} (1, 5, 15 minutes)",
+    ])
+
+
+def library_sizes(build):
+    """The size of each library once it is stripped."""
+    rows = [["stripped library", "bytes"]]
+    with tempfile.TemporaryDirectory() as folder:
+        for path in "src/api/core/libplim_api.so", "src/lib/dbus/libplim_dbus.so", "src/lib/ble/libplim_ble.so":
+            stripped = f"{folder}/{os.path.basename(path)}"
+            subprocess.run(["strip", "-o", stripped, f"{build}/{path}"], check=True)
+            rows.append([os.path.basename(path), f"{os.path.getsize(stripped):,}"])
+    return "\n".join(f"{name:24}{size:>12}" for name, size in rows)
+
+
+def one_round(programs, operations, number, smoke, results):
+    """Every operation with every variant, close to each other and in turning order."""
+    order = list(VARIANTS)[number % 3:] + list(VARIANTS)[:number % 3]
+    for operation in operations:
+        if operation.heavy and number % 3:
+            continue
+        count = 1 if smoke else operation.count
+        for variant in order:
+            if variant in operation.variants:
+                results[operation][variant].append(measure(programs, variant, operation, count))
+    for variant in order:
+        results[START_UP][variant].append(start_up(programs, variant))
+
+
+def measure_rounds(programs, operations, arguments):
+    """Figures of all rounds by operation and variant, and what the idle servers did."""
+    results = {op: {variant: [] for variant in op.variants} for op in [*operations, START_UP]}
+    with contextlib.ExitStack() as stack:
+        stack.enter_context(daemon(programs))
+        servers = {variant: stack.enter_context(server(programs, variant)) for variant in VARIANTS}
+        if not arguments.smoke:
+            say("warming up ...")
+            warm_up = {op: {variant: [] for variant in op.variants} for op in [*operations, START_UP]}
+            one_round(programs, [op for op in operations if not op.heavy], 0, True, warm_up)
+        for number in range(arguments.rounds):
+            begin = time.monotonic()
+            one_round(programs, operations, number, arguments.smoke, results)
+            say(f"round {number + 1} of {arguments.rounds}: {time.monotonic() - begin:.0f} s, load {os.getloadavg()[0]:.1f}")
+        idle_rows = [["idle", "wake-ups", "system calls", "how its threads wait"]]
+        if arguments.idle:
+            say(f"idle: {2 * arguments.idle:g} s ...")
+            watched = idle.watch([process.pid for process in servers.values()], arguments.idle)
+            for variant, process in servers.items():
+                seen = watched[process.pid]
+                idle_rows.append([TITLES[variant], str(seen["wake-ups"]), str(seen["system calls"]),
+                                  ", ".join(seen["waits"])])
+    return results, report.format_table(idle_rows)
+
+
+def count_instructions(programs, operations, arguments, folder):
+    """Variant to operation to instructions."""
+    if arguments.no_instructions:
+        return {}
+    counts = {}
+    for variant in VARIANTS:
+        say(f"counting instructions of {TITLES[variant]} ...")
+        counted = [op for op in operations if op.counted and variant in op.variants]
+        counts[variant] = instructions.count(programs, variant, counted, f"{folder}/callgrind")
+    return counts
+
+
+def main():
+    """Measures, and prints and keeps the results."""
+    arguments = parse()
+    programs = Programs(arguments.build)
+    folder = f"{arguments.build}/bench"
+    os.makedirs(folder, exist_ok=True)
+    operations = [op for op in OPERATIONS if re.search(arguments.only, op.title) and (not arguments.smoke or op.smoke())]
+    say(environment())
+    results, idle_table = measure_rounds(programs, operations, arguments)
+    if arguments.smoke:
+        operations = operations[::4]
+    counts = count_instructions(programs, operations, arguments, folder)
+    text = "\n\n".join([
+        environment(),
+        f"{arguments.rounds} rounds; medians; ratios to Qt D-Bus alone of the same round: median (quartiles)",
+        report.table(results, counts),
+        report.destroy_table(results),
+        f"In {arguments.idle:g} s each:\n" + idle_table,
+        library_sizes(arguments.build),
+        report.verdict(results),
+        report.evenness(results),
+    ])
+    with open(f"{folder}/table.txt", "w", encoding="utf-8") as file:
+        file.write(text + "\n")
+    with open(f"{folder}/results.json", "w", encoding="utf-8") as file:
+        json.dump({op.title: rounds for op, rounds in results.items()}, file, indent=1)
+    say("\n" + text)
+    say(f"\ntable {folder}/table.txt, picture {report.picture(results, folder)}, all figures {folder}/results.json")
+
+
+if __name__ == "__main__":
+    if not shutil.which("strace"):
+        sys.exit("strace is missing; scripts/setup installs it")
+    main()
