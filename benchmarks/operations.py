@@ -37,10 +37,11 @@ def _calls():
 
 
 def _trees():
-    for size, count in (10, 200), (100, 50), (1000, 10), (16000, 1):
+    for size, count in (10, 200), (100, 50), (1000, 10), (16000, 3):
         heavy = size > 1000
         yield Operation(f"GetManagedObjects, each of {size:,}", f"managed:{size}", count, 1.3, per=size, heavy=heavy,
                         counted=0 if heavy else max(1, 200 // size))
+    yield Operation("GetManagedObjects of a new tree of 1,000", "first:1000", 1, per=1000, counted=1)
     for size, count in (10, 100), (100, 20), (1000, 4), (16000, 1):
         heavy = size > 1000
         yield Operation(f"building, each of {size:,}", f"build:characteristic:{size}", count, 1.3, heavy=heavy,

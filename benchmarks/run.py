@@ -88,26 +88,37 @@ def one_round(programs, operations, number, smoke, results):
 def measure_rounds(programs, operations, arguments):
     """Figures of all rounds by operation and variant, and what the idle servers did."""
     results = {op: {variant: [] for variant in op.variants} for op in [*operations, START_UP]}
-    with contextlib.ExitStack() as stack:
-        stack.enter_context(daemon(programs))
-        servers = {variant: stack.enter_context(server(programs, variant)) for variant in VARIANTS}
-        if not arguments.smoke:
-            say("warming up ...")
-            warm_up = {op: {variant: [] for variant in op.variants} for op in [*operations, START_UP]}
-            one_round(programs, [op for op in operations if not op.heavy], 0, True, warm_up)
+    idle_rows = [["idle", "wake-ups", "system calls", "how its threads wait"]]
+    with daemon(programs):
         for number in range(arguments.rounds):
+            # Each round has new processes: where one happens to lie in memory makes it faster or slower for ever.
             begin = time.monotonic()
-            one_round(programs, operations, number, arguments.smoke, results)
-            say(f"round {number + 1} of {arguments.rounds}: {time.monotonic() - begin:.0f} s, load {os.getloadavg()[0]:.1f}")
-        idle_rows = [["idle", "wake-ups", "system calls", "how its threads wait"]]
-        if arguments.idle:
-            say(f"idle: {2 * arguments.idle:g} s ...")
-            watched = idle.watch([process.pid for process in servers.values()], arguments.idle)
-            for variant, process in servers.items():
-                seen = watched[process.pid]
-                idle_rows.append([TITLES[variant], str(seen["wake-ups"]), str(seen["system calls"]),
-                                  ", ".join(seen["waits"])])
+            with all_servers(programs) as servers:
+                one_round(programs, operations, number, arguments.smoke, results)
+                say(f"round {number + 1} of {arguments.rounds}: {time.monotonic() - begin:.0f} s, load {os.getloadavg()[0]:.1f}")
+                if arguments.idle and number == arguments.rounds - 1:
+                    say(f"idle: {2 * arguments.idle:g} s ...")
+                    idle_rows += idle_behaviour(servers, arguments.idle)
     return results, report.format_table(idle_rows)
+
+
+@contextlib.contextmanager
+def all_servers(programs):
+    """A process of each variant, warm."""
+    with contextlib.ExitStack() as stack:
+        servers = {variant: stack.enter_context(server(programs, variant)) for variant in VARIANTS}
+        for variant in servers:
+            for operation in OPERATIONS[:3]:
+                measure(programs, variant, operation, 20)
+        yield servers
+
+
+def idle_behaviour(servers, seconds):
+    """Rows that tell what each server did in that time, without and with strace."""
+    watched = idle.watch([process.pid for process in servers.values()], seconds)
+    for variant, process in servers.items():
+        seen = watched[process.pid]
+        yield [TITLES[variant], str(seen["wake-ups"]), str(seen["system calls"]), ", ".join(seen["waits"])]
 
 
 def count_instructions(programs, operations, arguments, folder):

@@ -17,7 +17,8 @@ namespace {
 const char usage[] = "usage: bench-load BUS-NAME OPERATION COUNT [--mark]\n"
                      "  read:CHARACTERISTIC, write:CHARACTERISTIC:BYTES, getall:CHARACTERISTIC\n"
                      "  notify:BYTES              a count of notifications\n"
-                     "  managed:CHARACTERISTICS   GetManagedObjects\n"
+                     "  managed:CHARACTERISTICS   GetManagedObjects of a tree that has been asked before\n"
+                     "  first:CHARACTERISTICS     the same of a new tree; the count is 1\n"
                      "  build:WHAT:OBJECTS        that many are built, and destroyed\n"
                      "  register:CHARACTERISTICS  an application, with the daemon\n"
                      "  burst:CHANGES             of an advertisement that is registered\n"
@@ -100,7 +101,7 @@ void appendOptions(sd_bus_message* call)
 std::function<Message()> callOf(const Server& server, const Task& task)
 {
     const std::string characteristic = "org.bluez.GattCharacteristic1";
-    if (task.name() == "managed") {
+    if (task.name() == "managed" || task.name() == "first") {
         return [&] {
             return server.message("/com/example/managed", "org.freedesktop.DBus.ObjectManager",
                                   "GetManagedObjects", [](sd_bus_message*) {});
@@ -135,7 +136,7 @@ Result calls(const Server& server, const Task& task)
         measurement.time([&] { server.call(call); });
     }
     Result result = measurement.result(task.count);
-    if (!task.marked) {
+    if (!task.marked && task.name() != "first") {
         const double serverTime = server.serverTime();
         const double begin = now();
         server.callMany(make, task.count, pipelined);
@@ -173,6 +174,9 @@ void grow(const Server& server, const char* root, unsigned characteristics)
 Result managed(const Server& server, const Task& task)
 {
     grow(server, "/com/example/managed", task.number(1));
+    if (task.name() != "first") {
+        server.call(callOf(server, task)());
+    }
     Result result = calls(server, task);
     server.control("Shrink");
     return result;
@@ -264,7 +268,7 @@ Result run(Server& server, const Task& task)
     if (task.name() == "write" || task.name() == "getall") {
         return calls(server, task);
     }
-    if (task.name() == "managed") {
+    if (task.name() == "managed" || task.name() == "first") {
         return managed(server, task);
     }
     if (task.name() == "notify") {

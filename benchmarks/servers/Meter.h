@@ -29,17 +29,19 @@ struct Costs
     std::uint64_t heap = 0;    ///< bytes
 };
 
-/** The costs of build() and of destroy(). */
-template <typename Build, typename Destroy>
-Costs costs(Build build, Destroy destroy)
+/** The costs of build() and of destroy(); what only waits to be handled is gone after settle(). */
+template <typename Build, typename Destroy, typename Settle>
+Costs costs(Build build, Destroy destroy, Settle settle)
 {
     Costs costs;
+    settle();
     const std::uint64_t heapBefore = heap();
     mark("");
     const std::uint64_t begin = processorTime();
     build();
     const std::uint64_t built = processorTime();
     mark("build");
+    settle();
     costs.heap = heap() - heapBefore;
     const std::uint64_t destroyBegin = processorTime();
     destroy();

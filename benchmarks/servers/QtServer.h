@@ -2,6 +2,7 @@
 
 #include "Meter.h"
 
+#include <QCoreApplication>
 #include <QDBusMessage>
 #include <QObject>
 #include <QString>
@@ -40,6 +41,13 @@ public:
      */
     virtual void burst(unsigned changes, const Done& done) = 0;
 };
+
+/** Meter::costs() where adaptors post events to themselves, which take memory until they are handled. */
+template <typename Build, typename Destroy>
+Meter::Costs qtCosts(Build build, Destroy destroy)
+{
+    return Meter::costs(build, destroy, [] { QCoreApplication::sendPostedEvents(); });
+}
 
 /** What the load generator calls: interface org.example.Bench. */
 class QtControl : public QObject

@@ -115,7 +115,7 @@ Meter::Costs Library::build(const QString& what, unsigned count)
 {
     const QString root = QStringLiteral("/com/example/build");
     if (what == QLatin1String("tree")) {
-        return Meter::costs([&] { grow(root, count); }, [&] { shrink(); });
+        return qtCosts([&] { grow(root, count); }, [&] { shrink(); });
     }
     if (what == QLatin1String("advertisement")) {
         std::vector<std::unique_ptr<GapAdvertisement>> all(count);
@@ -125,7 +125,7 @@ Meter::Costs Library::build(const QString& what, unsigned count)
                     nullptr, root + '/' + text("a" + std::to_string(i)), GapAdvertisement::SetProperties);
             }
         };
-        return Meter::costs(build, [&] { all.clear(); });
+        return qtCosts(build, [&] { all.clear(); });
     }
     auto application = std::make_unique<GattApplication>(nullptr, root, QString());
     GattService* service = application->createService(text(Layout::uuid(0)), true);
@@ -137,7 +137,7 @@ Meter::Costs Library::build(const QString& what, unsigned count)
                 characteristic->uUID();
             }
         };
-        return Meter::costs(get, [] {});
+        return qtCosts(get, [] {});
     }
     const auto build = [&] {
         for (unsigned i = 1; i <= count; ++i) {
@@ -151,7 +151,7 @@ Meter::Costs Library::build(const QString& what, unsigned count)
             }
         }
     };
-    return Meter::costs(build, [&] { application.reset(); });
+    return qtCosts(build, [&] { application.reset(); });
 }
 
 void Library::registerTree(const Done& done)

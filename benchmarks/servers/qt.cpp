@@ -125,7 +125,7 @@ Meter::Costs BareQt::build(const QString& what, unsigned count)
                 get(member);
             }
         };
-        return Meter::costs(getAll, [] {});
+        return qtCosts(getAll, [] {});
     }
     auto parent = std::make_unique<QObject>();
     const auto build = [&] {
@@ -151,7 +151,7 @@ Meter::Costs BareQt::build(const QString& what, unsigned count)
             exportObject(path, object);
         }
     };
-    return Meter::costs(build, [&] { parent.reset(); });
+    return qtCosts(build, [&] { parent.reset(); });
 }
 
 /** An asynchronous call to the daemon about the tree or the advertisement. */

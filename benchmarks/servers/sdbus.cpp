@@ -102,7 +102,7 @@ Meter::Costs SdBusServer::build(const std::string& what, unsigned count)
 {
     const std::string root = "/com/example/build";
     if (what == "tree") {
-        return Meter::costs([&] { grow(root, count); }, [&] { m_tree.reset(); });
+        return Meter::costs([&] { grow(root, count); }, [&] { m_tree.reset(); }, [] {});
     }
     auto tree = std::make_unique<SdBusTree>(m_bus, root);
     const auto build = [&] {
@@ -110,7 +110,8 @@ Meter::Costs SdBusServer::build(const std::string& what, unsigned count)
             tree->add(what, i);
         }
     };
-    return Meter::costs(build, [&] { tree.reset(); });
+    return Meter::costs(
+        build, [&] { tree.reset(); }, [] {});
 }
 
 int SdBusServer::build(sd_bus_message* call)

@@ -1,6 +1,8 @@
+#include "DBusHelper.h"
 #include "GattTree.h"
 #include "LogCapture.h"
 
+#include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QSignalSpy>
@@ -54,6 +56,7 @@ private slots:
     void everyChangeBelowTellsOnce();
     void destroyingTheApplicationTellsNothing();
     void managedObjectsListTheWholeTreeByPath();
+    void managedObjectsShowWhatTheirAdaptorsShow();
     void displacedServicesAreNotManaged();
     void aDestroyedApplicationFreesItsPathAndTakesItsServicesAlong();
 };
@@ -234,6 +237,29 @@ void tst_gatt_application::managedObjectsListTheWholeTreeByPath()
     QCOMPARE(objects.value(QDBusObjectPath("/app/aaaa_bbbb/e0"_qs)), tree.plain->dbusInterfaceList());
     QCOMPARE(objects.value(QDBusObjectPath("/app/aaaa_bbbb/e0/desc0"_qs)),
              tree.descriptor->dbusInterfaceList());
+}
+
+void tst_gatt_application::managedObjectsShowWhatTheirAdaptorsShow()
+{
+    const GattTree tree;
+    tree.plain->setValue("seen");
+    tree.plain->ReadValue({});
+    tree.plain->StartNotify();
+    tree.descriptor->WriteValue("written", {});
+    const auto shownByAdaptors = [](const QObject* object) {
+        DBusInterfaceList interfaces;
+        for (auto* adaptor : object->findChildren<QDBusAbstractAdaptor*>({}, Qt::FindDirectChildrenOnly)) {
+            if (DBusHelper::interfaceName(adaptor) != propertiesInterface()) {
+                interfaces.unite(DBusHelper::generateDBusInterfaceList(adaptor));
+            }
+        }
+        return interfaces;
+    };
+
+    QCOMPARE(tree.service->dbusInterfaceList(), shownByAdaptors(tree.service));
+    QCOMPARE(tree.plain->dbusInterfaceList(), shownByAdaptors(tree.plain));
+    QCOMPARE(tree.descriptor->dbusInterfaceList(), shownByAdaptors(tree.descriptor));
+    QCOMPARE(tree.plain->dbusInterfaceList().first().value("Value"_qs).toByteArray(), QByteArray("seen"));
 }
 
 void tst_gatt_application::displacedServicesAreNotManaged()

@@ -56,12 +56,16 @@ GattService* GattApplication::createService(const QString& uuid, bool primary)
 DBusManagedObjectList GattApplication::GetManagedObjects()
 {
     DBusManagedObjectList objects;
+    const auto list = [&objects](const auto* object) {
+        // The walk mostly goes in the order of the paths; the map checks whether the end is this one's place.
+        objects.insert(objects.cend(), object->objectPath(), object->dbusInterfaceList());
+    };
     for (const GattService* service : m_services.values()) {
-        objects.insert(QDBusObjectPath(service->dbusPath()), service->dbusInterfaceList());
+        list(service);
         for (const GattCharacteristic* characteristic : service->characteristics()) {
-            objects.insert(QDBusObjectPath(characteristic->dbusPath()), characteristic->dbusInterfaceList());
+            list(characteristic);
             for (const GattDescriptor* descriptor : characteristic->descriptors()) {
-                objects.insert(QDBusObjectPath(descriptor->dbusPath()), descriptor->dbusInterfaceList());
+                list(descriptor);
             }
         }
     }

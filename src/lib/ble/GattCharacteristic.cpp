@@ -9,6 +9,7 @@
 #include "plimlog.h"
 
 #include <QDBusConnection>
+#include <QStringBuilder>
 
 namespace {
 
@@ -28,10 +29,10 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
       m_uuid(uuid),
       m_option(option),
       m_control(control),
-      m_dbusPath(dbusPath),
-      m_adaptor(new GattCharacteristic1Adaptor(this)),
-      m_propertiesAdaptor(new PropertiesAdaptor(this))
+      m_dbusPath(dbusPath)
 {
+    new GattCharacteristic1Adaptor(this);
+    m_propertiesAdaptor = new PropertiesAdaptor(this);
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR,
                  "GattCharacteristic::GattCharacteristic(GattService*, const QString&, const QString&, "
@@ -114,12 +115,18 @@ QDBusObjectPath GattCharacteristic::service() const
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
     // A service that is just deleting its children cannot be asked any more: the path is this one's without
     // the UUID.
-    return QDBusObjectPath(m_service ? m_service->dbusPath() : m_dbusPath.chopped(m_uuid.size() + 1));
+    return GattDetail::objectPath(m_service ? m_service->dbusPath() : m_dbusPath.chopped(m_uuid.size() + 1),
+                                  m_servicePath);
 }
 
 QString GattCharacteristic::dbusPath() const
 {
     return m_dbusPath;
+}
+
+QDBusObjectPath GattCharacteristic::objectPath() const
+{
+    return GattDetail::objectPath(m_dbusPath, m_objectPath);
 }
 
 bool GattCharacteristic::notifying() const
@@ -137,7 +144,16 @@ void GattCharacteristic::notifyValueChanged()
 
 DBusInterfaceList GattCharacteristic::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+    // What DBusHelper::generateDBusInterfaceList() gives for the adaptor, without the way by names through
+    // it.
+    const QVariantMap properties{
+        {QStringLiteral("Flags"), flags()},
+        {QStringLiteral("Notifying"), notifying()},
+        {QStringLiteral("Service"), QVariant::fromValue(service())},
+        {QStringLiteral("UUID"), uUID()},
+        {QStringLiteral("Value"), cachedValue()},
+    };
+    return {{interfaceName(), properties}};
 }
 
 QList<GattDescriptor*> GattCharacteristic::descriptors() const
@@ -148,7 +164,7 @@ QList<GattDescriptor*> GattCharacteristic::descriptors() const
 GattDescriptor* GattCharacteristic::addDescriptor(const QString& uuid, GattDescriptor::Option option)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
-    const QString path = m_dbusPath + QStringLiteral("/desc") + QString::number(m_descriptorIndex++);
+    const QString path = m_dbusPath % QLatin1String("/desc") % QString::number(m_descriptorIndex++);
     const QPointer<GattDescriptor> descriptor = new GattDescriptor(this, uuid, path, option);
     m_connections.add(plim::connect(descriptor.data(), &QObject::destroyed, this,
                                     &GattCharacteristic::on_descriptorDeleted));

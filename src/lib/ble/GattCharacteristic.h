@@ -18,7 +18,6 @@
 
 #include <functional>
 
-class GattCharacteristic1Adaptor;
 class GattService;
 class PropertiesAdaptor;
 
@@ -97,6 +96,9 @@ public:
     /** The object path: the service's path, "/", and the UUID with "_" for "-". */
     QString dbusPath() const;
 
+    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    QDBusObjectPath objectPath() const;
+
     /** Whether BlueZ has asked for notifications; false at first. Follows the last StartNotify or StopNotify.
      */
     bool notifying() const;
@@ -164,11 +166,12 @@ private:
     const QPointer<GattService> m_service;
     const QString m_uuid;
     const Option m_option;
+    int m_descriptorIndex = 0;
     const QPointer<GattCharacteristic> m_control;
     const QString m_dbusPath;
-    int m_descriptorIndex = 0;
-    GattCharacteristic1Adaptor* m_adaptor;
-    PropertiesAdaptor* m_propertiesAdaptor;
+    mutable QDBusObjectPath m_objectPath;
+    mutable QDBusObjectPath m_servicePath;
+    PropertiesAdaptor* m_propertiesAdaptor = nullptr;
     QMap<QString, GattDescriptor*> m_descriptors;
     QByteArray m_value;
     QByteArray m_cachedValue;

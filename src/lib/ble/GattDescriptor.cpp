@@ -1,6 +1,5 @@
 #include "GattDescriptor.h"
 
-#include "DBusHelper.h"
 #include "GattCharacteristic.h"
 #include "GattDescriptor1Adaptor.h"
 #include "GattDetail.h"
@@ -22,11 +21,10 @@ GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString
       m_characteristicPath(characteristic ? characteristic->dbusPath() : QString()),
       m_uuid(uuid),
       m_dbusPath(dbusPath),
-      m_option(option),
-      m_adaptor(new GattDescriptor1Adaptor(this))
+      m_option(option)
 {
     // A read callback may give more than a message can hold.
-    (new ReadOnlyPropertiesAdaptor(this, m_adaptor))->showAll();
+    (new ReadOnlyPropertiesAdaptor(this, new GattDescriptor1Adaptor(this)))->showAll();
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR,
                  "GattDescriptor::GattDescriptor(GattCharacteristic*, const QString&, const QString&, "
@@ -45,15 +43,28 @@ QString GattDescriptor::dbusPath() const
     return m_dbusPath;
 }
 
+QDBusObjectPath GattDescriptor::objectPath() const
+{
+    return GattDetail::objectPath(m_dbusPath, m_objectPath);
+}
+
 DBusInterfaceList GattDescriptor::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+    // What DBusHelper::generateDBusInterfaceList() gives for the adaptor, without the way by names through
+    // it.
+    const QVariantMap properties{
+        {QStringLiteral("Characteristic"), QVariant::fromValue(characteristic())},
+        {QStringLiteral("Flags"), flags()},
+        {QStringLiteral("UUID"), uuid()},
+        {QStringLiteral("Value"), value()},
+    };
+    return {{QStringLiteral("org.bluez.GattDescriptor1"), properties}};
 }
 
 QDBusObjectPath GattDescriptor::characteristic() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    return QDBusObjectPath(m_characteristicPath);
+    return GattDetail::objectPath(m_characteristicPath, m_characteristicObjectPath);
 }
 
 QString GattDescriptor::uuid() const

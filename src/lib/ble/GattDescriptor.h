@@ -13,7 +13,6 @@
 #include <functional>
 
 class GattCharacteristic;
-class GattDescriptor1Adaptor;
 
 /**
  * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
@@ -60,6 +59,9 @@ public:
     /** The object path: the characteristic's path, "/desc" and a number that is never used again. */
     QString dbusPath() const;
 
+    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    QDBusObjectPath objectPath() const;
+
     /** This object's entry in the application's GetManagedObjects. */
     DBusInterfaceList dbusInterfaceList() const;
 
@@ -94,8 +96,9 @@ private:
     const QString m_characteristicPath;
     const QString m_uuid;
     const QString m_dbusPath;
+    mutable QDBusObjectPath m_objectPath;
+    mutable QDBusObjectPath m_characteristicObjectPath;
     const Option m_option;
-    GattDescriptor1Adaptor* m_adaptor;
     QByteArray m_value;
     std::function<QByteArray()> m_readCallback;
 };

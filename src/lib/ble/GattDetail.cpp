@@ -4,6 +4,7 @@
 #include "plimlog.h"
 
 #include <QPointer>
+#include <QStringBuilder>
 
 #include <exception>
 #include <limits>
@@ -34,7 +35,16 @@ int toInt(qint64 number)
 
 QString GattDetail::childPath(const QString& parentPath, const QString& uuid)
 {
-    return parentPath + QLatin1Char('/') + QString(uuid).replace(QLatin1Char('-'), QLatin1Char('_'));
+    // QStringBuilder makes it exactly as long as it has to be: every object keeps one.
+    return parentPath % QLatin1Char('/') % QString(uuid).replace(QLatin1Char('-'), QLatin1Char('_'));
+}
+
+const QDBusObjectPath& GattDetail::objectPath(const QString& path, QDBusObjectPath& checked)
+{
+    if (checked.path() != path) {
+        checked = QDBusObjectPath(path);
+    }
+    return checked;
 }
 
 qint64 GattDetail::offsetOf(const QVariantMap& options)

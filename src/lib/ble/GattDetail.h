@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QDBusObjectPath>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -17,6 +18,13 @@ constexpr qint64 pageSize = 512;
 
 /** A child's object path: the parent's path, "/", and the UUID with "_" for "-". */
 QString childPath(const QString& parentPath, const QString& uuid);
+
+/**
+ * The path as an object path, empty where it is none.
+ * @param checked  what was returned for the same path before: checking each character of a path takes more
+ *                 time than all else that lists an object
+ */
+const QDBusObjectPath& objectPath(const QString& path, QDBusObjectPath& checked);
 
 /** The "offset" of BlueZ's options as an int, 0 where there is none. */
 qint64 offsetOf(const QVariantMap& options);

@@ -1,6 +1,5 @@
 #include "GattService.h"
 
-#include "DBusHelper.h"
 #include "GattDetail.h"
 #include "GattService1Adaptor.h"
 #include "plimlog.h"
@@ -19,7 +18,7 @@ GattService::GattService(QObject* parent, const QString& uuid, bool primary, con
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "uuid: " << uuid << " primary: " << primary << " dbusPath: " << dbusPath);
-    m_adaptor = new GattService1Adaptor(this);
+    new GattService1Adaptor(this);
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Failed to register GattService1 adaptor at " << dbusPath);
     }
@@ -43,9 +42,20 @@ QString GattService::dbusPath() const
     return m_dbusPath;
 }
 
+QDBusObjectPath GattService::objectPath() const
+{
+    return GattDetail::objectPath(m_dbusPath, m_objectPath);
+}
+
 DBusInterfaceList GattService::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+    // What DBusHelper::generateDBusInterfaceList() gives for the adaptor, without the way by names through
+    // it.
+    const QVariantMap properties{
+        {QStringLiteral("Primary"), primary()},
+        {QStringLiteral("UUID"), uUID()},
+    };
+    return {{QStringLiteral("org.bluez.GattService1"), properties}};
 }
 
 QList<GattCharacteristic*> GattService::characteristics() const

@@ -5,12 +5,11 @@
 #include "OwnConnections.h"
 #include "PlimBleExport.h"
 
+#include <QDBusObjectPath>
 #include <QList>
 #include <QMap>
 #include <QObject>
 #include <QString>
-
-class GattService1Adaptor;
 
 /**
  * One service of an application, exported on the system bus as org.bluez.GattService1.
@@ -41,6 +40,9 @@ public:
 
     /** The object path: the application's path, "/", and the UUID with "_" for "-". */
     QString dbusPath() const;
+
+    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    QDBusObjectPath objectPath() const;
 
     /** This object's entry in the application's GetManagedObjects. */
     DBusInterfaceList dbusInterfaceList() const;
@@ -74,7 +76,7 @@ private:
     const QString m_uuid;
     const bool m_primary;
     const QString m_dbusPath;
-    GattService1Adaptor* m_adaptor = nullptr;
+    mutable QDBusObjectPath m_objectPath;
     QMap<QString, GattCharacteristic*> m_characteristics;
     OwnConnections m_connections;
 };

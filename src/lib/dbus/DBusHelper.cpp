@@ -79,6 +79,24 @@ QVariant marshallableAt(int depth, const QVariant& value)
     return isMarshallableScalar(value) ? value : QVariant();
 }
 
+qint64 sizeOfByteArray(const QVariant& value)
+{
+    return value.userType() == QMetaType::QByteArray ? value.toByteArray().size() : 0;
+}
+
+qint64 sizeOfByteArrays(const DBusManagedObjectList& objects)
+{
+    qint64 size = 0;
+    for (const DBusInterfaceList& interfaces : objects) {
+        for (const QVariantMap& properties : interfaces) {
+            for (const QVariant& value : properties) {
+                size += sizeOfByteArray(value);
+            }
+        }
+    }
+    return size;
+}
+
 /** How Qt's error texts name a property. */
 QString fullName(const QString& interface, const QString& name)
 {
@@ -130,11 +148,14 @@ QVariant DBusHelper::marshallable(const QVariant& value)
 
 DBusManagedObjectList DBusHelper::withinOneMessage(DBusManagedObjectList objects)
 {
+    if (sizeOfByteArrays(objects) <= maximumLength) {
+        return objects; // as it is: walking it to change it would copy every map in it
+    }
     qint64 left = maximumLength;
     for (DBusInterfaceList& interfaces : objects) {
         for (QVariantMap& properties : interfaces) {
             for (auto it = properties.begin(); it != properties.end();) {
-                const qint64 size = it->userType() == QMetaType::QByteArray ? it->toByteArray().size() : 0;
+                const qint64 size = sizeOfByteArray(*it);
                 const bool fits = size <= left;
                 left -= fits ? size : 0;
                 it = fits ? it + 1 : properties.erase(it);
