@@ -248,9 +248,11 @@ void tst_gatt_application::managedObjectsShowWhatTheirAdaptorsShow()
     tree.descriptor->WriteValue("written", {});
     const auto shownByAdaptors = [](const QObject* object) {
         DBusInterfaceList interfaces;
-        for (auto* adaptor : object->findChildren<QDBusAbstractAdaptor*>({}, Qt::FindDirectChildrenOnly)) {
+        for (auto* adaptor :
+             object->findChildren<QDBusAbstractAdaptor*>(QString(), Qt::FindDirectChildrenOnly)) {
             if (DBusHelper::interfaceName(adaptor) != propertiesInterface()) {
-                interfaces.unite(DBusHelper::generateDBusInterfaceList(adaptor));
+                const DBusInterfaceList entry = DBusHelper::generateDBusInterfaceList(adaptor);
+                interfaces.insert(entry.firstKey(), entry.first());
             }
         }
         return interfaces;
