@@ -47,6 +47,9 @@ public:
     /** Waits for it to end, and takes its output as it is. */
     Result plainResult();
 
+    /** Ends its trial before the time, as Ctrl+C does. */
+    void interrupt() { m_process.terminate(); }
+
     /** What it has written to standard error so far. */
     QString errors();
 

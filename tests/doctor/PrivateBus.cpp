@@ -18,8 +18,8 @@ QString firstLine(QProcess& process)
 {
     while (!process.canReadLine()) {
         if (!process.waitForReadyRead(PatienceMs)) {
-            qFatal("%s did not become ready: %s", qPrintable(process.program()),
-                   qPrintable(process.errorString()));
+            qFatal("%s did not become ready: %s; %s", qPrintable(process.program()),
+                   qPrintable(process.errorString()), process.readAllStandardError().constData());
         }
     }
     return QString::fromUtf8(process.readLine()).trimmed();
@@ -49,7 +49,6 @@ PrivateBus::PrivateBus(const QString& rules, const QString& activated)
         write(m_folder.filePath("org.bluez.service"),
               "[D-BUS Service]\nName=org.bluez\nExec=" + activated + '\n');
     }
-    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_process.start("dbus-daemon", {"--config-file=" + configuration, "--nofork", "--print-address"});
     m_address = firstLine(m_process);
 }

@@ -22,7 +22,8 @@ void tst_doctor_program::helpExplainsEveryOption()
 {
     const Doctor::Result result = Doctor({"--help"}).plainResult();
     QCOMPARE(result.exitCode, 0);
-    for (const char* word : {"--name", "--timeout", "--json", "--help", "--version", "Exit codes"}) {
+    for (const char* word : {"--name", "--advertise", "--serve", "--seconds", "--timeout", "--json",
+                             "--verbose", "--help", "--version", "Exit codes"}) {
         QVERIFY2(result.output.contains(word), word);
     }
     QCOMPARE(result.errors, QString());
@@ -41,10 +42,10 @@ void tst_doctor_program::wrongArgumentsAreExplained_data()
     QTest::addColumn<QString>("explanation");
     QTest::newRow("unknown option") << QStringList("--nothing") << "Unknown option 'nothing'.";
     QTest::newRow("stray word") << QStringList("word") << "unexpected argument 'word'";
-    QTest::newRow("no seconds") << QStringList({"--timeout", "0"})
-                                << "--timeout takes 1 to 3600 seconds, not '0'";
-    QTest::newRow("too many") << QStringList({"--timeout", "3601"})
-                              << "--timeout takes 1 to 3600 seconds, not '3601'";
+    QTest::newRow("no seconds") << QStringList({"--seconds", "0"})
+                                << "--seconds takes 1 to 3600 seconds, not '0'";
+    QTest::newRow("too many") << QStringList({"--seconds", "3601"})
+                              << "--seconds takes 1 to 3600 seconds, not '3601'";
     QTest::newRow("no number") << QStringList({"--timeout", "long"})
                                << "--timeout takes 1 to 3600 seconds, not 'long'";
 }

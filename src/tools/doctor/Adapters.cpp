@@ -23,7 +23,8 @@ QString listed(const QStringList& items)
     return items.isEmpty() ? QString("none") : items.join(", ");
 }
 
-void examineAdapter(const QString& path, const QVariantMap& properties, Report& report)
+/** Whether the adapter can be a peripheral now. */
+bool examineAdapter(const QString& path, const QVariantMap& properties, Report& report)
 {
     const QString name = nameOf(path);
     const QString address = properties.value("Address").toString();
@@ -41,6 +42,7 @@ void examineAdapter(const QString& path, const QVariantMap& properties, Report& 
                   QString("%1 is switched on, and %2discoverable by itself.")
                       .arg(which, isDiscoverable ? "" : "not "),
                   values);
+        return true;
     } else if (properties.value("PowerState") == "off-blocked") {
         report.problem("adapter.blocked",
                        which + " is switched off, and blocked by the kernel's radio switch.",
@@ -51,6 +53,7 @@ void examineAdapter(const QString& path, const QVariantMap& properties, Report& 
                            .arg(path, adapterInterface),
                        values);
     }
+    return false;
 }
 
 void examineInstances(const QString& path, const QVariantMap& properties, Report& report)
@@ -102,62 +105,73 @@ void examineCapabilities(const QString& path, const QVariantMap& properties, Rep
                {"limits", limits}});
 }
 
-} // namespace
-
-Adapters Adapters::examine(const Daemon& daemon, Report& report)
+/** The manager that the library uses: the first by path. */
+Adapters::Manager firstManager(const Daemon& daemon, const QString& interface, const QStringList& usable)
 {
-    QStringList adapters;
-    for (auto object = daemon.objects.begin(); object != daemon.objects.end(); ++object) {
-        if (object->contains(adapterInterface)) {
-            adapters += object.key().path();
-            examineAdapter(adapters.constLast(), object->value(adapterInterface), report);
-        }
-    }
-    Adapters found;
-    if (adapters.isEmpty()) {
-        report.problem(
-            "adapter.none", "bluetoothd has no Bluetooth adapter.",
-            "Connect one, or have the kernel load its driver: ls /sys/class/bluetooth shows what the kernel "
-            "has.");
-        return found;
-    }
-    if (adapters.size() > 1) {
-        report.warning(
-            "adapter.several",
-            QString("There are %1 adapters. A program that starts now registers with the first, %2; after "
-                    "bluetoothd has started again, with the one that it announces last.")
-                .arg(adapters.size())
-                .arg(nameOf(adapters.constFirst())),
-            "Disconnect the adapters that the program is not meant to use.");
-    }
-    found.gattManager = DBusHelper::findFirstObjectPath(daemon.objects, gattInterface);
-    found.advertisingManager = DBusHelper::findFirstObjectPath(daemon.objects, advertisingInterface);
-    const auto addressAt = [&daemon](const QString& path) {
-        return daemon.objects.value(QDBusObjectPath(path))
-            .value(adapterInterface)
-            .value("Address")
-            .toString();
-    };
-    if (found.gattManager.isEmpty()) {
+    Adapters::Manager manager;
+    manager.path = DBusHelper::findFirstObjectPath(daemon.objects, interface);
+    const DBusInterfaceList adapter = daemon.objects.value(QDBusObjectPath(manager.path));
+    manager.address = adapter.value(adapterInterface).value("Address").toString();
+    manager.isUsable = usable.contains(manager.path);
+    return manager;
+}
+
+void examineManagers(const Daemon& daemon, const Adapters& adapters, Report& report)
+{
+    if (adapters.gatt.path.isEmpty()) {
         report.problem("gatt.missing",
                        "No adapter takes GATT applications: there is no org.bluez.GattManager1.",
                        "Start the daemon again: systemctl restart bluetooth");
     } else {
-        found.gattAddress = addressAt(found.gattManager);
-        report.ok("gatt.present", nameOf(found.gattManager) + " takes GATT applications.",
-                  {{"manager", found.gattManager}});
+        report.ok("gatt.present", nameOf(adapters.gatt.path) + " takes GATT applications.",
+                  {{"manager", adapters.gatt.path}});
     }
-    if (found.advertisingManager.isEmpty()) {
+    const QString advertising = adapters.advertising.path;
+    if (advertising.isEmpty()) {
         report.problem("advertising.missing",
                        "No adapter takes advertisements: there is no org.bluez.LEAdvertisingManager1.",
                        "Use an adapter with Bluetooth Low Energy, and do not set ControllerMode = bredr in "
                        "/etc/bluetooth/main.conf.");
     } else {
-        found.advertisingAddress = addressAt(found.advertisingManager);
         const QVariantMap properties =
-            daemon.objects.value(QDBusObjectPath(found.advertisingManager)).value(advertisingInterface);
-        examineInstances(found.advertisingManager, properties, report);
-        examineCapabilities(found.advertisingManager, properties, report);
+            daemon.objects.value(QDBusObjectPath(advertising)).value(advertisingInterface);
+        examineInstances(advertising, properties, report);
+        examineCapabilities(advertising, properties, report);
     }
-    return found;
+}
+
+} // namespace
+
+Adapters Adapters::examine(const Daemon& daemon, Report& report)
+{
+    QStringList all;
+    QStringList usable;
+    for (auto object = daemon.objects.begin(); object != daemon.objects.end(); ++object) {
+        if (object->contains(adapterInterface)) {
+            all += object.key().path();
+            if (examineAdapter(all.constLast(), object->value(adapterInterface), report)) {
+                usable += all.constLast();
+            }
+        }
+    }
+    if (all.isEmpty()) {
+        report.problem(
+            "adapter.none", "bluetoothd has no Bluetooth adapter.",
+            "Connect one, or have the kernel load its driver: ls /sys/class/bluetooth shows what the "
+            "kernel has.");
+        return {};
+    }
+    if (all.size() > 1) {
+        report.warning(
+            "adapter.several",
+            QString("There are %1 adapters. A program that starts now registers with the first, %2; "
+                    "after bluetoothd has started again, with the one that it announces last.")
+                .arg(all.size())
+                .arg(nameOf(all.constFirst())),
+            "Disconnect the adapters that the program is not meant to use.");
+    }
+    const Adapters adapters{firstManager(daemon, gattInterface, usable),
+                            firstManager(daemon, advertisingInterface, usable)};
+    examineManagers(daemon, adapters, report);
+    return adapters;
 }

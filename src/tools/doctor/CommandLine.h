@@ -7,7 +7,11 @@
 struct CommandLine
 {
     QString name; // a bus name to try to own, or empty
+    bool advertises = false;
+    bool serves = false;
     bool isJson = false;
+    bool isVerbose = false;
+    int trialMs = 10000;   // how long what is tried stays registered
     int timeoutMs = 10000; // how long any answer is waited for
 
     /**

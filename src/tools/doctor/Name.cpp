@@ -77,14 +77,14 @@ void Name::release(const Bus& bus, const QString& name)
     bus.askBus("ReleaseName", {name});
 }
 
-void Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& adapters, const QString& name,
+bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& adapters, const QString& name,
                         Report& report)
 {
     Probe probe;
     QDBusConnection connection = QDBusConnection::systemBus();
     connection.registerVirtualObject(probePath, &probe);
     const QDBusMessage answer =
-        bus.askBluez(adapters.gattManager, "org.bluez.GattManager1", "RegisterApplication",
+        bus.askBluez(adapters.gatt.path, "org.bluez.GattManager1", "RegisterApplication",
                      {QVariant::fromValue(QDBusObjectPath(probePath)), QVariantMap()});
     connection.unregisterObject(probePath);
     const QString program =
@@ -105,11 +105,13 @@ void Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
                           "send_destination=\"%2\"/></policy>")
                       .arg(daemon.user, name),
             values);
+        return false;
     } else {
         report.warning(
             "calls.untold",
             QString("Whether bluetoothd's calls reach %1 cannot be told: it did not try, and answered %2.")
                 .arg(program, Bus::errorText(answer)),
-            "Try it: plim-ble-doctor --serve", values);
+            "See what it says itself: journalctl -u bluetooth", values);
     }
+    return true;
 }

@@ -15,12 +15,12 @@ bool acquire(const Bus& bus, const QString& name, Report& report);
 void release(const Bus& bus, const QString& name);
 
 /**
- * Has the daemon call this process, and reports whether it came through.
+ * Has the daemon call this process, and reports whether it came through; false when it did not.
  *
  * Nobody but the daemon can tell what the bus lets the daemon do. So it is asked to register an application
  * without a service: to refuse it, it has to call us first, and phones notice nothing.
  */
-void examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& adapters, const QString& name,
+bool examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& adapters, const QString& name,
                   Report& report);
 
 } // namespace Name

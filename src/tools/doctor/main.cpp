@@ -4,8 +4,12 @@
 #include "Daemon.h"
 #include "Name.h"
 #include "Report.h"
+#include "Trial.h"
 
 #include <QCoreApplication>
+
+#include <log4cplus/configurator.h>
+#include <log4cplus/logger.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,15 +20,32 @@ void examine(const CommandLine& options, const Bus& bus, Report& report)
 {
     const Daemon daemon = Daemon::find(bus, report);
     const Adapters adapters = daemon.isUsable ? Adapters::examine(daemon, report) : Adapters();
-    if (!options.name.isEmpty()) {
-        const bool isOwned = Name::acquire(bus, options.name, report);
-        if (!adapters.gattManager.isEmpty()) {
-            Name::examineCalls(bus, daemon, adapters, isOwned ? options.name : QString(), report);
-        }
-        if (isOwned) {
-            Name::release(bus, options.name);
-        }
+    const bool isOwned = !options.name.isEmpty() && Name::acquire(bus, options.name, report);
+    const bool isTrial = options.serves || options.advertises;
+    bool isCalled = true;
+    if (!adapters.gatt.path.isEmpty() && (isTrial || !options.name.isEmpty())) {
+        isCalled = Name::examineCalls(bus, daemon, adapters, isOwned ? options.name : QString(), report);
     }
+    if (isTrial && isCalled && (!options.serves || adapters.gatt.isUsable) &&
+        (!options.advertises || adapters.advertising.isUsable)) {
+        Trial(options, adapters, report).run();
+    } else if (isTrial) {
+        report.warning("trial.skipped",
+                       "Nothing is registered for a trial before the problems above are solved.",
+                       "Cure them, and try again.");
+    }
+    if (isOwned) {
+        Name::release(bus, options.name);
+    }
+}
+
+void configureLog(bool isVerbose)
+{
+    if (isVerbose) {
+        log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);
+    }
+    log4cplus::Logger::getRoot().setLogLevel(isVerbose ? log4cplus::DEBUG_LOG_LEVEL
+                                                       : log4cplus::OFF_LOG_LEVEL);
 }
 
 } // namespace
@@ -39,6 +60,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "plim-ble-doctor: %s, see --help\n", qUtf8Printable(error));
         return Report::WrongArguments;
     }
+    configureLog(options.isVerbose);
     Report report(options.isJson);
     const Bus bus(options.timeoutMs);
     switch (bus.reach(report)) {

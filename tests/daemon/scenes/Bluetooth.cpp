@@ -40,6 +40,11 @@ void Bluetooth::useMachine(const QString& device, const QString& phone)
     phoneName = phone;
 }
 
+bool Bluetooth::usesMachine()
+{
+    return onMachine;
+}
+
 Bluetooth::Bluetooth(const QByteArray& configuration)
 {
     if (!onMachine) {

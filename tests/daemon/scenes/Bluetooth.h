@@ -19,6 +19,7 @@ class Bluetooth
 public:
     /** Uses the machine's own controllers, given by name ("hci0"). */
     static void useMachine(const QString& device, const QString& phone);
+    static bool usesMachine();
 
     /**
      * Starts everything afresh, and waits until both adapters are powered.

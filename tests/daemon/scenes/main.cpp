@@ -41,6 +41,7 @@ const Scene scenes[] = {
     {"two", Scenes::two, true, "two programs with an application each"},
     {"readme", Scenes::readme, true, "the README's example does what the README says"},
     {"device", Scenes::device, true, "example 05, a whole device, as a phone sees and uses it"},
+    {"doctor", Scenes::doctor, true, "what plim-ble-doctor says, and a phone sees of its trial"},
     {"same", Scenes::same, true,
      "what the stand-in daemon is checked for too: refusals, options, notifications"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},

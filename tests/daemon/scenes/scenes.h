@@ -26,6 +26,7 @@ void refuse();
 void two();
 void readme();
 void device();
+void doctor();
 void same();
 void demo();
 
