@@ -55,6 +55,7 @@ set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "Bluetooth Low Energy peripherals through BlueZ: tools\n${about}
- This package holds a stand-in for the BlueZ daemon, to test programs with.")
+ This package holds a stand-in for the BlueZ daemon, to test programs with,
+ and a program that finds out what keeps a machine from being a peripheral.")
 
 include(CPack)
