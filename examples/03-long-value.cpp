@@ -43,8 +43,7 @@ int main(int argc, char** argv)
     GattCharacteristic* page =
         service->createCharacteristic(pageNumber, GattCharacteristic::Read | GattCharacteristic::Write);
     GattCharacteristic* text = service->createCharacteristic(logText, GattCharacteristic::Read, page);
-    // Asked at the start of page 0 only: the pages of one transfer fit together, however much is logged
-    // meanwhile.
+    // Asked at the start of page 0 only, so that the pages of one transfer fit together.
     text->setReadCallback([&] { return log += line(lines++); });
 
     GapAdvertisement adv(nullptr, "/com/example/log/advertisement", GapAdvertisement::SetProperties);
