@@ -62,7 +62,11 @@ private:
     }
 
 private slots:
-    void initTestCase() { log4cplus::Logger::getInstance("Ble").setLogLevel(log4cplus::DEBUG_LOG_LEVEL); }
+    void initTestCase()
+    {
+        // As the page wants it first of all.
+        log4cplus::Logger::getInstance("Ble").setLogLevel(log4cplus::DEBUG_LOG_LEVEL);
+    }
 
     void theDefaultExportModeIsRefused_data()
     {
@@ -92,7 +96,8 @@ private slots:
         LogCapture log(log4cplus::DEBUG_LOG_LEVEL);
         BleManager manager(nullptr);
         const auto adv = advertisement(1);
-        adv->setManufacturerData({{0xffff, QByteArray(28, 'x')}});
+        adv->setServiceUUIDs({"c0de0001-5f2a-4d6b-9a57-1f6d0a3b0001"});
+        adv->setManufacturerData({{0xffff, QByteArray(20, 'x')}});
         manager.add(adv.get());
         EVENTUALLY_VERIFY(says(log, failure("Failed to register advertisement")));
         adv->setManufacturerData({{0xffff, QByteArray(4, 'x')}});
