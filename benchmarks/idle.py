@@ -36,7 +36,7 @@ def _waits(pid):
     for line in _tasks(pid, "syscall"):
         number, *arguments = line.split()
         if not number.isdigit() or int(number) not in calls:
-            waits.append(f"timed? {line.strip()}")
+            waits.append("timed? " + line.strip())
             continue
         name, index = calls[int(number)]
         timed = int(arguments[index], 16) & 0xFFFFFFFFFFFFFFFF != _NO_TIMEOUT[name]
@@ -65,10 +65,11 @@ def _system_calls(pids, seconds):
 
 
 def watch(pids, seconds):
-    """Process to what it does in that time, first alone and then under strace."""
-    before = {pid: _switches(pid) for pid in pids}
+    """Name to what the process with its pid does in that time, first alone and then under strace."""
+    before = {name: _switches(pid) for name, pid in pids.items()}
     time.sleep(seconds)
-    result = {pid: {"wake-ups": _switches(pid) - before[pid], "waits": _waits(pid)} for pid in pids}
-    for pid, count in _system_calls(pids, seconds).items():
-        result[pid]["system calls"] = count
+    result = {name: {"wake-ups": _switches(pid) - before[name], "waits": _waits(pid)} for name, pid in pids.items()}
+    calls = _system_calls(pids.values(), seconds)
+    for name, pid in pids.items():
+        result[name]["system calls"] = calls[pid]
     return result

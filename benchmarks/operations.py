@@ -14,7 +14,7 @@ class Operation:
     count: int  # in one round
     target: Optional[float] = None  # ratio of the server's processor time to the floor of Qt D-Bus
     per: int = 1  # objects in one operation; figures are shown for one of them
-    heavy: bool = False  # measured in every third round only
+    heavy: bool = False  # measured in every fourth round only
     counted: int = 50  # operations under callgrind; 0: too slow for it
     variants: tuple = tuple(VARIANTS)
 
@@ -24,16 +24,16 @@ class Operation:
 
 
 def _calls():
-    yield Operation("ReadValue, 20 bytes", "read:1", 2000, 1.05, counted=200)
-    yield Operation("ReadValue, 512 bytes", "read:2", 2000, 1.05, counted=200)
-    yield Operation("ReadValue, 20 bytes, callback", "read:3", 2000, 1.05, counted=200)
-    yield Operation("ReadValue, 512 bytes, callback", "read:4", 2000, 1.05, counted=200)
-    yield Operation("ReadValue, a page of 512 bytes", "read:5", 2000, 1.05, counted=200)
-    yield Operation("WriteValue, 20 bytes", "write:1:20", 2000, 1.05, counted=200)
-    yield Operation("WriteValue, 512 bytes", "write:1:512", 2000, 1.05, counted=200)
-    yield Operation("PropertiesChanged, 20 bytes", "notify:20", 5000, 1.03, counted=500)
-    yield Operation("PropertiesChanged, 244 bytes", "notify:244", 5000, 1.03, counted=500)
-    yield Operation("Properties.GetAll", "getall:1", 1000, counted=200)
+    yield Operation("ReadValue, 20 bytes", "read:1", 1000, 1.05, counted=200)
+    yield Operation("ReadValue, 512 bytes", "read:2", 1000, 1.05, counted=200)
+    yield Operation("ReadValue, 20 bytes, callback", "read:3", 1000, 1.05, counted=200)
+    yield Operation("ReadValue, 512 bytes, callback", "read:4", 1000, 1.05, counted=200)
+    yield Operation("ReadValue, a page of 512 bytes", "read:5", 1000, 1.05, counted=200)
+    yield Operation("WriteValue, 20 bytes", "write:1:20", 1000, 1.05, counted=200)
+    yield Operation("WriteValue, 512 bytes", "write:1:512", 1000, 1.05, counted=200)
+    yield Operation("PropertiesChanged, 20 bytes", "notify:20", 2500, 1.03, counted=500)
+    yield Operation("PropertiesChanged, 244 bytes", "notify:244", 2500, 1.03, counted=500)
+    yield Operation("Properties.GetAll", "getall:1", 500, counted=200)
 
 
 def _trees():

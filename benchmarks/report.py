@@ -97,17 +97,19 @@ def destroy_table(results):
     return format_table(rows)
 
 
-def verdict(results):
-    """The targets: each with the median ratio of the library, and whether it is met."""
-    lines = []
+def verdict(results, counts):
+    """The targets: the library's median ratio of processor time or heap, that of instructions, whether it is met."""
+    rows = [["target", "at most", "ratio", "", "instructions"]]
     for operation in results:
         if not operation.target:
             continue
         spread = ratios(results[operation]["library"], results[operation]["qt"], figure_of(operation))
+        library, floor = (counts.get(variant, {}).get(operation) for variant in ("library", "qt"))
         if spread is not None:
             met = "met" if round(spread[1], 2) <= operation.target else "MISSED"
-            lines.append([operation.title, met, f"{spread[1]:.3f}", f"of at most {operation.target:.2f}"])
-    return format_table(lines)
+            counted = f"{library / floor:.3f}" if library and floor else "-"
+            rows.append([operation.title, f"{operation.target:.2f}", f"{spread[1]:.3f}", met, counted])
+    return format_table(rows)
 
 
 def evenness(results):
@@ -121,6 +123,24 @@ def evenness(results):
         return ""
     met = "met" if abs(large / small - 1) <= 0.2 else "MISSED"
     return f"building one of 16,000 against one of 10: {large / small:.2f}, {met} (within 20 %)"
+
+
+def idle_table(watched, seconds):
+    """What each server did while nothing happened."""
+    rows = [[f"idle for {seconds:g} s each", "", "wake-ups", "system calls", "its threads wait in"]]
+    for variant, seen in watched.items():
+        rows.append(["", TITLES[variant], str(seen["wake-ups"]), str(seen["system calls"]), ", ".join(seen["waits"])])
+    return format_table(rows)
+
+
+def idle_verdict(watched):
+    """Whether the idle library does nothing at all."""
+    if not watched:
+        return "idle: not watched"
+    seen = watched["library"]
+    timers = sum("timed" in wait for wait in seen["waits"])
+    met = "met" if seen["wake-ups"] + seen["system calls"] + timers == 0 else "MISSED"
+    return f"idle: {timers} waits with a time-out, {seen['wake-ups']} wake-ups, {seen['system calls']} system calls: {met}"
 
 
 def picture(results, folder):
@@ -140,7 +160,7 @@ def picture(results, folder):
     script = f"""
 set terminal svg size 900,{120 + 24 * len(rows)} font "sans,11" background "white"
 set output "{path}"
-set title "Processor time (heap: bytes) of the server, as a ratio to Qt D-Bus alone; bars: quartiles of the rounds"
+set title "Processor time or heap of the server, as a ratio to Qt D-Bus alone (bars: quartiles)"
 set yrange [-0.7:{len(rows)}]
 set xrange [0:*]
 set grid x

@@ -30,7 +30,7 @@ def parse():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", required=True, help="folder of the build")
     parser.add_argument("--smoke", action="store_true", help="only check that everything works; figures mean nothing")
-    parser.add_argument("--rounds", type=int, default=12, help="rounds over all operations (default: 12)")
+    parser.add_argument("--rounds", type=int, default=24, help="rounds over all operations (default: 24)")
     parser.add_argument("--only", default="", help="operations whose title matches this regular expression")
     parser.add_argument("--no-instructions", action="store_true", help="without callgrind")
     parser.add_argument("--idle", type=float, default=60, help="seconds to watch idle servers; 0: not at all")
@@ -75,7 +75,7 @@ def one_round(programs, operations, number, smoke, results):
     """Every operation with every variant, close to each other and in turning order."""
     order = list(VARIANTS)[number % 3:] + list(VARIANTS)[:number % 3]
     for operation in operations:
-        if operation.heavy and number % 3:
+        if operation.heavy and number % 4:
             continue
         count = 1 if smoke else operation.count
         for variant in order:
@@ -86,9 +86,9 @@ def one_round(programs, operations, number, smoke, results):
 
 
 def measure_rounds(programs, operations, arguments):
-    """Figures of all rounds by operation and variant, and what the idle servers did."""
+    """Figures of all rounds by operation and variant, and what the servers did while they were idle."""
     results = {op: {variant: [] for variant in op.variants} for op in [*operations, START_UP]}
-    idle_rows = [["idle", "wake-ups", "system calls", "how its threads wait"]]
+    watched = {}
     with daemon(programs):
         for number in range(arguments.rounds):
             # Each round has new processes: where one happens to lie in memory makes it faster or slower for ever.
@@ -98,8 +98,8 @@ def measure_rounds(programs, operations, arguments):
                 say(f"round {number + 1} of {arguments.rounds}: {time.monotonic() - begin:.0f} s, load {os.getloadavg()[0]:.1f}")
                 if arguments.idle and number == arguments.rounds - 1:
                     say(f"idle: {2 * arguments.idle:g} s ...")
-                    idle_rows += idle_behaviour(servers, arguments.idle)
-    return results, report.format_table(idle_rows)
+                    watched = idle.watch({name: process.pid for name, process in servers.items()}, arguments.idle)
+    return results, watched
 
 
 @contextlib.contextmanager
@@ -111,14 +111,6 @@ def all_servers(programs):
             for operation in OPERATIONS[:3]:
                 measure(programs, variant, operation, 20)
         yield servers
-
-
-def idle_behaviour(servers, seconds):
-    """Rows that tell what each server did in that time, without and with strace."""
-    watched = idle.watch([process.pid for process in servers.values()], seconds)
-    for variant, process in servers.items():
-        seen = watched[process.pid]
-        yield [TITLES[variant], str(seen["wake-ups"]), str(seen["system calls"]), ", ".join(seen["waits"])]
 
 
 def count_instructions(programs, operations, arguments, folder):
@@ -141,20 +133,23 @@ def main():
     os.makedirs(folder, exist_ok=True)
     operations = [op for op in OPERATIONS if re.search(arguments.only, op.title) and (not arguments.smoke or op.smoke())]
     say(environment())
-    results, idle_table = measure_rounds(programs, operations, arguments)
+    results, watched = measure_rounds(programs, operations, arguments)
     if arguments.smoke:
         operations = operations[::4]
     counts = count_instructions(programs, operations, arguments, folder)
-    text = "\n\n".join([
+    parts = [
         environment(),
         f"{arguments.rounds} rounds; medians; ratios to Qt D-Bus alone of the same round: median (quartiles)",
         report.table(results, counts),
         report.destroy_table(results),
-        f"In {arguments.idle:g} s each:\n" + idle_table,
+        report.idle_table(watched, arguments.idle),
         library_sizes(arguments.build),
-        report.verdict(results),
-        report.evenness(results),
-    ])
+    ]
+    if arguments.smoke:
+        parts.append("smoke: everything works; the figures mean nothing")
+    else:
+        parts += [report.verdict(results, counts), report.evenness(results), report.idle_verdict(watched)]
+    text = "\n\n".join(filter(None, parts))
     with open(f"{folder}/table.txt", "w", encoding="utf-8") as file:
         file.write(text + "\n")
     with open(f"{folder}/results.json", "w", encoding="utf-8") as file:
