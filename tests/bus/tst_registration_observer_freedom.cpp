@@ -16,6 +16,7 @@ private slots:
     void itMayAddMoreWhenAManagerAppears();
     void itMayChangeTheObject();
     void itMayClearItself();
+    void aClearedObserverMissesWhatIsOnItsWay();
     void itMayReplaceItself();
     void itMayDeleteTheManager();
     void itMayRunAnEventLoop();
@@ -147,6 +148,25 @@ void tst_registration_observer_freedom::itMayClearItself()
     daemon.settle();
     QCOMPARE(events, 7);
     QVERIFY(owned.expired());
+}
+
+void tst_registration_observer_freedom::aClearedObserverMissesWhatIsOnItsWay()
+{
+    const Simulator daemon;
+    const LogCapture log;
+    const GapAdvertisement first(nullptr, "one path");
+    const GapAdvertisement second(nullptr, "another path");
+    BleManager* manager = BleManager::instance();
+    int events = 0;
+    manager->setRegistrationObserver([&events, manager](const Event&) {
+        ++events;
+        manager->setRegistrationObserver({});
+    });
+    manager->add(&first);
+    manager->add(&second);
+    daemon.settle();
+    QCOMPARE(events, 1);
+    QCOMPARE(log.texts(log4cplus::ERROR_LOG_LEVEL).filter("observer"), QStringList());
 }
 
 void tst_registration_observer_freedom::itMayReplaceItself()

@@ -46,8 +46,7 @@ Registrations::Registrations()
 
 void Registrations::setObserver(const BleRegistrationObserver& observer)
 {
-    // What the former one owned ends last, when this is whole again.
-    BleRegistrationObserver(observer).swap(m_observer);
+    m_observer = observer;
 }
 
 BleRegistrationState Registrations::state(const QObject* object) const
