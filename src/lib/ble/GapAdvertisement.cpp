@@ -1,5 +1,6 @@
 #include "GapAdvertisement.h"
 
+#include "AdvertisementPreflight.h"
 #include "LEAdvertisement1Adaptor.h"
 #include "LogText.h"
 #include "ReadOnlyPropertiesAdaptor.h"
@@ -37,6 +38,11 @@ GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, Pro
         PLIM_LOG(logger, ERROR, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
                  "Failed to register LEAdvertisement1 adaptor at " << dbusPath);
     }
+}
+
+BleFindings GapAdvertisement::problems(int advertisingLimit, int scanResponseLimit) const
+{
+    return AdvertisementPreflight::of(*this, advertisingLimit, scanResponseLimit);
 }
 
 template <typename Member, typename Value>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BleDBusTypes.h"
+#include "BleFinding.h"
 #include "PlimBleExport.h"
 
 #include <QByteArray>
@@ -83,6 +84,19 @@ public:
 
     /** The object path as given. */
     QString dbusPath() const { return m_dbusPath; }
+
+    /**
+     * What BlueZ would refuse or not broadcast of this, for a look before BleManager::add(). Nothing is sent,
+     * logged or changed.
+     *
+     * Sizes are counted as BlueZ composes them: with the flags that it adds, one block for all UUIDs of a
+     * size, and the name in the scan response, where it is cut to what is left.
+     *
+     * @param advertisingLimit   the bytes that the controller can broadcast, "MaxAdvLen" in the
+     * SupportedCapabilities of BlueZ's advertising manager; 31 fit everywhere
+     * @param scanResponseLimit  the bytes of its scan response, "MaxScnRspLen" there
+     */
+    BleFindings problems(int advertisingLimit = 31, int scanResponseLimit = 31) const;
 
     /** The appearance, a number that the Bluetooth SIG assigns; 0xFFFF at first. */
     void setAppearance(unsigned short appearance);
@@ -178,6 +192,7 @@ private slots:
     void Release();
 
 private:
+    friend class AdvertisementPreflight;
     friend class Registrations;
 
     /** What every setter does, whether or not the value differs. */

@@ -1,6 +1,7 @@
 #include "GattApplication.h"
 
 #include "GattDetail.h"
+#include "GattPreflight.h"
 #include "ObjectManagerAdaptor.h"
 #include "plimlog.h"
 
@@ -51,6 +52,11 @@ GattService* GattApplication::createService(const QString& uuid, bool primary)
     m_services.insert(uuid, service);
     emit applicationChanged(this);
     return service;
+}
+
+BleFindings GattApplication::problems() const
+{
+    return GattPreflight::of(*this);
 }
 
 DBusManagedObjectList GattApplication::GetManagedObjects()

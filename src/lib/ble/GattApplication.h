@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BleDBusTypes.h"
+#include "BleFinding.h"
 #include "GattService.h"
 #include "OwnConnections.h"
 #include "PlimBleExport.h"
@@ -55,6 +56,12 @@ public:
      */
     GattService* createService(const QString& uuid, bool primary);
 
+    /**
+     * What BlueZ would refuse of the tree, or a phone could not use, for a look before BleManager::add().
+     * Nothing is sent, logged or changed.
+     */
+    BleFindings problems() const;
+
 signals:
     /**
      * The tree below changed, so that what BlueZ knows of it is out of date.
@@ -72,6 +79,8 @@ private slots:
     void on_serviceDeleted(QObject* obj);
 
 private:
+    friend class GattPreflight;
+
     const QString m_dbusPath;
     QMap<QString, GattService*> m_services;
     OwnConnections m_connections;

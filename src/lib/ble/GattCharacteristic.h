@@ -163,6 +163,8 @@ private slots:
     void on_descriptorDeleted(QObject* obj);
 
 private:
+    friend class GattPreflight;
+
     const QPointer<GattService> m_service;
     const QString m_uuid;
     const Option m_option;

@@ -93,6 +93,8 @@ public slots:
     void WriteValue(const QByteArray& value, const QVariantMap& flags);
 
 private:
+    friend class GattPreflight;
+
     const QString m_characteristicPath;
     const QString m_uuid;
     const QString m_dbusPath;

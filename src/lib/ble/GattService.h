@@ -73,6 +73,8 @@ private slots:
     void on_characteristicDeleted(QObject* obj);
 
 private:
+    friend class GattPreflight;
+
     const QString m_uuid;
     const bool m_primary;
     const QString m_dbusPath;

@@ -16,6 +16,11 @@ void ReadOnlyPropertiesAdaptor::show(const QString& property)
     }
 }
 
+bool ReadOnlyPropertiesAdaptor::shows(const QString& name) const
+{
+    return m_shown.contains(m_aliases.value(name, name));
+}
+
 void ReadOnlyPropertiesAdaptor::showAll()
 {
     const QMetaObject* metaObject = m_adaptor->metaObject();
@@ -81,8 +86,6 @@ bool ReadOnlyPropertiesAdaptor::serves(const QString& interface) const
 /** What the bus sees of a property, or an invalid variant where it sees none of that name. */
 QVariant ReadOnlyPropertiesAdaptor::property(const QString& name) const
 {
-    const QString original = m_aliases.value(name, name);
-    return m_shown.contains(original)
-               ? DBusHelper::marshallable(m_adaptor->property(original.toUtf8().constData()))
-               : QVariant();
+    const QByteArray original = m_aliases.value(name, name).toUtf8();
+    return shows(name) ? DBusHelper::marshallable(m_adaptor->property(original.constData())) : QVariant();
 }

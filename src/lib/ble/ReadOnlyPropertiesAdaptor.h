@@ -30,6 +30,9 @@ public:
     /** Shows a property from now on. */
     void show(const QString& property);
 
+    /** Whether a property, or what a second name stands for, is shown. */
+    bool shows(const QString& name) const;
+
     /** Shows every property of the adaptor. */
     void showAll();
 

@@ -19,6 +19,8 @@ public:
     virtual QString version() const = 0;
     /** The object path of the adapter that the device under test has. */
     virtual QString adapter() const = 0;
+    /** The bytes that the controller can broadcast at once. */
+    virtual int advertisingLimit() const = 0;
     /** After a refused advertisement: where the daemon has not survived it, starts it again. */
     virtual void recover() = 0;
 
@@ -31,5 +33,9 @@ public:
     virtual QList<QByteArray> notified(const QString& uuid) = 0;
 };
 
-/** Runs every check; how many failed is in Expect::failures(). */
+/** What a connected phone does, and what the daemon makes of it. How many checks failed is in
+ * Expect::failures(). */
 void runChecks(Stage& stage);
+
+/** What the library finds wrong with applications and advertisements, and what the daemon does with them. */
+void runRegistrationChecks(Stage& stage);

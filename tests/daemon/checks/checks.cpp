@@ -11,107 +11,6 @@
 
 namespace {
 
-const QString accepted;
-const QString unparsable = QStringLiteral("Failed to parse advertisement.");
-
-struct AdvertisementCase
-{
-    const char* what;
-    QStringList properties;
-    QString in566;
-    QString in582;
-};
-
-/** The property, with a manufacturer's block that fills so many bytes. */
-QString block(int bytes)
-{
-    return "manufacturer ffff " + QString("ab").repeated(bytes - 4);
-}
-
-QList<AdvertisementCase> advertisementCases()
-{
-    return {
-        {"a name and a service", {"name Check", "uuids 180d"}, accepted, accepted},
-        {"no property but the type", {"type 0"}, accepted, accepted},
-        {"an empty type", {"type 7"}, unparsable, unparsable},
-        {"intervals of 0", {"min-interval 0", "max-interval 0"}, accepted, unparsable},
-        {"intervals of 100 ms", {"min-interval 100", "max-interval 100"}, accepted, accepted},
-        {"a transmit power of 127", {"tx-power 127"}, accepted, unparsable},
-        {"a transmit power of 0", {"tx-power 0"}, accepted, accepted},
-        {"a UUID that is none", {"uuids nonsense"}, unparsable, unparsable},
-        {"manufacturer data without a byte", {"manufacturer ffff"}, unparsable, unparsable},
-        {"raw flags", {"data 01 06"}, unparsable, unparsable},
-        {"a raw name", {"data 09 41"}, unparsable, unparsable},
-        {"a raw block of type 0x26", {"data 26 01"}, accepted, accepted},
-        {"a raw block of type 0x24", {"data 24 01"}, accepted, accepted},
-        {"a raw block of type 0x27", {"data 27 01"}, unparsable, unparsable},
-        {"a raw block of type 0x3d", {"data 3d 01"}, unparsable, unparsable},
-        {"a raw block of type 0x3e", {"data 3e 01"}, accepted, accepted},
-        {"a raw name in the scan response", {"scan-response 09 41"}, accepted, unparsable},
-        {"a raw block in the scan response", {"scan-response 24 01"}, accepted, accepted},
-        {"discoverable and not connectable", {"type 1", "discoverable 1"}, unparsable, unparsable},
-        {"31 bytes, what fits everywhere", {block(27), "uuids 180d"}, accepted, accepted},
-        {"a name of 28 bytes beside 31 others", {"name " + QString(28, 'n'), block(31)}, accepted, accepted},
-    };
-}
-
-void judge(Stage& stage, Peripheral& peripheral, const AdvertisementCase& judged, const QString& exported,
-           int number)
-{
-    const QString name = "adv" + QString::number(number);
-    peripheral.tell("advertisement " + name + " /com/example/check/" + name + ' ' + exported);
-    for (const QString& property : judged.properties) {
-        peripheral.tell("set " + name + ' ' + property);
-    }
-    peripheral.tell("add " + name);
-    const QString text = peripheral.answer("registerAdv", number);
-    peripheral.tell("remove " + name);
-    const QString expected = stage.version() == "5.66" ? judged.in566 : judged.in582;
-    Expect::equal(text, expected,
-                  QString("advertisement with ") + judged.what +
-                      (expected.isEmpty() ? ": taken" : ": refused"));
-    if (!text.isEmpty()) {
-        stage.recover();
-    }
-}
-
-void checkAdvertisements(Stage& stage)
-{
-    Peripheral peripheral("check-advertisements");
-    int number = 0;
-    judge(stage, peripheral, {"all properties shown", {"name Check"}, unparsable, unparsable}, "all",
-          ++number);
-    for (const AdvertisementCase& judged : advertisementCases()) {
-        judge(stage, peripheral, judged, "set", ++number);
-    }
-}
-
-void checkApplications()
-{
-    const QString serviceLine = "service s " + SceneTree::uuid(1) + " primary";
-    const QList<QPair<QStringList, QString>> cases{
-        {{}, "No object received"},
-        {{"service s 00001800-0000-1000-8000-00805f9b34fb primary"}, "Failed to create entry in database"},
-        {{serviceLine, "characteristic c s " + SceneTree::uuid(2) + " none"},
-         "No valid service object found"},
-        {{serviceLine}, accepted},
-    };
-    int number = 0;
-    for (const auto& [lines, expected] : cases) {
-        Peripheral peripheral("check-application" + QString::number(++number));
-        peripheral.tell("application /com/example/check com.example.Check");
-        peripheral.tell(lines);
-        peripheral.tell("add application");
-        Expect::equal(peripheral.answer("registerApp", 1), expected,
-                      "application: " + (lines.isEmpty() ? "without a service" : lines.last()));
-        if (expected == accepted) {
-            peripheral.tell("register application");
-            Expect::equal(peripheral.answer("registerApp", 2), "Already Exists",
-                          "application: registered twice");
-        }
-    }
-}
-
 void checkUnknownPaths(const Stage& stage)
 {
     const QVariantList nowhere{QVariant::fromValue(QDBusObjectPath("/nowhere"))};
@@ -188,7 +87,6 @@ void checkNotifications(Stage& stage, Peripheral& peripheral)
 void runChecks(Stage& stage)
 {
     checkUnknownPaths(stage);
-    checkApplications();
     {
         Peripheral peripheral("check-values");
         SceneTree::build(peripheral);
@@ -200,5 +98,4 @@ void runChecks(Stage& stage)
         checkOptions(stage, peripheral);
         checkNotifications(stage, peripheral);
     }
-    checkAdvertisements(stage);
 }

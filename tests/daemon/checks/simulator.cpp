@@ -22,6 +22,7 @@ public:
 
     QString version() const override { return m_version; }
     QString adapter() const override { return "/org/bluez/hci0"; }
+    int advertisingLimit() const override { return 31; }
     void recover() override {}
 
     void meet(Peripheral& peripheral) override
@@ -71,6 +72,7 @@ int main(int argc, char** argv)
     try {
         SimulatedStage stage(program.arguments().value(1));
         runChecks(stage);
+        runRegistrationChecks(stage);
     } catch (const Expect::Impossible& impossible) {
         Expect::that(false, impossible.reason);
     }

@@ -52,6 +52,7 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"delete", &Interpreter::destroy},
     {"remove", &Interpreter::remove},
     {"register", &Interpreter::registerAgain},
+    {"problems", &Interpreter::problems},
     {"tree", &Interpreter::tree},
     {"advertisement", &Interpreter::advertisement},
     {"set", &Interpreter::set},
@@ -184,6 +185,18 @@ void Interpreter::remove(const QStringList& words)
 void Interpreter::registerAgain(const QStringList& words)
 {
     BleManager::instance()->registerApp(find<GattApplication>(words.value(1)));
+}
+
+void Interpreter::problems(const QStringList& words)
+{
+    QObject* object = find<QObject>(words.value(1));
+    const auto* application = qobject_cast<const GattApplication*>(object);
+    const BleFindings findings =
+        application ? application->problems()
+                    : find<GapAdvertisement>(words.value(1))->problems(words.value(2).toInt());
+    for (const BleFinding& finding : findings) {
+        say("problem " + finding.text());
+    }
 }
 
 void Interpreter::tree(const QStringList&)

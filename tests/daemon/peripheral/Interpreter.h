@@ -51,6 +51,9 @@ private:
     void remove(const QStringList& words);
     // register application: one more call of RegisterApplication
     void registerAgain(const QStringList& words);
+    // problems NAME BYTES: prints "problem TEXT" for each of the application ("application") or an
+    // advertisement with a controller that can broadcast so many bytes
+    void problems(const QStringList& words);
     // tree: prints "tree KIND PATH UUID DETAIL..." for every object
     void tree(const QStringList& words);
     // advertisement NAME PATH all|set

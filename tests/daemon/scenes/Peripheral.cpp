@@ -38,6 +38,13 @@ void Peripheral::look()
     tell("tree");
 }
 
+QStringList Peripheral::problems(const QString& name, int advertisingLimit)
+{
+    m_problems.clear();
+    tell("problems " + name + ' ' + QString::number(advertisingLimit));
+    return m_problems;
+}
+
 QString Peripheral::answer(const QString& step, int number) const
 {
     const QRegularExpression line("D-Bus call (?:success: " + step + "|from '" + step + "' failed: (.*))\n");
@@ -89,6 +96,8 @@ void Peripheral::onLine(const QString& line)
         ++m_asked[name];
     } else if (words.first() == "notifying") {
         m_notifying[name] << words.value(2);
+    } else if (words.first() == "problem") {
+        m_problems << line.section(' ', 1);
     } else if (words.first() == "tree") {
         m_paths[words.value(3)] = words.value(2);
         // What a descriptor may be used for is nothing that a phone can see.

@@ -29,6 +29,9 @@ public:
     QMap<QString, QString> paths() const { return m_paths; }
     /** Asks for the tree anew. */
     void look();
+    /** What the library finds wrong with the application ("application") or an advertisement, for a
+     * controller that can broadcast so many bytes: "error: WHERE: ..." and "warning: ...". */
+    QStringList problems(const QString& name, int advertisingLimit = 31);
     /** Returns when everything that it has printed until now is known here. */
     void settle() { tell("nothing"); }
 
@@ -52,4 +55,5 @@ private:
     QMap<QString, QStringList> m_notifying;
     QStringList m_tree;
     QMap<QString, QString> m_paths;
+    QStringList m_problems;
 };

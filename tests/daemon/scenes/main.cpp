@@ -42,8 +42,9 @@ const Scene scenes[] = {
     {"readme", Scenes::readme, true, "the README's example does what the README says"},
     {"device", Scenes::device, true, "example 05, a whole device, as a phone sees and uses it"},
     {"doctor", Scenes::doctor, true, "what plim-ble-doctor says, and a phone sees of its trial"},
-    {"same", Scenes::same, true,
-     "what the stand-in daemon is checked for too: refusals, options, notifications"},
+    {"same", Scenes::same, true, "what the stand-in daemon is checked for too: options, notifications"},
+    {"preflight", Scenes::preflight, true,
+     "problems that the library finds beforehand, and what the daemon does; the stand-in, too"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
 };
 

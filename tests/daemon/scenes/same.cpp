@@ -4,8 +4,11 @@
 #include "Expect.h"
 #include "Peripheral.h"
 #include "Phone.h"
+#include "Remote.h"
 #include "Stage.h"
 #include "scenes.h"
+
+#include <QDBusArgument>
 
 namespace {
 
@@ -15,6 +18,12 @@ public:
     QString version() const override { return Scenes::version(); }
     QString adapter() const override { return m_bluetooth.device(); }
 
+    int advertisingLimit() const override
+    {
+        const QVariantMap manager = Remote::properties(adapter(), "org.bluez.LEAdvertisingManager1");
+        const auto capabilities = qdbus_cast<QVariantMap>(manager.value("SupportedCapabilities"));
+        return capabilities.value("MaxAdvLen").toInt();
+    }
     void recover() override
     {
         // A refusal may corrupt what 5.66 has in its memory; it then aborts at the end of the exchange.
@@ -59,4 +68,10 @@ void Scenes::same()
 {
     RealStage stage;
     runChecks(stage);
+}
+
+void Scenes::preflight()
+{
+    RealStage stage;
+    runRegistrationChecks(stage);
 }

@@ -28,6 +28,7 @@ void readme();
 void device();
 void doctor();
 void same();
+void preflight();
 void demo();
 
 } // namespace Scenes

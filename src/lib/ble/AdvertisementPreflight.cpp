@@ -1,0 +1,265 @@
+#include "AdvertisementPreflight.h"
+
+#include "GapAdvertisement.h"
+#include "ReadOnlyPropertiesAdaptor.h"
+
+#include <QSet>
+#include <QStringList>
+
+#include <algorithm>
+
+namespace {
+
+// What every controller can broadcast, and what BlueZ 5.66 takes at most, extended advertising or not.
+constexpr int legacyLimit = 31;
+
+// As BlueZ checks them; its own messages do not tell.
+constexpr unsigned int shortestInterval = 20;
+constexpr unsigned int longestInterval = 10485759; // 0xFFFFFF units of 0.625 ms
+constexpr int lowestTxPower = -127;
+constexpr int highestTxPower = 20;
+
+// Bytes of the AD structures that BlueZ composes. Each begins with its length and its type.
+constexpr int header = 2;
+constexpr int flagsLength = header + 1;
+constexpr int appearanceLength = header + 2;
+constexpr int txPowerLength = header + 1;
+constexpr int companyLength = 2;
+
+/** Whether BlueZ takes such a raw block: it refuses what it composes itself or leaves to the controller. */
+bool isRawTypeTaken(unsigned char type)
+{
+    static const QSet<unsigned char> takenBelow{0x00, 0x0b, 0x0c, 0x13, 0x24, 0x25, 0x26};
+    return type < 0x2c ? takenBelow.contains(type) : type != 0x3d && type != 0xff;
+}
+
+template <typename Map>
+int blocksLength(const Map& blocks, int prefix)
+{
+    int length = 0;
+    for (const QByteArray& bytes : blocks) {
+        length += header + prefix + bytes.size();
+    }
+    return length;
+}
+
+QString hex(uint number, int digits)
+{
+    return QStringLiteral("0x%1").arg(number, digits, 16, QLatin1Char('0'));
+}
+
+QString bytes(int count)
+{
+    return QStringLiteral("%1 bytes").arg(count);
+}
+
+} // namespace
+
+BleFindings AdvertisementPreflight::of(const GapAdvertisement& adv, int advertisingLimit,
+                                       int scanResponseLimit)
+{
+    AdvertisementPreflight preflight(adv);
+    preflight.m_findings = Preflight::pathFindings(&adv, adv.m_dbusPath);
+    preflight.checkType();
+    preflight.checkRadioSettings();
+    preflight.checkUuids();
+    preflight.checkBlocks();
+    preflight.checkPayload(advertisingLimit);
+    preflight.checkScanResponse(scanResponseLimit);
+    return preflight.m_findings;
+}
+
+void AdvertisementPreflight::checkType()
+{
+    const bool isPeripheral = m_adv.m_type == GapAdvertisement::Peripheral;
+    if (!isPeripheral && m_adv.m_type != GapAdvertisement::Broadcast) {
+        add(BleFinding::Error, QStringLiteral("Type"),
+            QStringLiteral("There is no type %1, and BlueZ sees an empty text").arg(int(m_adv.m_type)),
+            QStringLiteral("Set GapAdvertisement::Peripheral or GapAdvertisement::Broadcast"));
+    } else if (m_adv.m_discoverable && !isPeripheral) {
+        add(BleFinding::Error, QStringLiteral("Discoverable"),
+            QStringLiteral("A broadcast cannot be discoverable, since nobody can connect to it"),
+            QStringLiteral("Set the type GapAdvertisement::Peripheral, or do not call setDiscoverable()"));
+    }
+}
+
+void AdvertisementPreflight::checkRadioSettings()
+{
+    if (shows("SecondaryChannel")) {
+        add(BleFinding::Error, QStringLiteral("SecondaryChannel"),
+            QStringLiteral("It is shown empty, which every stock BlueZ refuses"),
+            QStringLiteral("Construct the advertisement with GapAdvertisement::SetProperties"));
+    }
+    if (shows("MinInterval")) {
+        checkInterval(QStringLiteral("MinInterval"), m_adv.m_minInterval);
+    }
+    if (shows("MaxInterval")) {
+        checkInterval(QStringLiteral("MaxInterval"), m_adv.m_maxInterval);
+    }
+    if (m_adv.m_minInterval > m_adv.m_maxInterval) {
+        add(BleFinding::Error, QStringLiteral("MinInterval"),
+            QStringLiteral("The shortest interval, %1 ms, is longer than the longest, %2 ms")
+                .arg(m_adv.m_minInterval)
+                .arg(m_adv.m_maxInterval),
+            QStringLiteral("Set both intervals"));
+    }
+    const int txPower = m_adv.m_txPower;
+    if (shows("TxPower") && (txPower < lowestTxPower || txPower > highestTxPower)) {
+        add(BleFinding::Error, QStringLiteral("TxPower"),
+            QStringLiteral("Newer BlueZ daemons refuse %1 dBm").arg(txPower),
+            QStringLiteral("Set %1 to %2 dBm, or leave it unset in the mode GapAdvertisement::SetProperties")
+                .arg(lowestTxPower)
+                .arg(highestTxPower));
+    }
+}
+
+void AdvertisementPreflight::checkInterval(const QString& property, unsigned int milliseconds)
+{
+    if (milliseconds < shortestInterval || milliseconds > longestInterval) {
+        add(BleFinding::Error, property, QStringLiteral("Newer BlueZ daemons refuse %1 ms").arg(milliseconds),
+            QStringLiteral("Set %1 to %2 ms, or leave it unset in the mode GapAdvertisement::SetProperties")
+                .arg(shortestInterval)
+                .arg(longestInterval));
+    }
+}
+
+void AdvertisementPreflight::checkUuids()
+{
+    for (const QString& uuid : m_adv.m_serviceUUIDs) {
+        m_findings += Preflight::uuidFindings(QStringLiteral("ServiceUUIDs"), uuid);
+    }
+    for (const QString& uuid : m_adv.m_serviceData.keys()) {
+        m_findings += Preflight::uuidFindings(QStringLiteral("ServiceData"), uuid);
+    }
+}
+
+void AdvertisementPreflight::checkBlocks()
+{
+    const QString cure = QStringLiteral("Give it at least one byte");
+    for (auto it = m_adv.m_manufacturerData.begin(); it != m_adv.m_manufacturerData.end(); ++it) {
+        if (it->isEmpty()) {
+            add(BleFinding::Error, QStringLiteral("ManufacturerData"),
+                QStringLiteral("The data of company %1 have no byte").arg(hex(it.key(), 4)), cure);
+        }
+    }
+    for (auto it = m_adv.m_serviceData.begin(); it != m_adv.m_serviceData.end(); ++it) {
+        if (it->userType() != QMetaType::QByteArray || it->toByteArray().isEmpty()) {
+            add(BleFinding::Error, QStringLiteral("ServiceData"),
+                QStringLiteral("What belongs to \"%1\" is no byte array, or one without a byte")
+                    .arg(it.key()),
+                QStringLiteral("Give it a QByteArray of at least one byte"));
+        }
+    }
+    checkRaw(QStringLiteral("Data"), m_adv.m_advData);
+    if (shows("ScanResponseData")) {
+        checkRaw(QStringLiteral("ScanData"), m_adv.m_scanRspData);
+    } else if (!m_adv.m_scanRspData.isEmpty()) {
+        add(BleFinding::Warning, QStringLiteral("ScanData"),
+            QStringLiteral("Stock BlueZ daemons read the scan response by another name"),
+            QStringLiteral("Construct the advertisement with GapAdvertisement::SetProperties"));
+    }
+}
+
+void AdvertisementPreflight::checkRaw(const QString& property, const DBusAdvData& blocks)
+{
+    for (auto it = blocks.begin(); it != blocks.end(); ++it) {
+        const QString type = hex(it.key(), 2);
+        if (!isRawTypeTaken(it.key())) {
+            add(BleFinding::Error, property,
+                QStringLiteral("BlueZ refuses raw blocks of type %1, which are its own to make").arg(type),
+                QStringLiteral("Use the property that stands for it, such as setLocalName()"));
+        } else if (it->isEmpty()) {
+            add(BleFinding::Error, property, QStringLiteral("The block of type %1 has no byte").arg(type),
+                QStringLiteral("Give it at least one byte"));
+        }
+    }
+}
+
+void AdvertisementPreflight::checkPayload(int limit)
+{
+    const bool isPeripheral = m_adv.m_type == GapAdvertisement::Peripheral;
+    const bool hasFlags = m_adv.m_discoverable || (isPeripheral && shows("Discoverable"));
+    const QVector<QPair<QString, int>> parts{
+        {QStringLiteral("flags"), hasFlags ? flagsLength : 0},
+        {QStringLiteral("ServiceUUIDs"), uuidsLength()},
+        {QStringLiteral("ManufacturerData"), blocksLength(m_adv.m_manufacturerData, companyLength)},
+        {QStringLiteral("ServiceData"), serviceDataLength()},
+        {QStringLiteral("Data"), blocksLength(m_adv.m_advData, 0)},
+        {QStringLiteral("Appearance"), shows("Appearance") ? appearanceLength : 0},
+        {QStringLiteral("tx-power"), m_adv.m_includeTxPower ? txPowerLength : 0},
+    };
+    QStringList account;
+    int length = 0;
+    for (const auto& [name, share] : parts) {
+        length += share;
+        if (share != 0) {
+            account << name + QLatin1Char(' ') + QString::number(share);
+        }
+    }
+    const QString what =
+        QStringLiteral("%1 are to be broadcast (%2)").arg(bytes(length), account.join(QLatin1String(", ")));
+    if (length > limit) {
+        add(BleFinding::Error, QStringLiteral("payload"),
+            what + QStringLiteral(", of which the controller can do %1").arg(limit),
+            QStringLiteral("Shorten it, for instance by shorter UUIDs, or move a part to the scan response"));
+    } else if (length > legacyLimit) {
+        add(BleFinding::Warning, QStringLiteral("payload"),
+            what + QStringLiteral(", but BlueZ 5.66 and many controllers and phones can do only %1")
+                       .arg(legacyLimit),
+            QStringLiteral("Keep to %1 unless you know daemon, controller and phones").arg(legacyLimit));
+    }
+}
+
+void AdvertisementPreflight::checkScanResponse(int limit)
+{
+    const int raw = shows("ScanResponseData") ? blocksLength(m_adv.m_scanRspData, 0) : 0;
+    const int name = m_adv.m_localName.toUtf8().size();
+    if (raw > limit) {
+        add(BleFinding::Error, QStringLiteral("ScanData"),
+            QStringLiteral("The scan response takes %1, of which the controller can do %2")
+                .arg(bytes(raw))
+                .arg(limit),
+            QStringLiteral("Shorten it"));
+    } else if (name > 0 && raw + header + name > limit) {
+        add(BleFinding::Warning, QStringLiteral("LocalName"),
+            QStringLiteral("BlueZ cuts the name of %1 to the %2 that are left in the scan response")
+                .arg(bytes(name))
+                .arg(std::max(0, limit - raw - header)),
+            QStringLiteral("Choose a shorter name"));
+    }
+}
+
+/** One AD structure for all UUIDs of the same size. */
+int AdvertisementPreflight::uuidsLength() const
+{
+    QSet<int> sizes;
+    int length = 0;
+    for (const QString& text : m_adv.m_serviceUUIDs) {
+        const int size = Preflight::Uuid(text).size();
+        if (size != 0) {
+            sizes << size;
+            length += size;
+        }
+    }
+    return length + header * sizes.size();
+}
+
+int AdvertisementPreflight::serviceDataLength() const
+{
+    int length = 0;
+    for (auto it = m_adv.m_serviceData.begin(); it != m_adv.m_serviceData.end(); ++it) {
+        length += header + Preflight::Uuid(it.key()).size() + it->toByteArray().size();
+    }
+    return length;
+}
+
+bool AdvertisementPreflight::shows(const char* property) const
+{
+    return m_adv.m_properties->shows(QLatin1String(property));
+}
+
+void AdvertisementPreflight::add(BleFinding::Severity severity, const QString& where, const QString& what,
+                                 const QString& cure)
+{
+    m_findings << BleFinding{severity, where, what, cure};
+}

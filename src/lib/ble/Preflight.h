@@ -1,0 +1,39 @@
+#pragma once
+
+#include "BleFinding.h"
+
+class QObject;
+
+/**
+ * What the preflights of applications and advertisements share. Internal: not installed.
+ *
+ * They judge what the objects hold, by rules written down apart from those of the stand-in daemon, which
+ * judges what arrives on the bus: each is the other's witness, and tests let both and the real daemon decide
+ * on the same cases. */
+namespace Preflight {
+
+/** What the daemon makes of a UUID's text. */
+class Uuid
+{
+public:
+    /** Reads 4 or 8 hexadecimal digits, also with 0x before them, or the long form with dashes. */
+    explicit Uuid(const QString& text);
+
+    /** The bytes that it takes when broadcast: 2, 4 or 16; 0 where the text is no UUID. */
+    int size() const { return m_size; }
+
+    /** Whether it is this 16-bit UUID, in whatever form it was written. */
+    bool is(uint number) const { return m_size != 0 && m_size != 16 && m_number == number; }
+
+private:
+    int m_size = 0;
+    uint m_number = 0;
+};
+
+/** What keeps the object from being reached at its path; nothing where that is the object's own. */
+BleFindings pathFindings(const QObject* object, const QString& path);
+
+/** What BlueZ cannot read as a UUID. */
+BleFindings uuidFindings(const QString& where, const QString& uuid);
+
+} // namespace Preflight
