@@ -141,10 +141,18 @@ void judge(Stage& stage, Peripheral& peripheral, const AdvertisementCase& judged
     }
 }
 
+/** Two blocks of the scan response that fill so many bytes each. */
+QStringList halves(int first, int second)
+{
+    return {"scan-response 24 " + QString("ab").repeated(first - 2),
+            "scan-response 26 " + QString("cd").repeated(second - 2)};
+}
+
 /** Payloads on both sides of 31 bytes, however they are made up. */
 QList<AdvertisementCase> sizeCases(int limit)
 {
-    // Beyond 31 bytes it is for the controller to say, and 5.66 does not ask it.
+    // Beyond 31 bytes it is for the controller to say. 5.66 does not ask it, but leaves flags and power to
+    // the kernel, which does.
     const bool isExtended = limit > 31;
     const QString longFound = isExtended ? warning : error;
     const QString longIn582 = isExtended ? accepted : tooLong;
@@ -156,7 +164,7 @@ QList<AdvertisementCase> sizeCases(int limit)
         {"31 bytes with flags, appearance, power and a UUID", composed + QStringList{block(17)}, none,
          accepted, accepted},
         {"32 bytes with flags, appearance, power and a UUID", composed + QStringList{block(18)}, longFound,
-         tooLong, longIn582},
+         longIn582, longIn582},
         {"31 bytes with UUIDs of two sizes", long128 + QStringList{block(7)}, none, accepted, accepted},
         {"32 bytes with UUIDs of two sizes", long128 + QStringList{block(8)}, longFound, tooLong, longIn582},
         {"31 bytes of service and raw data",
@@ -164,6 +172,8 @@ QList<AdvertisementCase> sizeCases(int limit)
          none,
          accepted,
          accepted},
+        {"31 bytes of scan response", halves(15, 16), none, accepted, accepted},
+        {"32 bytes of scan response", halves(16, 16), isExtended ? none : error, accepted, longIn582},
         {"32 bytes of service and raw data",
          {"service-data 180d " + QString("ab").repeated(10), "data 26 " + QString("cd").repeated(16)},
          longFound,

@@ -191,9 +191,9 @@ void Interpreter::problems(const QStringList& words)
 {
     QObject* object = find<QObject>(words.value(1));
     const auto* application = qobject_cast<const GattApplication*>(object);
-    const BleFindings findings =
-        application ? application->problems()
-                    : find<GapAdvertisement>(words.value(1))->problems(words.value(2).toInt());
+    const int limit = words.value(2).toInt();
+    const BleFindings findings = application ? application->problems()
+                                             : find<GapAdvertisement>(words.value(1))->problems(limit, limit);
     for (const BleFinding& finding : findings) {
         say("problem " + finding.text());
     }

@@ -22,7 +22,7 @@ public:
     {
         const QVariantMap manager = Remote::properties(adapter(), "org.bluez.LEAdvertisingManager1");
         const auto capabilities = qdbus_cast<QVariantMap>(manager.value("SupportedCapabilities"));
-        return capabilities.value("MaxAdvLen").toInt();
+        return capabilities.value("MaxAdvLen", 251).toInt(); // 5.66 does not tell what btvirt's can
     }
     void recover() override
     {
