@@ -39,7 +39,7 @@ Doctor::Result Doctor::result()
 {
     Result result = plainResult();
     const QJsonObject whole = QJsonDocument::fromJson(result.output.toUtf8()).object();
-    for (const QJsonValue& value : whole["findings"].toArray()) {
+    for (const QJsonValue value : whole["findings"].toArray()) {
         const QJsonObject finding = value.toObject();
         result.names += finding["name"].toString();
         result.findings += Finding{finding["severity"].toString(), finding["text"].toString(),

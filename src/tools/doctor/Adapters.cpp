@@ -170,8 +170,8 @@ Adapters Adapters::examine(const Daemon& daemon, Report& report)
                 .arg(nameOf(all.constFirst())),
             "Disconnect the adapters that the program is not meant to use.");
     }
-    const Adapters adapters{firstManager(daemon, gattInterface, usable),
-                            firstManager(daemon, advertisingInterface, usable)};
+    Adapters adapters{firstManager(daemon, gattInterface, usable),
+                      firstManager(daemon, advertisingInterface, usable)};
     examineManagers(daemon, adapters, report);
     return adapters;
 }

@@ -86,7 +86,7 @@ QString Bus::errorText(const QDBusMessage& answer)
     return QString("%1 (%2)").arg(answer.errorMessage(), answer.errorName());
 }
 
-QDBusMessage Bus::ask(QDBusMessage question) const
+QDBusMessage Bus::ask(const QDBusMessage& question) const
 {
     QDBusPendingCallWatcher watcher(QDBusConnection::systemBus().asyncCall(question, m_timeoutMs));
     QEventLoop loop;

@@ -34,7 +34,7 @@ public:
     static QString errorText(const QDBusMessage& answer);
 
 private:
-    QDBusMessage ask(QDBusMessage question) const;
+    QDBusMessage ask(const QDBusMessage& question) const;
 
     int m_timeoutMs;
 };

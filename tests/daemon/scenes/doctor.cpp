@@ -38,7 +38,7 @@ public:
         Expect::require([this] { return m_process.state() == QProcess::NotRunning; }, "the doctor to end",
                         200);
         const QJsonDocument whole = QJsonDocument::fromJson(m_process.readAllStandardOutput());
-        for (const QJsonValue& finding : whole.object()["findings"].toArray()) {
+        for (const QJsonValue finding : whole.object()["findings"].toArray()) {
             m_findings.append(finding.toObject());
             Expect::note("doctor: " + finding["severity"].toString() + ' ' + finding["text"].toString());
         }
