@@ -1,5 +1,5 @@
-#include "BleManager.h"
 #include "Doctor.h"
+#include "FullAdapter.h"
 #include "SimulatorScenario.h"
 
 #include <QtTest>
@@ -173,13 +173,7 @@ void tst_doctor_adapters::whatAnOldDaemonDoesNotTellIsLeftOut()
 
 void tst_doctor_adapters::noFreeAdvertisementIsAProblem()
 {
-    Simulator simulator(Scenario::acceptEverything);
-    std::vector<std::unique_ptr<GapAdvertisement>> advertisements;
-    for (int i = 0; i < 5; ++i) {
-        advertisements.push_back(std::make_unique<GapAdvertisement>(nullptr, QString("/adv%1").arg(i)));
-        BleManager::instance()->add(advertisements.back().get());
-    }
-    EVENTUALLY_COMPARE(simulator.advertisements().size(), 5);
+    const FullAdapter fullAdapter;
     const Doctor::Result result = Doctor::examine();
     QCOMPARE(result.line("advertising.exhausted"), "problem hci0 takes no further advertisement: 5 are "
                                                    "active. | End a program that advertises; which do is "

@@ -43,6 +43,7 @@ private slots:
     void notStartingItIsAProblem();
     void theStandInIsAWarning();
     void anotherProgramIsAWarning();
+    void aProgramOfWhichNothingIsSeenIsAWarning();
     void itsVersionIsWhatItsProgramSays();
     void aVersionThatCannotBeToldIsAWarning_data();
     void aVersionThatCannotBeToldIsAWarning();
@@ -124,6 +125,19 @@ void tst_doctor_daemon::anotherProgramIsAWarning()
         line.endsWith("), which is not bluetoothd; what it accepts is not known. | If it is not meant to be "
                       "there, end it and start bluetoothd: systemctl restart bluetooth"),
         qPrintable(line));
+}
+
+void tst_doctor_daemon::aProgramOfWhichNothingIsSeenIsAWarning()
+{
+    const FakeDaemon fake("5.99");
+    const PrivateBus bus(
+        "<deny send_interface='org.freedesktop.DBus' send_member='GetConnectionUnixProcessID'/>");
+    const Companion daemon(fake.program(), {}, bus.address());
+    const QString line = Doctor::examine({}, bus.address()).line("daemon.unseen");
+    QVERIFY2(
+        line.startsWith("warning This user may not see which program org.bluez is (process unknown of user "),
+        qPrintable(line));
+    QVERIFY2(line.endsWith("), nor its version. | Run this as root."), qPrintable(line));
 }
 
 void tst_doctor_daemon::itsVersionIsWhatItsProgramSays()

@@ -25,6 +25,7 @@ private slots:
     void theDaemonsCallsArrive();
     void callsThatTheBusKeepsBackFromTheNameAreAProblem();
     void callsThatTheBusKeepsBackFromEverybodyAreAProblem();
+    void aDaemonThatMayNotBeAskedIsAProblem();
     void aDaemonThatDoesNotTryLeavesItOpen();
     void nothingIsTriedWithoutBeingAsked();
 };
@@ -127,6 +128,16 @@ void tst_doctor_name::callsThatTheBusKeepsBackFromEverybodyAreAProblem()
              "problem bluetoothd's calls do not reach a program of user " + user +
                  ": the bus keeps them back. | Put back the policy that comes with BlueZ: bluetooth.conf, in "
                  "/etc/dbus-1/system.d or /usr/share/dbus-1/system.d.");
+    QCOMPARE(result.exitCode, 1);
+}
+
+void tst_doctor_name::aDaemonThatMayNotBeAskedIsAProblem()
+{
+    const PrivateBus bus("<deny send_interface='org.bluez.GattManager1'/>");
+    const Companion simulator(Simulator::program(), {}, bus.address());
+    const Doctor::Result result = Doctor::examine({"--serve"}, bus.address());
+    QCOMPARE(result.finding("daemon.out-of-reach").severity, "problem");
+    QCOMPARE(result.finding("trial.skipped").severity, "warning");
     QCOMPARE(result.exitCode, 1);
 }
 

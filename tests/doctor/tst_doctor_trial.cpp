@@ -1,5 +1,5 @@
-#include "BleManager.h"
 #include "Doctor.h"
+#include "FullAdapter.h"
 #include "PrivateBus.h"
 #include "SimulatorScenario.h"
 
@@ -138,13 +138,7 @@ void tst_doctor_trial::aRefusalIsAProblem()
 
 void tst_doctor_trial::noRoomForAnAdvertisementIsAProblem()
 {
-    Simulator simulator(Scenario::acceptEverything);
-    std::vector<std::unique_ptr<GapAdvertisement>> advertisements;
-    for (int i = 0; i < 5; ++i) {
-        advertisements.push_back(std::make_unique<GapAdvertisement>(nullptr, QString("/adv%1").arg(i)));
-        BleManager::instance()->add(advertisements.back().get());
-    }
-    EVENTUALLY_COMPARE(simulator.advertisements().size(), 5);
+    const FullAdapter fullAdapter;
     const Doctor::Result result = Doctor::examine({"--advertise", "--seconds", "1"});
     QCOMPARE(result.line("advertise.full"), "problem bluetoothd takes no further advertisement: Maximum "
                                             "advertisements reached | End a program that "

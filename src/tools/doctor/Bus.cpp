@@ -86,6 +86,11 @@ QString Bus::errorText(const QDBusMessage& answer)
     return QString("%1 (%2)").arg(answer.errorMessage(), answer.errorName());
 }
 
+bool Bus::isDenied(const QDBusMessage& answer)
+{
+    return answer.errorName() == "org.freedesktop.DBus.Error.AccessDenied";
+}
+
 QDBusMessage Bus::ask(const QDBusMessage& question) const
 {
     QDBusPendingCallWatcher watcher(QDBusConnection::systemBus().asyncCall(question, m_timeoutMs));

@@ -32,6 +32,8 @@ public:
 
     /** "text (name)" of an error answer. */
     static QString errorText(const QDBusMessage& answer);
+    /** Whether the answer is that the bus did not hand on the call. */
+    static bool isDenied(const QDBusMessage& answer);
 
 private:
     QDBusMessage ask(const QDBusMessage& question) const;

@@ -57,7 +57,7 @@ void identify(const Bus& bus, Report& report, const QString& user)
 {
     const uint pid = valueOf(bus.askBus("GetConnectionUnixProcessID", {DBusBluezServiceName()})).toUInt();
     const QVariant simulator = valueOf(bus.askBus("GetConnectionUnixProcessID", {simulatorService}));
-    const QString where = QString("process %1 of user %2").arg(pid).arg(user);
+    const QString where = QString("process %1 of user %2").arg(pid ? QString::number(pid) : "unknown", user);
     QVariantMap values{{"process", pid}, {"user", user}};
     if (simulator.isValid() && simulator.toUInt() == pid) {
         report.warning(
@@ -70,12 +70,18 @@ void identify(const Bus& bus, Report& report, const QString& user)
     }
     const RunningProgram program(pid);
     values["program"] = program.name();
+    if (program.name().isEmpty()) {
+        report.warning(
+            "daemon.unseen",
+            QString("This user may not see which program org.bluez is (%1), nor its version.").arg(where),
+            "Run this as root.", values);
+        return;
+    }
     if (program.name() != "bluetoothd") {
         report.warning(
             "daemon.unknown",
             QString("org.bluez is %1 (%2), which is not bluetoothd; what it accepts is not known.")
-                .arg(program.name().isEmpty() ? QString("a program that cannot be seen") : program.name(),
-                     where),
+                .arg(program.name(), where),
             "If it is not meant to be there, end it and start bluetoothd: systemctl restart bluetooth",
             values);
         return;
@@ -107,18 +113,12 @@ Daemon Daemon::find(const Bus& bus, Report& report)
     registerDBusTypes();
     const QDBusMessage answer =
         bus.askBluez(DBusBluezObjectManagerPath(), "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
-    const QString error = answer.errorName();
     if (answer.type() == QDBusMessage::ReplyMessage) {
         daemon.isUsable = true;
         daemon.objects = qdbus_cast<DBusManagedObjectList>(valueOf(answer));
-    } else if (error == "org.freedesktop.DBus.Error.AccessDenied") {
-        report.problem("daemon.out-of-reach",
-                       QString("The bus does not let user %1 call bluetoothd: %2")
-                           .arg(userName(), Bus::errorText(answer)),
-                       QString("Allow it in a file in /etc/dbus-1/system.d: <policy user=\"%1\"><allow "
-                               "send_destination=\"org.bluez\"/></policy>")
-                           .arg(userName()));
-    } else if (error == "org.freedesktop.DBus.Error.NoReply") {
+    } else if (Bus::isDenied(answer)) {
+        reportOutOfReach(answer, report);
+    } else if (answer.errorName() == "org.freedesktop.DBus.Error.NoReply") {
         report.problem(
             "daemon.silent",
             QString("bluetoothd did not answer within %1 s, or ended over it.").arg(bus.timeoutMs() / 1000),
@@ -128,4 +128,14 @@ Daemon Daemon::find(const Bus& bus, Report& report)
                        "See what it says itself: journalctl -u bluetooth");
     }
     return daemon;
+}
+
+void Daemon::reportOutOfReach(const QDBusMessage& answer, Report& report)
+{
+    report.problem(
+        "daemon.out-of-reach",
+        QString("The bus does not let user %1 call bluetoothd: %2").arg(userName(), Bus::errorText(answer)),
+        QString("Allow it in a file in /etc/dbus-1/system.d: <policy user=\"%1\"><allow "
+                "send_destination=\"org.bluez\"/></policy>")
+            .arg(userName()));
 }

@@ -92,6 +92,9 @@ bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
     const QVariantMap values{{"name", name}, {"daemonUser", daemon.user}};
     if (probe.wasCalled()) {
         report.ok("calls.arrive", QString("bluetoothd's calls reach %1.").arg(program), values);
+    } else if (Bus::isDenied(answer)) {
+        Daemon::reportOutOfReach(answer, report);
+        return false;
     } else if (answer.errorName() == "org.bluez.Error.Failed") {
         // The daemon has tried: this is what it answers when it could not read the application.
         report.problem(

@@ -15,7 +15,8 @@ bool acquire(const Bus& bus, const QString& name, Report& report);
 void release(const Bus& bus, const QString& name);
 
 /**
- * Has the daemon call this process, and reports whether it came through; false when it did not.
+ * Has the daemon call this process, and reports whether it came through; false when it did not, or could not
+ * be asked.
  *
  * Nobody but the daemon can tell what the bus lets the daemon do. So it is asked to register an application
  * without a service: to refuse it, it has to call us first, and phones notice nothing.
