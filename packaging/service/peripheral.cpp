@@ -1,4 +1,5 @@
-// A peripheral as a system service: the program beside the unit, the bus policy and the logging configuration.
+// A peripheral as a system service: the program that goes with the unit, the bus policy and the logging.
+//
 // usage: example-peripheral LOGGING-CONFIGURATION
 
 #include "BleManager.h"
@@ -23,12 +24,12 @@ class Service : public QObject
     Q_OBJECT
 
 public:
-    /** Qt does not go back to a system bus that died, so the program ends and its supervisor starts it again. */
+    /** Qt does not go back to a system bus that died: the program ends, its supervisor starts it again. */
     bool endsWithItsBus()
     {
-        return QDBusConnection::systemBus().connect(
-            QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-            QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this, SLOT(busLost()));
+        return QDBusConnection::systemBus().connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                                                    QStringLiteral("org.freedesktop.DBus.Local"),
+                                                    QStringLiteral("Disconnected"), this, SLOT(busLost()));
     }
 
 private slots:
