@@ -12,6 +12,7 @@ configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/plim_bleConfig.cma
     ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake INSTALL_DESTINATION ${PLIM_CMAKE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake ${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake
+    ${PROJECT_SOURCE_DIR}/cmake/Findlog4cplus.cmake
     DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 

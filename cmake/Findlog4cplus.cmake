@@ -1,0 +1,20 @@
+# Target log4cplus::log4cplus. A log4cplus that was built with CMake, as Debian's, brings it in a package of its own; one
+# that was built with autotools, as OpenEmbedded's, brings a pkg-config file only.
+
+find_package(log4cplus ${log4cplus_FIND_VERSION} QUIET CONFIG)
+set(log4cplus_library log4cplus::log4cplus)
+if(NOT TARGET log4cplus::log4cplus)
+    unset(log4cplus_library)
+    find_package(PkgConfig QUIET)
+    if(PkgConfig_FOUND)
+        pkg_check_modules(PLIM_LOG4CPLUS QUIET IMPORTED_TARGET log4cplus>=${log4cplus_FIND_VERSION})
+    endif()
+    if(PLIM_LOG4CPLUS_FOUND)
+        set(log4cplus_library PkgConfig::PLIM_LOG4CPLUS)
+        set(log4cplus_VERSION ${PLIM_LOG4CPLUS_VERSION})
+        add_library(log4cplus::log4cplus INTERFACE IMPORTED)
+        target_link_libraries(log4cplus::log4cplus INTERFACE PkgConfig::PLIM_LOG4CPLUS)
+    endif()
+endif()
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(log4cplus REQUIRED_VARS log4cplus_library VERSION_VAR log4cplus_VERSION)
