@@ -82,10 +82,15 @@ private slots:
         LogCapture log(log4cplus::DEBUG_LOG_LEVEL);
         BleManager manager(nullptr);
         GapAdvertisement adv(nullptr, "/com/example/all");
+        for (const BleFinding& finding : adv.problems()) {
+            qWarning("%s", qPrintable(finding.text()));
+        }
+        QVERIFY(!adv.problems().isEmpty());
         manager.add(&adv);
         EVENTUALLY_VERIFY(says(log, failure("Failed to parse advertisement.")));
 
         const auto cured = advertisement(1);
+        QVERIFY(cured->problems().isEmpty());
         manager.add(cured.get());
         EVENTUALLY_VERIFY(says(log, success));
     }

@@ -87,6 +87,7 @@ public:
      * object's thread. The pointer is only compared: a null one, or one of a deleted object, is not held.
      */
     BleRegistrationState registrationState(const GattApplication* app) const;
+    /** The same of an advertisement. */
     BleRegistrationState registrationState(const GapAdvertisement* adv) const;
 
     /**

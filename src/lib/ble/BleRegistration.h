@@ -9,6 +9,7 @@
 /** What BleManager tells its observer: how one step ended, or what BlueZ did of itself. */
 struct PLIM_BLE_EXPORT BleRegistrationEvent
 {
+    /** What happened. */
     enum Kind
     {
         ManagerAppeared, ///< BlueZ's manager for one kind of object is there; everything held is registered
@@ -19,6 +20,7 @@ struct PLIM_BLE_EXPORT BleRegistrationEvent
                               ///< went
     };
 
+    /** What happened. */
     Kind kind = StepFailed;
 
     /** The step, by the name of its D-Bus method, for instance "RegisterApplication"; empty where none ended.
@@ -54,6 +56,7 @@ struct PLIM_BLE_EXPORT BleRegistrationEvent
 /** How BlueZ stands to an application or advertisement, as far as the manager can know. */
 struct PLIM_BLE_EXPORT BleRegistrationState
 {
+    /** How far it has come. */
     enum Phase
     {
         NotHeld,        ///< never added, removed, or deleted
@@ -64,6 +67,7 @@ struct PLIM_BLE_EXPORT BleRegistrationState
         Dropped ///< no longer registered: BlueZ released it, or the program called an unregister step itself
     };
 
+    /** How far it has come. */
     Phase phase = NotHeld;
 
     /** The object path of the manager that was asked; empty while not held or without a manager. */
