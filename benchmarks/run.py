@@ -71,17 +71,22 @@ def library_sizes(build):
     return "\n".join(f"{name:24}{size:>12}" for name, size in rows)
 
 
+def turn(variants, number):
+    """The variants in the order of a round or a run."""
+    start = number % len(variants)
+    return variants[start:] + variants[:start]
+
+
 def one_round(programs, operations, number, smoke, results):
     """Every operation with every variant, close to each other and in turning order."""
-    order = list(VARIANTS)[number % 3:] + list(VARIANTS)[:number % 3]
     for operation in operations:
         if operation.heavy and number % 4:
             continue
-        count = 1 if smoke else operation.count
-        for variant in order:
-            if variant in operation.variants:
-                results[operation][variant].append(measure(programs, variant, operation, count))
-    for variant in order:
+        for run in range(1 if smoke else operation.runs):
+            for variant in turn(operation.variants, number + run):
+                figures = measure(programs, variant, operation, 1 if smoke else operation.count)
+                results[operation][variant].append(figures)
+    for variant in turn(START_UP.variants, number):
         results[START_UP][variant].append(start_up(programs, variant))
 
 

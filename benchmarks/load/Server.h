@@ -20,7 +20,8 @@ using Arguments = std::function<void(sd_bus_message*)>;
 /** Time that only goes forward, in seconds. */
 double now();
 
-/** A server on the private bus, as seen from the load generator. */
+/** A server on the private bus, as seen from the load generator; it gets a processor of its own if there are
+ * two. */
 class Server
 {
 public:
@@ -50,7 +51,7 @@ public:
     double busTime() const;
 
 private:
-    clockid_t clockOf(const std::string& name) const;
+    pid_t processOf(const std::string& name) const;
     void step() const;
 
     sd_bus* m_bus = nullptr;

@@ -67,7 +67,7 @@ public:
         if (!m_latencies.empty()) {
             std::sort(m_latencies.begin(), m_latencies.end());
             result["median"] = m_latencies[m_latencies.size() / 2];
-            result["p99"] = m_latencies[(m_latencies.size() - 1) * 99 / 100];
+            result["p99"] = m_latencies[m_latencies.size() * 99 / 100];
         }
         return result;
     }
