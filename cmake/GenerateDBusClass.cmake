@@ -1,7 +1,8 @@
-# Makes CLASS.h and CLASS.cpp from XML with qdbusxml2cpp, which leaves three things undone:
+# Makes CLASS.h and CLASS.cpp from XML with qdbusxml2cpp, which leaves some things undone:
 # - the header names the builder's folders, in a comment that does not belong into an installed file;
 # - the class is not exported from the library: EXPORT goes in front of its name;
-# - comments are dropped from the introspection text: one that closes the interface element is put back.
+# - comments are dropped from the introspection text: one that closes the interface element is put back;
+# - an adaptor searches its parent's class for the slot at each call: DBusHelper::invokeMethod() keeps what it found.
 #
 # TOOL      qdbusxml2cpp
 # KIND      -a for an adaptor, -p for a proxy
@@ -30,3 +31,10 @@ if(KIND STREQUAL "-a" AND commentEnd GREATER -1)
     string(REPLACE "${generatedEnd}" "${comment}${generatedEnd}" header "${header}")
 endif()
 file(WRITE ${CLASS}.h "${header}")
+
+if(KIND STREQUAL "-a")
+    file(READ ${CLASS}.cpp source)
+    string(REPLACE "QMetaObject::invokeMethod(" "DBusHelper::invokeMethod(" source "${source}")
+    string(REPLACE "#include \"${CLASS}.h\"\n" "#include \"${CLASS}.h\"\n#include \"DBusHelper.h\"\n" source "${source}")
+    file(WRITE ${CLASS}.cpp "${source}")
+endif()

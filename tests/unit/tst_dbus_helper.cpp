@@ -25,6 +25,34 @@ private:
     int m_count = 0;
 };
 
+/** An object with slots, of which one takes a number and one a text. */
+class Answering : public QObject
+{
+    Q_OBJECT
+public slots:
+    QString answer(int number) { return "number "_qs + QString::number(number); }
+    QString answer(const QString& text) { return "text "_qs + text; }
+    void remember() { ++remembered; }
+
+public:
+    int remembered = 0;
+};
+
+/** Another class with a slot of the same name. */
+class OtherwiseAnswering : public QObject
+{
+    Q_OBJECT
+public slots:
+    static QString answer(int number) { return "otherwise "_qs + QString::number(number); }
+};
+
+QString answerOf(QObject* object, int number)
+{
+    QString answer;
+    DBusHelper::invokeMethod(object, "answer", Q_RETURN_ARG(QString, answer), Q_ARG(int, number));
+    return answer;
+}
+
 /** A list in a list in a list, … */
 QVariant nested(int depth, QVariant value)
 {
@@ -44,6 +72,10 @@ private slots:
     void anAbsentInterfaceIsFoundNowhere();
     void anAdaptorsEntryHoldsItsPropertiesAtThisMoment();
     void whatIsNoAdaptorHasNoEntry();
+    void invokeMethodCallsTheSlotOfEachClassAgainAndAgain();
+    void invokeMethodTellsSlotsOfOneNameApart();
+    void invokeMethodWorksWithoutArgumentsAndResult();
+    void invokeMethodSaysWhereThereIsNoSlot();
     void whatCannotTravelIsLeftOut_data();
     void whatCannotTravelIsLeftOut();
     void valuesThatExceedOneMessageAreLeftOut();
@@ -88,6 +120,46 @@ void tst_dbus_helper::whatIsNoAdaptorHasNoEntry()
     QObject object;
     QVERIFY(DBusHelper::generateDBusInterfaceList(&object).isEmpty());
     QVERIFY(DBusHelper::generateDBusInterfaceList(nullptr).isEmpty());
+}
+
+void tst_dbus_helper::invokeMethodCallsTheSlotOfEachClassAgainAndAgain()
+{
+    Answering one;
+    OtherwiseAnswering other;
+    for (int number = 1; number <= 2; ++number) {
+        QCOMPARE(answerOf(&one, number), "number "_qs + QString::number(number));
+        QCOMPARE(answerOf(&other, number), "otherwise "_qs + QString::number(number));
+    }
+}
+
+void tst_dbus_helper::invokeMethodTellsSlotsOfOneNameApart()
+{
+    Answering object;
+    static const char name[] = "answer";
+    QString answer;
+    QVERIFY(DBusHelper::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(int, 3)));
+    QCOMPARE(answer, "number 3"_qs);
+    QVERIFY(
+        DBusHelper::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(QString, "three"_qs)));
+    QCOMPARE(answer, "text three"_qs);
+}
+
+void tst_dbus_helper::invokeMethodWorksWithoutArgumentsAndResult()
+{
+    Answering object;
+    QVERIFY(DBusHelper::invokeMethod(&object, "remember"));
+    QVERIFY(DBusHelper::invokeMethod(&object, "remember"));
+    QCOMPARE(object.remembered, 2);
+}
+
+void tst_dbus_helper::invokeMethodSaysWhereThereIsNoSlot()
+{
+    Answering object;
+    for (int i = 0; i < 2; ++i) {
+        QTest::ignoreMessage(QtWarningMsg, "QMetaObject::invokeMethod: No such method Answering::forget()");
+        QVERIFY(!DBusHelper::invokeMethod(&object, "forget"));
+    }
+    QVERIFY(!DBusHelper::invokeMethod(nullptr, "remember"));
 }
 
 void tst_dbus_helper::whatCannotTravelIsLeftOut_data()

@@ -9,6 +9,9 @@
 #include <QMetaClassInfo>
 #include <QMetaProperty>
 
+#include <array>
+#include <map>
+
 namespace {
 
 constexpr int maximumDepth = 16;
@@ -79,6 +82,19 @@ QVariant marshallableAt(int depth, const QVariant& value)
     return isMarshallableScalar(value) ? value : QVariant();
 }
 
+/** The invokable method with that name and those parameter types, of which null ones do not count. */
+QMetaMethod findMethod(const QMetaObject& metaObject, const char* name, std::array<const char*, 2> types)
+{
+    QByteArrayList parameters;
+    for (const char* type : types) {
+        if (type) {
+            parameters << type;
+        }
+    }
+    const QByteArray signature = QByteArray(name) + '(' + parameters.join(',') + ')';
+    return metaObject.method(metaObject.indexOfMethod(QMetaObject::normalizedSignature(signature)));
+}
+
 qint64 sizeOfByteArray(const QVariant& value)
 {
     return value.userType() == QMetaType::QByteArray ? value.toByteArray().size() : 0;
@@ -132,6 +148,33 @@ DBusInterfaceList DBusHelper::generateDBusInterfaceList(QObject* adaptor)
         properties.insert(QString::fromLatin1(property.name()), property.read(adaptor));
     }
     return {{interface, properties}};
+}
+
+bool DBusHelper::invokeMethod(QObject* object, const char* name, QGenericReturnArgument result,
+                              QGenericArgument first, QGenericArgument second)
+{
+    if (!object) {
+        return false;
+    }
+    // The same literals mean the same signature.
+    using Call = std::array<const void*, 4>;
+    thread_local std::map<Call, QMetaMethod> known;
+    const Call call{object->metaObject(), name, first.name(), second.name()};
+    auto it = known.find(call);
+    if (it == known.end()) {
+        const QMetaMethod method = findMethod(*object->metaObject(), name, {first.name(), second.name()});
+        if (!method.isValid()) {
+            return QMetaObject::invokeMethod(object, name, result, first, second);
+        }
+        it = known.emplace(call, method).first;
+    }
+    return it->second.invoke(object, result, first, second);
+}
+
+bool DBusHelper::invokeMethod(QObject* object, const char* name, QGenericArgument first,
+                              QGenericArgument second)
+{
+    return invokeMethod(object, name, QGenericReturnArgument(), first, second);
 }
 
 QString DBusHelper::interfaceName(const QObject* adaptor)

@@ -9,8 +9,7 @@
 #include <QString>
 #include <QVariant>
 
-/** Operations on object-manager data and on adaptors. They hold no state and may be called from any thread.
- */
+/** Operations on object-manager data and on adaptors. They may be called from any thread. */
 namespace DBusHelper {
 
 /**
@@ -28,6 +27,21 @@ PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& object
  * information, gives an empty list
  */
 PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
+
+/**
+ * QMetaObject::invokeMethod() for an adaptor's call to its parent, which searches the parent's class for the
+ * slot at the first call only: the search takes longer than all else that a short call does.
+ *
+ * @param name    the slot's name, as text that stays where it is (a literal), like those that Q_ARG makes
+ * @param object  of a class that stays too, as those that moc knows do
+ * @return whether there was such a slot; where there is none, Qt says so on standard error
+ */
+PLIM_DBUS_EXPORT bool invokeMethod(QObject* object, const char* name, QGenericReturnArgument result,
+                                   QGenericArgument first = {}, QGenericArgument second = {});
+
+/** The same without a result. */
+PLIM_DBUS_EXPORT bool invokeMethod(QObject* object, const char* name, QGenericArgument first = {},
+                                   QGenericArgument second = {});
 
 /** The D-Bus interface that an adaptor serves, from its "D-Bus Interface" class information; empty without
  * one. */
