@@ -212,6 +212,33 @@ private slots:
         EVENTUALLY_COMPARE(example.state(), QProcess::NotRunning);
         QCOMPARE(example.exitCode(), 0);
     }
+
+    void outcomes()
+    {
+        PlimBleTest ble;
+        Example example("08-outcomes");
+        EVENTUALLY_VERIFY(example.says("warning: /com/example/outcomes/c0de0001"));
+        EVENTUALLY_VERIFY(example.says("advertisement: BlueZ is asked at /org/bluez/hci0"));
+        EVENTUALLY_VERIFY(
+            example.says("RegisterApplication of /com/example/outcomes at /org/bluez/hci0: done"));
+        const QString advertisement("/com/example/outcomes/advertisement");
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList(advertisement));
+        PlimBleTest::control("ReleaseAdvertisement", {QVariant::fromValue(QDBusObjectPath(advertisement))});
+        EVENTUALLY_VERIFY(example.says("BlueZ released /com/example/outcomes/advertisement"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList(advertisement));
+        ble.vanish();
+        EVENTUALLY_VERIFY(example.says("org.bluez.LEAdvertisingManager1 is gone from /org/bluez/hci0"));
+    }
+
+    void outcomesOfARefusal()
+    {
+        PlimBleTest ble;
+        ble.refuse("RegisterAdvertisement", "org.bluez.Error.NotPermitted", "Maximum advertisements reached");
+        Example example("08-outcomes");
+        EVENTUALLY_VERIFY(example.says("RegisterAdvertisement of /com/example/outcomes/advertisement at "
+                                       "/org/bluez/hci0: failed: Maximum advertisements reached "
+                                       "(org.bluez.Error.NotPermitted)"));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestExamples)

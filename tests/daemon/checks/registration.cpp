@@ -108,7 +108,6 @@ QList<AdvertisementCase> otherCases()
          none,
          accepted,
          accepted},
-        {"a name of 60 bytes", {"name " + QString(60, 'n')}, warning, accepted, accepted},
     };
 }
 
@@ -174,6 +173,7 @@ QList<AdvertisementCase> sizeCases(int limit)
          accepted},
         {"31 bytes of scan response", halves(15, 16), none, accepted, accepted},
         {"32 bytes of scan response", halves(16, 16), isExtended ? none : error, accepted, longIn582},
+        {"a name of 60 bytes", {"name " + QString(60, 'n')}, isExtended ? none : warning, accepted, accepted},
         {"32 bytes of service and raw data",
          {"service-data 180d " + QString("ab").repeated(10), "data 26 " + QString("cd").repeated(16)},
          longFound,
