@@ -93,7 +93,7 @@ private slots:
         const auto calls = [] {
             return PlimBleTest::control("Calls").arguments().value(0).value<QDBusArgument>();
         };
-        EVENTUALLY_VERIFY(qdbus_cast<QList<QVariantMap>>(calls()).size() > 0);
+        EVENTUALLY_VERIFY(!qdbus_cast<QList<QVariantMap>>(calls()).isEmpty());
         QVERIFY(ble.applications().isEmpty());
         ble.refuse("RegisterApplication", {});
         ble.restart();

@@ -1,0 +1,81 @@
+// What docs/guide.md says of long values: its sequence picture, step by step.
+
+#include "BleManager.h"
+#include "GattApplication.h"
+#include "PlimBleTest.h"
+
+namespace {
+
+constexpr int PatienceMs = 10000;
+const QByteArray v1(1100, '1');
+const QByteArray v2(1100, '2');
+const QByteArray v3(1100, '3');
+
+/** What of a value gets to a phone with a notification. */
+QList<QByteArray> notified(const QList<QByteArray>& values)
+{
+    QList<QByteArray> shortened;
+    for (const QByteArray& value : values) {
+        shortened << value.left(512);
+    }
+    return shortened;
+}
+
+} // namespace
+
+#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, PatienceMs)
+
+class TestGuide : public QObject
+{
+    Q_OBJECT
+
+private:
+    static QByteArray read(const GattCharacteristic* characteristic)
+    {
+        const QVariantList arguments{QVariant::fromValue(QDBusObjectPath(characteristic->dbusPath())),
+                                     QVariant::fromValue(ushort(0))};
+        return PlimBleTest::control("Read", arguments).arguments().value(0).toByteArray();
+    }
+
+private slots:
+    void aLongValueIsFetchedPageByPageWhileOthersArePushed()
+    {
+        PlimBleTest ble;
+        GattApplication app(nullptr, "/com/example/guide", "com.example.Guide");
+        GattService* service = app.createService("c0de0001-5f2a-4d6b-9a57-1f6d0a3b0008", true);
+        GattCharacteristic* control =
+            service->createCharacteristic("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0008", GattCharacteristic::Write);
+        GattCharacteristic* data =
+            service->createCharacteristic("c0de0003-5f2a-4d6b-9a57-1f6d0a3b0008",
+                                          GattCharacteristic::Read | GattCharacteristic::Notify, control);
+        BleManager::instance()->add(&app);
+        EVENTUALLY_COMPARE(ble.applications().size(), 1);
+        ble.subscribe(data->dbusPath());
+
+        data->setValue(v1);
+        EVENTUALLY_COMPARE(ble.notifications(data->dbusPath()), notified({v1}));
+        ble.write(control->dbusPath(), "0");
+        EVENTUALLY_COMPARE(ble.notifications(data->dbusPath()).size(),
+                           2); // v1, which was kept for a "0", too
+        QCOMPARE(read(data), v1.mid(0, 512));
+        ble.write(control->dbusPath(), "1");
+        data->setValue(v2);
+        data->setValue(v3);
+        QCOMPARE(read(data), v1.mid(512, 512));
+        ble.write(control->dbusPath(), "2");
+        QCOMPARE(read(data), v1.mid(1024));
+        ble.write(control->dbusPath(), "0");
+        EVENTUALLY_COMPARE(ble.notifications(data->dbusPath()), notified({v1, v1, v3}));
+
+        // The control says "0" now, so that pushed values still wait, until the program ends the transfer.
+        data->setValue(v2);
+        QCOMPARE(data->value(), v3);
+        control->setValue({});
+        data->setValue(v2);
+        QCOMPARE(data->value(), v2);
+        EVENTUALLY_COMPARE(ble.notifications(data->dbusPath()), notified({v1, v1, v3, v2}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestGuide)
+#include "tst_guide.moc"
