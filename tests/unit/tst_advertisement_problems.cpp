@@ -254,6 +254,8 @@ void tst_advertisement_problems::everyPartOfThePayloadCounts_data()
     row("assigned UUID", 4, [=](GapAdvertisement& adv) { adv.setServiceUUIDs({assigned}); });
     row("32-bit UUID", 6, [](GapAdvertisement& adv) { adv.setServiceUUIDs({"0000180d"}); });
     row("128-bit UUID", 18, [=](GapAdvertisement& adv) { adv.setServiceUUIDs({long128}); });
+    row("32-bit UUID in the long form", 18,
+        [](GapAdvertisement& adv) { adv.setServiceUUIDs({"feed180d-0000-1000-8000-00805f9b34fb"}); });
     row("UUIDs of one size", 8, [](GapAdvertisement& adv) {
         adv.setServiceUUIDs({"180d", "0x180f", "180a"});
     });

@@ -61,6 +61,7 @@ private slots:
     void aPathThatIsTakenIsFound();
     void aPathThatIsNoneIsFoundOnce();
     void belowTheRootPathNothingCanBeExported();
+    void aBadPathHidesOnlyTheOnesBelow();
     void collidingPathsAreFound();
     void aSecondChildWithTheSameUuidIsFound();
     void aSecondDescriptorWithTheSameUuidIsFound();
@@ -229,6 +230,17 @@ void tst_gatt_problems::belowTheRootPathNothingCanBeExported()
     QCOMPARE(found(app), QStringList("error //180f"));
 }
 
+void tst_gatt_problems::aBadPathHidesOnlyTheOnesBelow()
+{
+    const LogCapture log;
+    GattApplication app(nullptr, "/app", "org.plim.problems");
+    for (const char* uuid : {"a b", "c d"}) {
+        app.createService(uuid, true)->createCharacteristic(valueUuid, Char::Read);
+    }
+    QCOMPARE(found(app),
+             QStringList({"error /app/a b", "error /app/a b", "error /app/c d", "error /app/c d"}));
+}
+
 void tst_gatt_problems::collidingPathsAreFound()
 {
     const LogCapture log;
@@ -257,6 +269,9 @@ void tst_gatt_problems::aSecondChildWithTheSameUuidIsFound()
              "Another one with the UUID \"" + serviceUuid + "\" was added later and has taken its place");
     QCOMPARE(tree.app.problems().at(1).what,
              QString("It is not exported: the path was taken when it was made"));
+    // What is wrong with the displaced one itself no longer matters.
+    tree.service->createCharacteristic("nonsense", Char::Option(0));
+    QCOMPARE(found(tree.app).size(), 2);
     delete tree.service;
     QCOMPARE(found(tree.app), QStringList("error " + servicePath));
 }

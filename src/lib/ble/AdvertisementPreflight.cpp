@@ -178,7 +178,7 @@ void AdvertisementPreflight::checkRaw(const QString& property, const DBusAdvData
 void AdvertisementPreflight::checkPayload(int limit)
 {
     const bool isPeripheral = m_adv.m_type == GapAdvertisement::Peripheral;
-    const bool hasFlags = m_adv.m_discoverable || (isPeripheral && shows("Discoverable"));
+    const bool hasFlags = isPeripheral && shows("Discoverable");
     const QVector<QPair<QString, int>> parts{
         {QStringLiteral("flags"), hasFlags ? flagsLength : 0},
         {QStringLiteral("ServiceUUIDs"), uuidsLength()},

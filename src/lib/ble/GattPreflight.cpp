@@ -105,5 +105,4 @@ void GattPreflight::checkSiblings(const QObject& parent, const Children& recorde
         m_hasPath = parentHasPath && checkPath(child, child->m_dbusPath);
         check(*child);
     }
-    m_hasPath = parentHasPath;
 }
