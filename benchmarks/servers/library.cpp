@@ -94,7 +94,7 @@ Library::Library()
         const QByteArray value(int(Layout::valueSize(i)), 'v');
         characteristic->setValue(value);
         if (i == Layout::Callback20 || i == Layout::Callback512) {
-            characteristic->setReadCallback([value] { return value; });
+            characteristic->setReadCallback([value] { return QByteArray(value); });
         }
         if (i == Layout::Notifying) {
             m_notifying = characteristic;
