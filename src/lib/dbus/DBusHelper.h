@@ -32,11 +32,11 @@ PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
  * QMetaObject::invokeMethod() for an adaptor's call to its parent, which searches the parent's class for the
  * slot at the first call only: the search takes longer than all else that a short call does.
  *
- * @param object  of a class that stays, as those that moc knows do
- * @param name    the slot's name, as text that stays where it is (a literal), like those that Q_ARG makes
- * @param result  where the slot's result goes, made with Q_RETURN_ARG
- * @param first   the slot's first argument, made with Q_ARG; none where it takes none
- * @param second  its second one
+ * @param object  of a class that stays, as those that moc knows do; null gives false
+ * @param name    the slot's name, as text that stays where it is (a literal), like the type names of Q_ARG
+ * @param result  where the slot's result goes
+ * @param first   the slot's arguments, as many as it has
+ * @param second  see first
  * @return whether there was such a slot; where there is none, Qt says so on standard error
  */
 PLIM_DBUS_EXPORT bool invokeMethod(QObject* object, const char* name, QGenericReturnArgument result,
