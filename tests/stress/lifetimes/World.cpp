@@ -48,6 +48,22 @@ int totalWeight()
 World::World(unsigned seed, Simulator* daemon, bool verbose)
     : m_random(seed), m_daemon(daemon), m_verbose(verbose)
 {
+    observe();
+}
+
+World::~World()
+{
+    BleManager::instance()->setRegistrationObserver({});
+}
+
+/** Hears of all registrations by an observer that asks back and replaces itself each time. */
+void World::observe()
+{
+    BleManager::instance()->setRegistrationObserver([this](const BleRegistrationEvent& event) {
+        observe();
+        event.text();
+        misjudged();
+    });
 }
 
 void World::act()
@@ -240,6 +256,40 @@ QStringList World::registrable() const
     return sorted(paths);
 }
 
+/** The paths of the objects that the manager says are held and are not, or are not held and are. */
+QStringList World::misjudged() const
+{
+    QStringList paths;
+    const auto judge = [&paths](const auto& all, const auto& held) {
+        for (const auto* object : all) {
+            const auto phase = BleManager::instance()->registrationState(object).phase;
+            if ((phase == BleRegistrationState::NotHeld) == held.contains(object)) {
+                paths << object->dbusPath();
+            }
+        }
+    };
+    judge(alive(m_applications), alive(m_heldApplications));
+    judge(alive(m_advertisements), alive(m_heldAdvertisements));
+    return paths;
+}
+
+/** The paths of the objects that the manager says are registered. */
+QStringList World::registered() const
+{
+    QStringList paths;
+    const auto list = [&paths](const auto& all) {
+        for (const auto* object : all) {
+            const BleRegistrationState state = BleManager::instance()->registrationState(object);
+            if (state.phase == BleRegistrationState::Registered) {
+                paths << object->dbusPath();
+            }
+        }
+    };
+    list(alive(m_applications));
+    list(alive(m_advertisements));
+    return sorted(paths);
+}
+
 QString World::discrepancy()
 {
     for (const char* member : {"RegisterApplication", "UnregisterApplication", "RegisterAdvertisement",
@@ -268,6 +318,10 @@ QString World::discrepancy()
                     .arg(registrable().join(' '), advertisements.join(' '),
                          m_daemon->applications().join(' '), m_daemon->advertisements().join(' '))
                     .arg(Figures::now().watchers);
+    } else if (!misjudged().isEmpty() || registered() != sorted(registrable() + advertisements)) {
+        wrong = QStringLiteral("the manager misjudges: %1; held: %2; said to be registered: %3")
+                    .arg(misjudged().join(' '), (registrable() + advertisements).join(' '),
+                         registered().join(' '));
     }
     m_depth -= maximumDepth;
     return wrong;

@@ -27,6 +27,7 @@ class World
 {
 public:
     World(unsigned seed, Simulator* daemon, bool verbose);
+    ~World();
     Q_DISABLE_COPY(World)
 
     /** One deed, with those that it starts. */
@@ -110,6 +111,9 @@ private:
     template <typename Object, typename Signal>
     void interfereAt(Object* object, Signal signal);
     QStringList registrable() const;
+    void observe();
+    QStringList misjudged() const;
+    QStringList registered() const;
 
     std::mt19937 m_random;
     Simulator* m_daemon;

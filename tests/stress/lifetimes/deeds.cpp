@@ -153,6 +153,10 @@ void askEverything(World& world)
 {
     if (GattApplication* app = world.application()) {
         app->GetManagedObjects();
+        app->problems();
+    }
+    if (GapAdvertisement* adv = world.advertisement()) {
+        adv->problems();
     }
     if (GattCharacteristic* characteristic = world.characteristic()) {
         const QString interface = QStringLiteral("org.bluez.GattCharacteristic1");
