@@ -3,7 +3,7 @@
 # Every install rule of this project names its component, which is also the package that it goes into (PlimPackages):
 #   runtime  what a finished device needs: the shared libraries
 #   dev      what building against them takes: headers, linker names, CMake and pkg-config files
-#   tools    programs for people: the stand-in daemon
+#   tools    programs for people: the stand-in daemon, the doctor
 
 include(CMakePackageConfigHelpers)
 

@@ -267,7 +267,7 @@ void tst_registration_observer::anAnswerAboutADeletedObjectIsOvertaken()
 void tst_registration_observer::anAnswerAboutARemovedObjectIsOvertaken()
 {
     Simulator daemon;
-    daemon.answerLate("RegisterApplication", 200);
+    daemon.answerLate("RegisterApplication", 3000);
     const Application app("/app");
     const Told told;
     BleManager::instance()->add(&app);

@@ -125,7 +125,7 @@ void tst_registration_state::removedAndDeletedObjectsAreNotHeld()
 void tst_registration_state::anOvertakenAnswerChangesNothing()
 {
     Simulator daemon;
-    daemon.answerLate("RegisterApplication", 300);
+    daemon.answerLate("RegisterApplication", 3000);
     Application app("/app");
     const Told told;
     BleManager::instance()->add(&app);
@@ -142,7 +142,7 @@ void tst_registration_state::anOvertakenAnswerChangesNothing()
 void tst_registration_state::anAnswerAboutADeletedObjectSaysNothingOfTheNextAtItsAddress()
 {
     Simulator daemon;
-    daemon.answerLate("RegisterApplication", 300);
+    daemon.answerLate("RegisterApplication", 3000);
     alignas(Application) char place[sizeof(Application)];
     auto* first = new (place) Application("/first");
     BleManager* manager = BleManager::instance();
@@ -164,7 +164,7 @@ void tst_registration_state::anAnswerAboutADeletedObjectSaysNothingOfTheNextAtIt
 void tst_registration_state::anAnswerToAStepBeforeAddingChangesNothing()
 {
     Simulator daemon;
-    daemon.answerLate("RegisterApplication", 200);
+    daemon.answerLate("RegisterApplication", 3000);
     const Application app("/app");
     BleManager* manager = BleManager::instance();
     const Told told;
@@ -276,7 +276,7 @@ void tst_registration_state::aReleasedAdvertisementIsDroppedUntilItChanges()
 void tst_registration_state::aReleaseWhileAskedSaysNothing()
 {
     Simulator daemon(acceptEverything);
-    daemon.answerLate("RegisterAdvertisement", 300);
+    daemon.answerLate("RegisterAdvertisement", 3000);
     const GapAdvertisement adv(nullptr, "/adv");
     Told told;
     BleManager::instance()->add(&adv);

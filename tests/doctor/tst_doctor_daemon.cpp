@@ -234,7 +234,8 @@ void tst_doctor_daemon::aDaemonThatNeverAnswersIsAProblemInTheEnd()
     QCOMPARE(result.line("daemon.silent"),
              "problem bluetoothd did not answer within 3 s, or ended over it. | Start it "
              "again: systemctl restart bluetooth");
-    QCOMPARE(result.errors, "... waiting for the answer to GetManagedObjects\n");
+    QVERIFY2(result.errors.contains("... waiting for the answer to GetManagedObjects\n"),
+             qPrintable(result.errors));
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -244,7 +245,8 @@ void tst_doctor_daemon::aDaemonThatAnswersLateIsWaitedFor()
     simulator.answerLate("GetManagedObjects", 3000);
     const Doctor::Result result = Doctor::examine({"--timeout", "40"});
     QCOMPARE(result.finding("adapter.on").severity, "ok");
-    QCOMPARE(result.errors, "... waiting for the answer to GetManagedObjects\n");
+    QVERIFY2(result.errors.contains("... waiting for the answer to GetManagedObjects\n"),
+             qPrintable(result.errors));
     QCOMPARE(result.exitCode, 0);
 }
 

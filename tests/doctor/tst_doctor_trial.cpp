@@ -157,8 +157,10 @@ void tst_doctor_trial::noAnswerIsAProblemInTheEnd()
                                           "of the application. | Start it again: "
                                           "systemctl restart bluetooth");
     QCOMPARE(result.finding("calls.untold").severity, "warning");
-    QCOMPARE(result.errors, "... waiting for the answer to RegisterApplication\n"
-                            "... waiting for the answer about the application and the advertisement\n");
+    for (const char* line : {"... waiting for the answer to RegisterApplication\n",
+                             "... waiting for the answer about the application and the advertisement\n"}) {
+        QVERIFY2(result.errors.contains(line), qPrintable(result.errors));
+    }
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -222,7 +224,9 @@ void tst_doctor_trial::verboseOnesPrintTheLibrarysLog()
     QVERIFY2(verbose.errors.contains("Add advertisement: /org/plim/doctor/advertisement\n"),
              qPrintable(verbose.errors));
     QCOMPARE(verbose.finding("advertise.registered").severity, "ok");
-    QCOMPARE(Doctor::examine({"--advertise", "--seconds", "1"}).errors, "... 1 s left\n");
+    const Doctor::Result quiet = Doctor::examine({"--advertise", "--seconds", "1"});
+    QVERIFY2(!quiet.errors.contains("Add advertisement"), qPrintable(quiet.errors));
+    QVERIFY2(quiet.errors.contains("... 1 s left\n"), qPrintable(quiet.errors));
 }
 
 QTEST_GUILESS_MAIN(tst_doctor_trial)

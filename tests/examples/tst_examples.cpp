@@ -33,7 +33,7 @@ public:
     explicit Example(const QString& name)
     {
         setProcessChannelMode(MergedChannels);
-        start(QStringLiteral(EXAMPLES "/example-") + name, QStringList());
+        start(QStringLiteral(EXAMPLES "/") + name, QStringList());
         connect(this, &QProcess::readyRead, this, [this] { m_output += readAll(); });
     }
 
@@ -68,7 +68,7 @@ private slots:
     void batteryLevel()
     {
         PlimBleTest ble;
-        Example example("01-battery-level");
+        Example example("example-01-battery-level");
         EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/battery"));
         EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/battery/advertisement"));
         const QString level = ble.find(assigned(0x2a19));
@@ -81,7 +81,7 @@ private slots:
     void setting()
     {
         PlimBleTest ble;
-        Example example("02-setting");
+        Example example("example-02-setting");
         EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/lamp"));
         EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/lamp/advertisement"));
         const QString brightness = ble.find(own(2, 2));
@@ -105,7 +105,7 @@ private slots:
     void longValue()
     {
         PlimBleTest ble;
-        Example example("03-long-value");
+        Example example("example-03-long-value");
         EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/log"));
         EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/log/advertisement"));
         const QString page = ble.find(own(3, 2));
@@ -129,7 +129,7 @@ private slots:
     void beacon()
     {
         PlimBleTest ble;
-        Example example("04-beacon");
+        Example example("example-04-beacon");
         const QString path = "/com/example/beacon";
         EVENTUALLY_COMPARE(ble.advertisements(), QStringList(path));
         QCOMPARE(ble.advertisement(path).value("Type").toString(), "broadcast");
@@ -152,7 +152,7 @@ private slots:
     void wholeDevice()
     {
         PlimBleTest ble;
-        Example example("05-whole-device");
+        Example example("example-05-whole-device");
         EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/thermostat"));
         EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/thermostat/advertisement"));
         QCOMPARE(ble.read(ble.find(assigned(0x2a29))), QByteArray("Example Devices"));
@@ -180,7 +180,7 @@ private slots:
     void eventLoop()
     {
         PlimBleTest ble;
-        Example example("07-event-loop");
+        Example example("example-07-event-loop");
         EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/uptime"));
         const QString uptime = ble.find(own(7, 2));
         ble.subscribe(uptime);
@@ -203,7 +203,7 @@ private slots:
         QVERIFY(bus.waitForReadyRead(PatienceMs));
         const QByteArray address = bus.readLine().trimmed();
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", address);
-        Example example("07-event-loop");
+        Example example("example-07-event-loop");
         const auto observer = QDBusConnection::connectToBus(address, "observer");
         EVENTUALLY_VERIFY(observer.interface()->isServiceRegistered("com.example.Uptime"));
         bus.kill();
@@ -216,7 +216,7 @@ private slots:
     void outcomes()
     {
         PlimBleTest ble;
-        Example example("08-outcomes");
+        Example example("example-08-outcomes");
         EVENTUALLY_VERIFY(example.says("warning: /com/example/outcomes/c0de0001"));
         EVENTUALLY_VERIFY(example.says("advertisement: BlueZ is asked at /org/bluez/hci0"));
         EVENTUALLY_VERIFY(
@@ -234,10 +234,23 @@ private slots:
     {
         PlimBleTest ble;
         ble.refuse("RegisterAdvertisement", "org.bluez.Error.NotPermitted", "Maximum advertisements reached");
-        Example example("08-outcomes");
+        Example example("example-08-outcomes");
         EVENTUALLY_VERIFY(example.says("RegisterAdvertisement of /com/example/outcomes/advertisement at "
                                        "/org/bluez/hci0: failed: Maximum advertisements reached "
                                        "(org.bluez.Error.NotPermitted)"));
+    }
+
+    void demo()
+    {
+        PlimBleTest ble;
+        ble.refuse("RegisterAdvertisement", "org.bluez.Error.Failed", "Failed to register advertisement");
+        Example peripheral("demo-peripheral");
+        EVENTUALLY_VERIFY(
+            peripheral.says("RegisterApplication of /com/example/heartrate at /org/bluez/hci0: done"));
+        EVENTUALLY_VERIFY(peripheral.says("RegisterAdvertisement of /com/example/heartrate/advertisement at "
+                                          "/org/bluez/hci0: failed: Failed to register advertisement"));
+        ble.vanish();
+        EVENTUALLY_VERIFY(peripheral.says("org.bluez.GattManager1 is gone from /org/bluez/hci0"));
     }
 };
 

@@ -69,8 +69,9 @@ public:
     void remove(const GapAdvertisement* adv);
 
     /**
-     * Sets who hears of each step's outcome, of BlueZ's managers and of releases, from now on; an empty
-     * function ends that. There is one observer at a time, and none at first.
+     * Sets who hears of each step's outcome, of BlueZ's managers and of releases; an empty function ends
+     * that. There is one observer at a time, and none at first. What is on its way already goes to the new
+     * one.
      *
      * It is called on this object's thread from the event loop, never inside a call of this class, in the
      * order in which things happened; so it may do anything: add, remove and delete objects, this manager

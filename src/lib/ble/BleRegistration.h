@@ -12,7 +12,8 @@ struct PLIM_BLE_EXPORT BleRegistrationEvent
     /** What happened. */
     enum Kind
     {
-        ManagerAppeared, ///< BlueZ's manager for one kind of object is there; everything held is registered
+        ManagerAppeared, ///< BlueZ's manager for one kind of object is there, and asked to register what is
+                         ///< held
         ManagerGone,     ///< it is there no longer, or the whole daemon ended
         StepSucceeded,   ///< BlueZ answered a step
         StepFailed,      ///< BlueZ refused a step, never answered it, or the step could not be sent

@@ -18,7 +18,7 @@ inherit cmake_qt5 pkgconfig
 
 EXTRA_OECMAKE += "-DPLIM_BUILD_EXAMPLES=OFF -DPLIM_BUILD_TESTS=OFF"
 
-# The stand-in daemon, to test programs on the device without its radio.
+# The stand-in daemon, to test programs on the device without its radio, and the doctor.
 PACKAGECONFIG ??= ""
 PACKAGECONFIG[tools] = "-DPLIM_BUILD_TOOLS=ON,-DPLIM_BUILD_TOOLS=OFF"
 
