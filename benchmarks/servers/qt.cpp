@@ -53,6 +53,7 @@ class BareQt : public Subject
 {
 public:
     BareQt();
+    Q_DISABLE_COPY(BareQt)
     void notify(const QByteArray& value) override;
     void grow(const QString& root, unsigned characteristics) override;
     void shrink() override { m_tree.reset(); }

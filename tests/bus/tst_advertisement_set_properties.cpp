@@ -49,7 +49,7 @@ const QMap<QString, Setter>& setters()
 QMap<QString, QJsonValue> shown(const BusMessage& answer)
 {
     QMap<QString, QJsonValue> values;
-    for (const QJsonValue& entry : answer.body.at(0).toArray()) {
+    for (const auto& entry : answer.body.at(0).toArray()) {
         values.insert(entry.toArray().at(0).toString(), entry.toArray().at(1));
     }
     return values;

@@ -63,7 +63,8 @@ void tst_characteristic_properties::startAndStopNotifyTellEachTime()
     tree.plain->StartNotify();
     tree.plain->StartNotify();
     tree.plain->StopNotify();
-    QCOMPARE(QList<QList<QVariant>>(told), (QList<QList<QVariant>>{{false}, {true}, {true}, {false}}));
+    const QList<QList<QVariant>>& states = told;
+    QCOMPARE(states, (QList<QList<QVariant>>{{false}, {true}, {true}, {false}}));
 }
 
 void tst_characteristic_properties::notifyingFollowsTheLastCall()
@@ -201,7 +202,7 @@ void tst_characteristic_properties::theEntryForManagedObjectsHoldsEveryProperty(
     tree.plain->StartNotify();
     const DBusInterfaceList interfaces = tree.plain->dbusInterfaceList();
     QCOMPARE(interfaces.keys(), QStringList(characteristicInterface()));
-    const QVariantMap properties = interfaces.first();
+    const QVariantMap& properties = interfaces.first();
     QCOMPARE(properties.keys(),
              (QStringList{"Flags"_qs, "Notifying"_qs, "Service"_qs, "UUID"_qs, "Value"_qs}));
     QCOMPARE(properties.value("Flags"_qs), QVariant(QStringList{"read"_qs, "write"_qs, "notify"_qs}));

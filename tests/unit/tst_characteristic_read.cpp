@@ -53,7 +53,7 @@ void tst_characteristic_read::everyReadAtOffsetZeroCallsTheCallback()
 void tst_characteristic_read::continuationReadsSliceWhatTheFirstReadFetched()
 {
     GattTree tree;
-    const QByteArray value = numberedBytes(700);
+    QByteArray value = numberedBytes(700);
     int calls = 0;
     tree.plain->setReadCallback([&] {
         ++calls;

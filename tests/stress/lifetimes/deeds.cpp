@@ -75,7 +75,7 @@ void spin(World& world)
 std::function<QByteArray()> callback(World& world)
 {
     World* const w = &world;
-    const QByteArray answer = world.bytes();
+    QByteArray answer = world.bytes();
     switch (world.below(6)) {
     case 0:
         return {};

@@ -14,8 +14,8 @@
 namespace {
 
 constexpr int deedsBetweenChecks = 5000;
-constexpr qint64 heapSlack = 256 * 1024; // caches of Qt, such as those of types and of the event loop
-constexpr qint64 heapPerName = 100;      // Qt lists each bus name as often as an application requests it
+constexpr qint64 heapSlack = 256 << 10; // caches of Qt, such as those of types and of the event loop
+constexpr qint64 heapPerName = 100;     // Qt lists each bus name as often as an application requests it
 
 int fail(unsigned seed, qint64 deeds, const QString& what)
 {

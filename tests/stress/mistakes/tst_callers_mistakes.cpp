@@ -278,7 +278,7 @@ void tst_callers_mistakes::valuesThatTheBusCannotCarryStayLocal()
 
 void tst_callers_mistakes::aDescriptorsEndlessValueStaysLocal()
 {
-    const QByteArray endless(70 << 20, 'x');
+    QByteArray endless(70 << 20, 'x');
     GattTree tree;
     tree.descriptor->setReadCallback([&endless] { return endless; });
     RawBusClient client;

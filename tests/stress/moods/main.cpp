@@ -21,7 +21,7 @@
 namespace {
 
 constexpr int patienceMs = 60000;
-constexpr qint64 heapSlack = 256 * 1024; // caches of Qt, such as those of types and of the event loop
+constexpr qint64 heapSlack = 256 << 10; // caches of Qt, such as those of types and of the event loop
 const char* const members[] = {"RegisterApplication", "UnregisterApplication", "RegisterAdvertisement",
                                "UnregisterAdvertisement"};
 

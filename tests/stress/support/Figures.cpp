@@ -52,7 +52,7 @@ qint64 heapInUse()
     return qint64(__sanitizer_get_current_allocated_bytes());
 #else
     const struct mallinfo2 info = mallinfo2();
-    return qint64(info.uordblks + info.hblkhd);
+    return qint64(info.uordblks) + qint64(info.hblkhd);
 #endif
 }
 
@@ -116,7 +116,7 @@ qint64 heapNoise()
 #ifdef __SANITIZE_ADDRESS__
     return 0;
 #else
-    return 768 * 1024;
+    return 768 << 10;
 #endif
 }
 
