@@ -52,7 +52,7 @@ int main(int argc, char** argv)
     }
     BleManager* manager = BleManager::instance();
     manager->setRegistrationObserver([&](const BleRegistrationEvent& event) {
-        if (event.overtaken) {
+        if (event.superseded) {
             return; // a later step is under way
         }
         say(event.text());

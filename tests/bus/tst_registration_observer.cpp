@@ -57,7 +57,7 @@ void tst_registration_observer::everyStepIsToldWithItsPathsAndOutcome()
         QCOMPARE(event.managerInterface, isApp ? gattManager : advertisingManager);
         QCOMPARE(event.managerPath, firstAdapter);
         QCOMPARE(event.kind, Event::StepSucceeded);
-        QVERIFY(!event.overtaken);
+        QVERIFY(!event.superseded);
     }
     QCOMPARE(QSet<QString>(heard.begin(), heard.end()), QSet<QString>(steps.begin(), steps.end()));
 }
@@ -77,7 +77,7 @@ void tst_registration_observer::anErrorIsToldWithItsNameAndText()
     QCOMPARE(refusal.kind, Event::StepFailed);
     QCOMPARE(refusal.errorName, QString("org.bluez.Error.NotReady"));
     QCOMPARE(refusal.errorMessage, QString("Not today"));
-    QVERIFY(!refusal.overtaken);
+    QVERIFY(!refusal.superseded);
     QCOMPARE(told.lines(), QStringList({"RegisterApplication of /app at /org/bluez/hci0: failed: Not today "
                                         "(org.bluez.Error.NotReady)",
                                         "RegisterAdvertisement of /adv at /org/bluez/hci0: failed: "
@@ -246,10 +246,10 @@ void tst_registration_observer::theFirstOfTwoAnswersToAChangeIsOvertaken()
     told.clear();
     adv.setAppearance(1);
     EVENTUALLY_COMPARE(told.lines(),
-                       QStringList({"UnregisterAdvertisement of /adv at /org/bluez/hci0: done (overtaken)",
+                       QStringList({"UnregisterAdvertisement of /adv at /org/bluez/hci0: done (superseded)",
                                     "RegisterAdvertisement of /adv at /org/bluez/hci0: done"}));
-    QVERIFY(told.events().at(0).overtaken);
-    QVERIFY(!told.events().at(1).overtaken);
+    QVERIFY(told.events().at(0).superseded);
+    QVERIFY(!told.events().at(1).superseded);
 }
 
 void tst_registration_observer::anAnswerAboutADeletedObjectIsOvertaken()
@@ -261,7 +261,7 @@ void tst_registration_observer::anAnswerAboutADeletedObjectIsOvertaken()
     app.reset();
     EVENTUALLY_COMPARE(told.events().size(), 1);
     QCOMPARE(told.events().at(0).objectPath, QString("/app"));
-    QVERIFY(told.events().at(0).overtaken);
+    QVERIFY(told.events().at(0).superseded);
 }
 
 void tst_registration_observer::anAnswerAboutARemovedObjectIsOvertaken()
@@ -275,7 +275,7 @@ void tst_registration_observer::anAnswerAboutARemovedObjectIsOvertaken()
     BleManager::instance()->remove(&app);
     EVENTUALLY_COMPARE(told.events().size(), 2);
     for (const Event& event : told.events()) {
-        QCOMPARE(event.overtaken, event.step == "RegisterApplication");
+        QCOMPARE(event.superseded, event.step == "RegisterApplication");
     }
 }
 
@@ -292,7 +292,7 @@ void tst_registration_observer::anAnswerThatADeadDaemonOwesIsOvertaken()
     QCOMPARE(told.events().at(0).kind, Event::ManagerGone);
     QCOMPARE(told.events().at(2).step, QString("RegisterApplication"));
     QCOMPARE(told.events().at(2).errorName, QString("org.freedesktop.DBus.Error.NoReply"));
-    QVERIFY(told.events().at(2).overtaken);
+    QVERIFY(told.events().at(2).superseded);
 }
 
 void tst_registration_observer::aNewObserverHearsNothingOld()

@@ -118,7 +118,7 @@ void tst_registration_observer_freedom::itMayChangeTheObject()
     GapAdvertisement adv(nullptr, "/adv");
     BleManager* manager = BleManager::instance();
     manager->setRegistrationObserver([&adv](const Event& event) {
-        if (!event.overtaken && adv.appearance() != 3) {
+        if (!event.superseded && adv.appearance() != 3) {
             adv.setAppearance(adv.appearance() == 0xFFFF ? 1 : adv.appearance() + 1);
         }
     });

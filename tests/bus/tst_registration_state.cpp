@@ -55,9 +55,9 @@ void tst_registration_state::withoutADaemonObjectsWaitForTheManager()
     BleManager* manager = BleManager::instance();
     manager->add(&app);
     manager->add(&adv);
-    QCOMPARE(phaseOf(app), State::WithoutManager);
-    QCOMPARE(phaseOf(adv), State::WithoutManager);
-    QCOMPARE(manager->registrationState(&adv).text(), QString("held, waiting for BlueZ's manager"));
+    QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
+    QCOMPARE(phaseOf(adv), State::WaitingForBlueZ);
+    QCOMPARE(manager->registrationState(&adv).text(), QString("waiting for BlueZ"));
     const Simulator daemon(acceptEverything);
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
@@ -72,7 +72,7 @@ void tst_registration_state::anObjectIsAskedForUntilTheAnswer()
     BleManager* manager = BleManager::instance();
     manager->add(&adv);
     manager->add(&app);
-    QCOMPARE(phaseOf(app), State::Asked);
+    QCOMPARE(phaseOf(app), State::Pending);
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
     QCOMPARE(manager->registrationState(&app).text(), QString("registered at /org/bluez/hci0"));
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
@@ -95,9 +95,9 @@ void tst_registration_state::aRefusalIsKeptWithItsReasonUntilTheNextStep()
     daemon.answerNormally("RegisterAdvertisement");
     adv.setAppearance(1);
     const State asked = manager->registrationState(&adv);
-    QCOMPARE(asked.phase, State::Asked);
+    QCOMPARE(asked.phase, State::Pending);
     QCOMPARE(asked.errorName, QString());
-    QCOMPARE(asked.text(), QString("BlueZ is asked at /org/bluez/hci0"));
+    QCOMPARE(asked.text(), QString("registration pending at /org/bluez/hci0"));
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
     QCOMPARE(manager->registrationState(&adv).errorMessage, QString());
 }
@@ -135,7 +135,7 @@ void tst_registration_state::anOvertakenAnswerChangesNothing()
     EVENTUALLY_COMPARE(phaseOf(app), State::Refused);
     EVENTUALLY_COMPARE(told.events().size(), 3);
     QCOMPARE(told.events().at(2).kind, Event::StepSucceeded);
-    QVERIFY(told.events().at(2).overtaken);
+    QVERIFY(told.events().at(2).superseded);
     QCOMPARE(phaseOf(app), State::Refused);
 }
 
@@ -156,7 +156,7 @@ void tst_registration_state::anAnswerAboutADeletedObjectSaysNothingOfTheNextAtIt
     EVENTUALLY_COMPARE(phaseOf(*second), State::Refused);
     EVENTUALLY_COMPARE(told.events().size(), 2);
     QCOMPARE(told.events().at(1).objectPath, QString("/first"));
-    QVERIFY(told.events().at(1).overtaken);
+    QVERIFY(told.events().at(1).superseded);
     QCOMPARE(phaseOf(*second), State::Refused);
     second->~Application();
 }
@@ -173,10 +173,10 @@ void tst_registration_state::anAnswerToAStepBeforeAddingChangesNothing()
     daemon.withdraw("/elsewhere", {gattManager});
     daemon.settle();
     manager->add(&app);
-    QCOMPARE(phaseOf(app), State::WithoutManager);
+    QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
     EVENTUALLY_COMPARE(told.events().size(), 2);
     QCOMPARE(told.events().at(1).kind, Event::StepSucceeded);
-    QCOMPARE(phaseOf(app), State::WithoutManager);
+    QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
 }
 
 void tst_registration_state::aKilledDaemonLeavesObjectsWithoutAManager()
@@ -190,8 +190,8 @@ void tst_registration_state::aKilledDaemonLeavesObjectsWithoutAManager()
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
     daemon.vanish();
-    EVENTUALLY_COMPARE(phaseOf(app), State::WithoutManager);
-    QCOMPARE(phaseOf(adv), State::WithoutManager);
+    EVENTUALLY_COMPARE(phaseOf(app), State::WaitingForBlueZ);
+    QCOMPARE(phaseOf(adv), State::WaitingForBlueZ);
     QCOMPARE(manager->registrationState(&app).managerPath, QString());
     daemon.appear();
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
@@ -209,7 +209,7 @@ void tst_registration_state::anAnswerThatADeadDaemonOwesChangesNothing()
     daemon.vanish();
     EVENTUALLY_COMPARE(told.events().size(), 3);
     QCOMPARE(told.events().at(2).kind, Event::StepFailed);
-    QCOMPARE(phaseOf(app), State::WithoutManager);
+    QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
 }
 
 void tst_registration_state::addingWhileTheDaemonIsDeadIsWaiting()
@@ -222,8 +222,8 @@ void tst_registration_state::addingWhileTheDaemonIsDeadIsWaiting()
     BleManager::instance()->add(&app);
     EVENTUALLY_COMPARE(told.events().size(), 3);
     QCOMPARE(told.events().at(2).errorName, QString("org.freedesktop.DBus.Error.ServiceUnknown"));
-    QVERIFY(!told.events().at(2).overtaken);
-    QCOMPARE(phaseOf(app), State::WithoutManager);
+    QVERIFY(!told.events().at(2).superseded);
+    QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
     daemon.appear();
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
 }
@@ -238,10 +238,10 @@ void tst_registration_state::aLostManagerLeavesOnlyItsOwnKindWaiting()
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
     daemon.withdraw("/org/bluez/hci0", {advertisingManager});
-    EVENTUALLY_COMPARE(phaseOf(adv), State::WithoutManager);
+    EVENTUALLY_COMPARE(phaseOf(adv), State::WaitingForBlueZ);
     QCOMPARE(phaseOf(app), State::Registered);
     daemon.withdraw("/org/bluez/hci0", {gattManager});
-    EVENTUALLY_COMPARE(phaseOf(app), State::WithoutManager);
+    EVENTUALLY_COMPARE(phaseOf(app), State::WaitingForBlueZ);
 }
 
 void tst_registration_state::theLastAnnouncedManagerCounts()
@@ -283,7 +283,7 @@ void tst_registration_state::aReleaseWhileAskedSaysNothing()
     EVENTUALLY_COMPARE(daemon.advertisements(), QStringList("/adv"));
     daemon.releaseAdvertisement("/adv");
     EVENTUALLY_COMPARE(told.lines().value(0), QString("BlueZ released /adv"));
-    QCOMPARE(phaseOf(adv), State::Asked);
+    QCOMPARE(phaseOf(adv), State::Pending);
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
 }
 
@@ -304,7 +304,7 @@ void tst_registration_state::stepsByHandCount()
     QCOMPARE(phaseOf(app), State::Dropped);
     manager->registerApp(&app);
     manager->registerAdv(&adv);
-    QCOMPARE(phaseOf(app), State::Asked);
+    QCOMPARE(phaseOf(app), State::Pending);
     EVENTUALLY_COMPARE(phaseOf(app), State::Registered);
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
 }
@@ -328,7 +328,7 @@ void tst_registration_state::manyChangesInARowEndRegistered()
     BleManager::instance()->add(&adv);
     for (unsigned short appearance = 0; appearance < 20; ++appearance) {
         adv.setAppearance(appearance);
-        QCOMPARE(phaseOf(adv), State::Asked);
+        QCOMPARE(phaseOf(adv), State::Pending);
     }
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
     QCOMPARE(daemon.advertisement("/adv").value("Appearance").toUInt(), 19U);

@@ -218,7 +218,7 @@ private slots:
         PlimBleTest ble;
         Example example("example-08-outcomes");
         EVENTUALLY_VERIFY(example.says("warning: /com/example/outcomes/c0de0001"));
-        EVENTUALLY_VERIFY(example.says("advertisement: BlueZ is asked at /org/bluez/hci0"));
+        EVENTUALLY_VERIFY(example.says("advertisement: registration pending at /org/bluez/hci0"));
         EVENTUALLY_VERIFY(
             example.says("RegisterApplication of /com/example/outcomes at /org/bluez/hci0: done"));
         const QString advertisement("/com/example/outcomes/advertisement");

@@ -14,7 +14,7 @@ QStringList found(const BleFindings& problems)
 {
     QStringList found;
     for (const BleFinding& finding : problems) {
-        found << (finding.severity == BleFinding::Error ? "error " : "warning ") + finding.where;
+        found << (finding.severity == BleFinding::Error ? "error " : "warning ") + finding.location;
     }
     return found;
 }
@@ -303,7 +303,7 @@ void tst_advertisement_problems::thePayloadIsAccountedFor()
     adv.setManufacturerData(block(25));
     const BleFindings problems = adv.problems();
     QCOMPARE(found(problems), QStringList("error payload"));
-    QCOMPARE(problems.at(0).what,
+    QCOMPARE(problems.at(0).message,
              QString("32 bytes are to be broadcast (flags 3, ServiceUUIDs 4, ManufacturerData 25), of which "
                      "the controller can do 31"));
 }

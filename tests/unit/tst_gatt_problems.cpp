@@ -25,7 +25,7 @@ QStringList found(const GattApplication& app)
 {
     QStringList found;
     for (const BleFinding& finding : app.problems()) {
-        found << (finding.severity == BleFinding::Error ? "error " : "warning ") + finding.where;
+        found << (finding.severity == BleFinding::Error ? "error " : "warning ") + finding.location;
     }
     return found;
 }
@@ -34,7 +34,7 @@ QStringList found(const GattApplication& app)
 QString said(const GattApplication& app)
 {
     const BleFindings problems = app.problems();
-    return problems.size() == 1 ? problems.at(0).what : QString("%1 findings").arg(problems.size());
+    return problems.size() == 1 ? problems.at(0).message : QString("%1 findings").arg(problems.size());
 }
 
 } // namespace
@@ -252,7 +252,7 @@ void tst_gatt_problems::collidingPathsAreFound()
     QCOMPARE(found(tree.app), QStringList({path, path, path}));
     QStringList said;
     for (const BleFinding& finding : tree.app.problems()) {
-        said << finding.what;
+        said << finding.message;
     }
     QCOMPARE(said,
              QStringList({"\"a-b\" is no UUID", "It is not exported: the path was taken when it was made",
@@ -265,9 +265,9 @@ void tst_gatt_problems::aSecondChildWithTheSameUuidIsFound()
     Tree tree;
     tree.app.createService(serviceUuid, true);
     QCOMPARE(found(tree.app), QStringList({"error " + servicePath, "error " + servicePath}));
-    QCOMPARE(tree.app.problems().at(0).what,
+    QCOMPARE(tree.app.problems().at(0).message,
              "Another one with the UUID \"" + serviceUuid + "\" was added later and has taken its place");
-    QCOMPARE(tree.app.problems().at(1).what,
+    QCOMPARE(tree.app.problems().at(1).message,
              QString("It is not exported: the path was taken when it was made"));
     // What is wrong with the displaced one itself no longer matters.
     tree.service->createCharacteristic("nonsense", Char::Option(0));

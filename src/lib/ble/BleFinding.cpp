@@ -3,5 +3,6 @@
 QString BleFinding::text() const
 {
     return QStringLiteral("%1: %2: %3. %4.")
-        .arg(severity == Error ? QStringLiteral("error") : QStringLiteral("warning"), where, what, cure);
+        .arg(severity == Error ? QStringLiteral("error") : QStringLiteral("warning"), location, message,
+             remedy);
 }

@@ -5,32 +5,34 @@
 #include <QString>
 #include <QVector>
 
-/** A problem of an application or advertisement that shows before it is handed over. */
+/** A problem of an application or advertisement, found before it is given to the manager. */
 struct PLIM_BLE_EXPORT BleFinding
 {
     /** How bad it is. */
     enum Severity
     {
-        Warning, ///< BlueZ takes it, but some daemons or controllers do not, or it is likely a mistake
-        Error    ///< a stock daemon refuses it, or it cannot be reached on the bus
+        Warning, ///< BlueZ accepts it, but some versions or controllers do not, or it is likely a mistake
+        Error    ///< a stock daemon rejects it, or it cannot be reached on the bus
     };
 
     /** How bad it is. */
     Severity severity = Error;
 
-    /** The object path, or of an advertisement the property, for instance "MinInterval"; "payload" for all of
-     * what is broadcast. */
-    QString where;
+    /**
+     * Where the problem is: an object path; in an advertisement the property, for instance "MinInterval", or
+     * "payload" for everything that is broadcast.
+     */
+    QString location;
 
-    /** What is wrong, in English; its wording may change. */
-    QString what;
+    /** What is wrong, in English; the wording may change. */
+    QString message;
 
-    /** What to do about it, in English; its wording may change. */
-    QString cure;
+    /** What to do about it, in English; the wording may change. */
+    QString remedy;
 
-    /** The finding in one line: "error: MinInterval: what. cure." */
+    /** The finding in one line: "error: LOCATION: MESSAGE. REMEDY." */
     QString text() const;
 };
 
-/** Findings in the order in which a reader looks for them; empty where all is well. */
+/** Findings, in the order of the tree or of the advertisement's properties; empty if there is no problem. */
 using BleFindings = QVector<BleFinding>;

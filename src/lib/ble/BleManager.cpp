@@ -235,7 +235,7 @@ void BleManager::registerApp(const GattApplication* app)
     send(
         m_gattManager, app,
         [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterApplication(path, {}); },
-        {"registerApp", "RegisterApplication", BleRegistrationState::Asked}, Q_FUNC_INFO);
+        {"registerApp", "RegisterApplication", BleRegistrationState::Pending}, Q_FUNC_INFO);
 }
 
 void BleManager::unregisterApp(const GattApplication* app)
@@ -251,7 +251,7 @@ void BleManager::registerAdv(const GapAdvertisement* adv)
     send(
         m_advManager, adv,
         [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterAdvertisement(path, {}); },
-        {"registerAdv", "RegisterAdvertisement", BleRegistrationState::Asked}, Q_FUNC_INFO);
+        {"registerAdv", "RegisterAdvertisement", BleRegistrationState::Pending}, Q_FUNC_INFO);
 }
 
 void BleManager::unregisterAdv(const GapAdvertisement* adv)

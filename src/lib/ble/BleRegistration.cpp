@@ -2,7 +2,7 @@
 
 namespace {
 
-/** The error as its reader needs it: what was said, and by which name to look it up. */
+/** The error's message, and its D-Bus name to search for. */
 QString errorText(const QString& name, const QString& message)
 {
     return message.isEmpty() ? name : QStringLiteral("%1 (%2)").arg(message, name);
@@ -27,7 +27,7 @@ QString BleRegistrationEvent::text() const
     const QString outcome = kind == StepSucceeded
                                 ? QStringLiteral(": done")
                                 : QStringLiteral(": failed: ") + errorText(errorName, errorMessage);
-    return subject + outcome + (overtaken ? QStringLiteral(" (overtaken)") : QString());
+    return subject + outcome + (superseded ? QStringLiteral(" (superseded)") : QString());
 }
 
 QString BleRegistrationState::text() const
@@ -35,10 +35,10 @@ QString BleRegistrationState::text() const
     switch (phase) {
     case NotHeld:
         return QStringLiteral("not held");
-    case WithoutManager:
-        return QStringLiteral("held, waiting for BlueZ's manager");
-    case Asked:
-        return QStringLiteral("BlueZ is asked at %1").arg(managerPath);
+    case WaitingForBlueZ:
+        return QStringLiteral("waiting for BlueZ");
+    case Pending:
+        return QStringLiteral("registration pending at %1").arg(managerPath);
     case Registered:
         return QStringLiteral("registered at %1").arg(managerPath);
     case Refused:

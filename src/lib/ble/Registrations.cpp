@@ -72,7 +72,7 @@ void Registrations::hold(const QObject* object, const char* managerInterface)
 {
     Entry& entry = m_entries[object];
     entry.managerInterface = QLatin1String(managerInterface);
-    entry.state.phase = BleRegistrationState::WithoutManager;
+    entry.state.phase = BleRegistrationState::WaitingForBlueZ;
 }
 
 void Registrations::forget(const QObject* object)
@@ -100,7 +100,7 @@ void Registrations::managerGone(const char* interface)
         if (entry.managerInterface == event.managerInterface) {
             entry.latestStep = 0;
             entry.state = {};
-            entry.state.phase = BleRegistrationState::WithoutManager;
+            entry.state.phase = BleRegistrationState::WaitingForBlueZ;
         }
     }
     if (!event.managerPath.isEmpty()) {
@@ -137,13 +137,13 @@ void Registrations::finish(const Step& step, quint64 number, const QDBusError& e
 {
     const auto entry = m_entries.find(step.object);
     const bool counts = number != 0 && entry != m_entries.end() && entry->latestStep == number;
-    if (counts && step.until == BleRegistrationState::Asked) {
+    if (counts && step.until == BleRegistrationState::Pending) {
         if (!error.isValid()) {
             entry->state.phase = BleRegistrationState::Registered;
         } else if (m_managers.contains(step.managerInterface)) {
             entry->state = {BleRegistrationState::Refused, step.managerPath, error.name(), error.message()};
         } else {
-            entry->state = {BleRegistrationState::WithoutManager, {}, {}, {}};
+            entry->state = {BleRegistrationState::WaitingForBlueZ, {}, {}, {}};
         }
     }
     BleRegistrationEvent event;
@@ -154,7 +154,7 @@ void Registrations::finish(const Step& step, quint64 number, const QDBusError& e
     event.objectPath = step.objectPath;
     event.errorName = error.name();
     event.errorMessage = error.message();
-    event.overtaken = number != 0 && !counts;
+    event.superseded = number != 0 && !counts;
     tell(event);
 }
 
