@@ -19,6 +19,18 @@ function(plim_target_defaults target)
     endif()
 endfunction()
 
+# Installed files have a run path relative to their own folder, so that they work in any prefix. Debian packages install
+# where the loader looks anyway, and must not have one (preset "package").
+file(RELATIVE_PATH PLIM_BINDIR_TO_LIBDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+
+# Installs one of the programs for people, and its manual page from PROGRAM.1.in.
+function(plim_install_tool program)
+    set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${PLIM_BINDIR_TO_LIBDIR}")
+    install(TARGETS ${program} ${ARGN} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    configure_file(${program}.1.in ${program}.1 @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endfunction()
+
 # One of the three shared libraries: target plim_<name>, file lib<output>.so.<major>, alias plim::<name>.
 # Its public headers are installed into include/plim/<name>.
 function(plim_add_library name output)
@@ -39,7 +51,8 @@ function(plim_add_library name output)
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}
         CXX_VISIBILITY_PRESET hidden
-        VISIBILITY_INLINES_HIDDEN ON)
+        VISIBILITY_INLINES_HIDDEN ON
+        INSTALL_RPATH "$ORIGIN")
     install(TARGETS plim_${name} EXPORT plim_bleTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
     install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${name} COMPONENT dev)
