@@ -9,7 +9,7 @@
 int main(int argc, char** argv)
 {
     QCoreApplication program(argc, argv);
-    log4cplus::BasicConfigurator::doConfigure(); // what BlueZ answers is told in the log
+    log4cplus::BasicConfigurator::doConfigure(); // errors are logged
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
     GattApplication app(nullptr, "/com/example/battery", "com.example.Battery");
@@ -22,7 +22,11 @@ int main(int argc, char** argv)
     adv.setLocalName("Battery");
     adv.setServiceUUIDs({"0000180f-0000-1000-8000-00805f9b34fb"});
 
-    BleManager::instance()->add(&app);
-    BleManager::instance()->add(&adv);
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
+    BleManager* manager = BleManager::instance();
+    manager->setRegistrationObserver(
+        [](const BleRegistrationEvent& event) { qInfo("%s", qPrintable(event.text())); });
+    manager->add(&app);
+    manager->add(&adv);
     return program.exec();
 }

@@ -1,7 +1,8 @@
 // A setting that a phone may write: the brightness of a lamp, one byte from 0 to 100.
 //
-// The daemon hands over whatever a phone writes, and the phone is told that it succeeded. So the program
-// judges afterwards: a value that it does not like is put back, and subscribed phones are notified of that.
+// BlueZ passes on whatever a phone writes, and tells the phone that the write succeeded. So the program
+// checks the value afterwards. To reject it, the program sets the old value again; subscribed phones are
+// notified.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -39,12 +40,12 @@ int main(int argc, char** argv)
     brightness->setValue(accepted);
 
     QObject::connect(brightness, &GattCharacteristic::valueChanged, &program, [&] {
-        const QByteArray wish = brightness->value();
-        if (isBrightness(wish)) {
-            accepted = wish;
-            std::printf("the lamp shines with %d per cent\n", uchar(accepted[0]));
+        const QByteArray written = brightness->value();
+        if (isBrightness(written)) {
+            accepted = written;
+            std::printf("brightness set to %d per cent\n", uchar(accepted[0]));
         } else {
-            std::printf("no brightness: %s\n", wish.toHex(' ').constData());
+            std::printf("rejected: %s\n", written.toHex(' ').constData());
             brightness->setValue(accepted);
         }
         std::fflush(stdout);
@@ -54,6 +55,7 @@ int main(int argc, char** argv)
     adv.setLocalName("Lamp");
     adv.setServiceUUIDs({lampService});
 
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

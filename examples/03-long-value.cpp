@@ -1,8 +1,9 @@
-// A value that is longer than the 512 bytes which Bluetooth allows for one: the device's log of 1,300 bytes,
-// and more with each start of a transfer.
+// A value that is longer than the 512 bytes that Bluetooth allows: the device's log. It has 1,300 bytes, and
+// each transfer adds a line.
 //
-// A control characteristic selects the page. The phone writes "0" there and reads the log's first 512 bytes,
-// writes "1" and reads the next, and so on until a page is shorter than 512 bytes; then it writes "0" again.
+// A control characteristic selects the page. The phone writes "0" to it and reads the first 512 bytes of the
+// log, writes "1" and reads the next 512, and so on. The last page is shorter. Then the phone writes "0"
+// again.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -39,17 +40,18 @@ int main(int argc, char** argv)
 
     GattApplication app(nullptr, "/com/example/log", "com.example.Log");
     GattService* service = app.createService(logService, true);
-    // The control comes first: the characteristic that it belongs to is created with it.
+    // Create the control first: the other characteristic takes it as an argument.
     GattCharacteristic* page =
         service->createCharacteristic(pageNumber, GattCharacteristic::Read | GattCharacteristic::Write);
     GattCharacteristic* text = service->createCharacteristic(logText, GattCharacteristic::Read, page);
-    // Asked at the start of page 0 only, so that the pages of one transfer fit together.
+    // Called at the start of page 0 only, so that all pages of a transfer come from the same log.
     text->setReadCallback([&] { return log += line(lines++); });
 
     GapAdvertisement adv(nullptr, "/com/example/log/advertisement", GapAdvertisement::SetProperties);
     adv.setLocalName("Log");
     adv.setServiceUUIDs({logService});
 
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

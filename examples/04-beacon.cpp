@@ -1,7 +1,7 @@
-// A beacon: nobody can connect, everybody hears the machine's load.
+// A beacon: it cannot be connected to; it broadcasts the machine's load.
 //
-// The manufacturer's data are four bytes after the company identifier: a counter, and the load of the last
-// minute in hundredths, both little-endian.
+// After the company identifier, the manufacturer data has four bytes: a counter, and the load average of the
+// last minute in hundredths, both little-endian.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr unsigned short company = 0xffff; // for tests; one's own is assigned by the Bluetooth SIG
+constexpr unsigned short company = 0xffff; // for tests; the Bluetooth SIG assigns real ones
 
 QByteArray littleEndian(quint16 number)
 {
@@ -42,15 +42,16 @@ int main(int argc, char** argv)
     GapAdvertisement beacon(nullptr, "/com/example/beacon", GapAdvertisement::SetProperties);
     beacon.setType(GapAdvertisement::Broadcast);
     quint16 count = 0;
-    const auto tell = [&] {
+    const auto update = [&] {
         beacon.setManufacturerData({{company, littleEndian(count++) + littleEndian(load())}});
     };
-    tell();
+    update();
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&beacon);
 
-    // Each setter call is a new registration with the daemon, so not too often.
+    // Each setter call is a new registration with BlueZ, so do not call it too often.
     QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &program, tell);
+    QObject::connect(&timer, &QTimer::timeout, &program, update);
     timer.start(2000);
     return program.exec();
 }

@@ -1,5 +1,4 @@
-// A whole device, to begin a product with: who made it, its battery, a service of its own, and an
-// advertisement.
+// A whole device to start a product from: device information, battery, own service, advertisement.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -19,7 +18,7 @@ QString assigned(quint16 number) // by the Bluetooth SIG
     return QStringLiteral("%1-0000-1000-8000-00805f9b34fb").arg(number, 8, 16, QLatin1Char('0'));
 }
 
-// One's own, from uuidgen. The target is one byte, 5 to 30 degrees Celsius.
+// Made with uuidgen. The target is one byte, 5 to 30 degrees Celsius.
 const QString thermostatService = QStringLiteral("c0de0001-5f2a-4d6b-9a57-1f6d0a3b0005");
 const QString targetTemperature = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0005");
 
@@ -49,9 +48,9 @@ void addThermostat(GattApplication& app)
     name->setReadCallback([] { return QByteArray("Target temperature"); });
     target->setValue(QByteArray(1, 20));
     QObject::connect(target, &Char::valueChanged, target, [target, accepted = target->value()]() mutable {
-        const QByteArray wish = target->value();
-        if (wish.size() == 1 && wish[0] >= 5 && wish[0] <= 30) {
-            accepted = wish; // tell the hardware here
+        const QByteArray set = target->value();
+        if (set.size() == 1 && set[0] >= 5 && set[0] <= 30) {
+            accepted = set; // tell the hardware here
         } else {
             target->setValue(accepted);
         }
@@ -73,6 +72,7 @@ int main(int argc, char** argv)
     adv.setLocalName("Thermostat");
     adv.setServiceUUIDs({thermostatService});
     adv.setDiscoverable(true);
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

@@ -1,8 +1,7 @@
-// A live value, measured by code that blocks, and an orderly end by Ctrl-C or SIGTERM: what a caller's event
-// loop and threads look like.
+// A live value that is measured by blocking code, and a clean end on Ctrl-C or SIGTERM.
 //
-// Everything of the library's belongs to one thread, the one whose event loop runs. What blocks has a thread
-// of its own and hands its results over.
+// All objects of the library belong to one thread, which runs the event loop. Code that blocks runs in its
+// own thread and passes its results to the first one.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -25,7 +24,7 @@ namespace {
 const QString clockService = QStringLiteral("c0de0001-5f2a-4d6b-9a57-1f6d0a3b0007");
 const QString uptime = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0007");
 
-/** Seconds since the start of the machine; takes its time, as sensors do. */
+/** Seconds since the machine started. Slow, as sensors are. */
 QByteArray measure()
 {
     QThread::msleep(100);
@@ -42,14 +41,14 @@ int main(int argc, char** argv)
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &ends, nullptr); // first of all, since threads inherit it
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr); // before any thread starts: threads inherit the mask
 
     QCoreApplication program(argc, argv);
     log4cplus::BasicConfigurator::doConfigure();
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
     QSocketNotifier ended(signalfd(-1, &ends, SFD_CLOEXEC), QSocketNotifier::Read);
     QObject::connect(&ended, &QSocketNotifier::activated, &program, &QCoreApplication::quit);
-    // Qt does not connect to another bus when this one is gone: what supervises the program starts it anew.
+    // Qt does not reconnect when the bus ends: the program has to end, and its supervisor restarts it.
     QDBusConnection::systemBus().connect({}, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                                          "Disconnected", &program, SLOT(quit()));
 
@@ -58,13 +57,14 @@ int main(int argc, char** argv)
         app.createService(clockService, true)
             ->createCharacteristic(uptime, GattCharacteristic::Read | GattCharacteristic::Notify);
     QObject::connect(value, &GattCharacteristic::notifyStateChanged, &program, [](bool notifying) {
-        std::cout << (notifying ? "a phone listens" : "no phone listens") << std::endl;
+        std::cout << (notifying ? "subscribed" : "not subscribed") << std::endl;
     });
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     QThread* sensor = QThread::create([value] {
         while (!QThread::currentThread()->isInterruptionRequested()) {
             const QByteArray measured = measure();
-            // Not setValue() from here: this runs on the thread of `value`, when its event loop gets to it.
+            // Do not call setValue() in this thread. The lambda runs in the thread of `value`.
             QMetaObject::invokeMethod(value, [=] { value->setValue(measured); });
         }
     });
@@ -74,5 +74,5 @@ int main(int argc, char** argv)
     sensor->wait();
     delete sensor;
     std::cout << "ended" << std::endl;
-    return result; // the daemon drops what a program has registered that leaves the bus
+    return result; // BlueZ drops the registrations of a program that leaves the bus
 }

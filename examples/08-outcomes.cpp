@@ -1,7 +1,7 @@
-// What became of it: problems before anything is sent, the daemon's answers, and an advertisement that goes
-// on.
+// The results of registrations: problems that are found before anything is sent, BlueZ's answers, and an
+// advertisement that is started again.
 //
-// The daemon ends the advertisement after a minute, by its time-out; this program then advertises again.
+// BlueZ ends the advertisement after its time-out of a minute. Then this program advertises again.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -21,14 +21,14 @@ void say(const QString& text)
     std::fflush(stdout);
 }
 
-bool isSound(const BleFindings& problems)
+bool isUsable(const BleFindings& problems)
 {
-    bool sound = true;
+    bool usable = true;
     for (const BleFinding& problem : problems) {
         say(problem.text());
-        sound = sound && problem.severity != BleFinding::Error;
+        usable = usable && problem.severity != BleFinding::Error;
     }
-    return sound;
+    return usable;
 }
 
 } // namespace
@@ -37,7 +37,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication program(argc, argv);
     log4cplus::BasicConfigurator::doConfigure();
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL); // the observer tells instead
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL); // the observer prints the results
 
     GattApplication app(nullptr, "/com/example/outcomes", "com.example.Outcomes");
     GattService* service = app.createService("c0de0001-5f2a-4d6b-9a57-1f6d0a3b0008", true);
@@ -47,13 +47,14 @@ int main(int argc, char** argv)
     adv.setLocalName("Outcomes");
     adv.setTimeout(60);
 
-    if (!isSound(app.problems()) || !isSound(adv.problems())) {
+    if (!isUsable(app.problems()) || !isUsable(adv.problems())) {
         return 1;
     }
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager* manager = BleManager::instance();
     manager->setRegistrationObserver([&](const BleRegistrationEvent& event) {
         if (event.superseded) {
-            return; // a later step is under way
+            return; // a later step has been sent
         }
         say(event.text());
         if (event.kind == BleRegistrationEvent::AdvertisementReleased) {

@@ -30,7 +30,7 @@ void addDeviceInformation(GattApplication& app)
     GattService* service = app.createService(DemoDevice::deviceInformation, true);
     Char* name = service->createCharacteristic(DemoDevice::manufacturerName, Char::Read);
     name->setReadCallback([] {
-        say("asked for the manufacturer's name");
+        say("read callback for the manufacturer's name");
         return QByteArray("Example Devices");
     });
 }
@@ -49,9 +49,9 @@ void addHeartRate(GattApplication& app)
     QObject::connect(timer, &QTimer::timeout, measurement, [measurement, beat = 0]() mutable {
         measurement->setValue(QByteArray(1, 0) + QByteArray(1, char(70 + beat++ % 10)));
     });
-    // Nothing runs while nobody listens.
+    // Do not measure while nobody has subscribed.
     QObject::connect(measurement, &Char::notifyStateChanged, timer, [timer](bool notifying) {
-        say(notifying ? "somebody listens to the heart rate" : "nobody listens any more");
+        say(notifying ? "heart rate subscribed" : "heart rate unsubscribed");
         notifying ? timer->start() : timer->stop();
     });
 }
@@ -78,7 +78,7 @@ void addName(GattApplication& app, GapAdvertisement& advertisement)
     Char* name = service->createCharacteristic(DemoDevice::deviceName, Char::Read | Char::Write);
     name->setValue("Heart");
     QObject::connect(name, &Char::valueChanged, &advertisement, [name, &advertisement] {
-        say("a phone wrote the name \"" + name->value() + "\"");
+        say("the phone wrote the name \"" + name->value() + "\"");
         advertisement.setLocalName(QString::fromUtf8(name->value()));
     });
 }
@@ -105,6 +105,7 @@ int main(int argc, char** argv)
     addStorage(app);
     addName(app, advertisement);
 
+    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->setRegistrationObserver(
         [](const BleRegistrationEvent& event) { say(event.text()); });
     BleManager::instance()->add(&app);

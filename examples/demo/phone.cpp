@@ -128,7 +128,7 @@ void run(const SimulatedPhone& phone)
             QString::fromUtf8(phone.read(phone.find(tree, DemoDevice::userDescription))));
     }
 
-    step("The phone writes the device's name, and the advertisement is registered anew");
+    step("The phone writes the device's name, and the advertisement is registered again");
     changeName(phone, phone.find(tree, DemoDevice::deviceName));
 
     step("The daemon restarts");

@@ -1,6 +1,7 @@
-// What docs/guide.md says of long values: its sequence picture, step by step.
+// What docs/guide.md says: its sequence diagram of long values, step by step, and several changes at once.
 
 #include "BleManager.h"
+#include "GapAdvertisement.h"
 #include "GattApplication.h"
 #include "PlimBleTest.h"
 
@@ -19,6 +20,17 @@ QList<QByteArray> notified(const QList<QByteArray>& values)
         shortened << value.left(512);
     }
     return shortened;
+}
+
+int registrationsOfAdvertisements()
+{
+    const QDBusMessage answer = PlimBleTest::control("Calls");
+    int count = 0;
+    const auto calls = qdbus_cast<QList<QVariantMap>>(answer.arguments().value(0));
+    for (const QVariantMap& call : calls) {
+        count += call.value("member") == "RegisterAdvertisement" ? 1 : 0;
+    }
+    return count;
 }
 
 } // namespace
@@ -74,6 +86,32 @@ private slots:
         data->setValue(v2);
         QCOMPARE(data->value(), v2);
         EVENTUALLY_COMPARE(ble.notifications(data->dbusPath()), notified({v1, v1, v3, v2}));
+    }
+
+    void severalChangesUnderASignalBlockerAreOneRegistration()
+    {
+        PlimBleTest ble;
+        GapAdvertisement advertisement(nullptr, "/com/example/guide/advertisement",
+                                       GapAdvertisement::SetProperties);
+        GapAdvertisement* adv = &advertisement;
+        BleManager::instance()->add(adv);
+        EVENTUALLY_COMPARE(ble.advertisements().size(), 1);
+        const int before = registrationsOfAdvertisements();
+        {
+            const QSignalBlocker blocker(adv);
+            adv->setServiceUUIDs({"180f"});
+            adv->setAppearance(0x0200);
+        }
+        adv->setLocalName("Changed"); // the only new registration, with all three values
+        const auto seen = [&] { return ble.advertisement(advertisement.dbusPath()); };
+        EVENTUALLY_COMPARE(ble.advertisements().size(), 1);
+        EVENTUALLY_COMPARE(registrationsOfAdvertisements(), before + 1);
+        EVENTUALLY_COMPARE(BleManager::instance()->registrationState(adv).phase,
+                           BleRegistrationState::Registered);
+        QCOMPARE(seen().value("LocalName").toString(), "Changed");
+        QCOMPARE(seen().value("ServiceUUIDs").toStringList(), QStringList("180f"));
+        QCOMPARE(seen().value("Appearance").toUInt(), 0x0200U);
+        QCOMPARE(registrationsOfAdvertisements(), before + 1);
     }
 };
 

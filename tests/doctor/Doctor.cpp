@@ -17,7 +17,7 @@ QString Doctor::Result::line(const QString& name) const
     if (found.severity.isEmpty()) {
         return "only " + names.join(", ") + "; " + errors;
     }
-    return found.severity + ' ' + found.text + (found.cure.isEmpty() ? QString() : " | " + found.cure);
+    return found.severity + ' ' + found.text + (found.remedy.isEmpty() ? QString() : " | " + found.remedy);
 }
 
 Doctor::Doctor(const QStringList& arguments, const QString& address, const QStringList& wrapper)
@@ -43,7 +43,7 @@ Doctor::Result Doctor::result()
         const QJsonObject finding = value.toObject();
         result.names += finding["name"].toString();
         result.findings += Finding{finding["severity"].toString(), finding["text"].toString(),
-                                   finding["cure"].toString(), finding["values"].toObject()};
+                                   finding["remedy"].toString(), finding["values"].toObject()};
     }
     return result;
 }

@@ -16,7 +16,7 @@ public:
     {
         QString severity;
         QString text;
-        QString cure;
+        QString remedy;
         QJsonObject values;
     };
 
@@ -31,7 +31,7 @@ public:
 
         /** The finding of that name, with its severity empty where there is none; the first of several. */
         Finding finding(const QString& name) const { return findings.value(names.indexOf(name)); }
-        /** "severity text | cure" of that finding, or everything that was found in its place. */
+        /** "severity text | remedy" of that finding, or everything that was found in its place. */
         QString line(const QString& name) const;
     };
 

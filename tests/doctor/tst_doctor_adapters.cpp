@@ -37,17 +37,17 @@ void tst_doctor_adapters::anAdapterThatIsOnIsDescribed()
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "adapter.on", "gatt.present",
                                         "advertising.instances", "advertising.capabilities"}));
     QCOMPARE(result.line("adapter.on"),
-             "ok hci0 (00:AA:01:00:00:00) is switched on, and not discoverable by itself.");
+             "ok hci0 (00:AA:01:00:00:00) is switched on. It is not discoverable without an advertisement.");
     QCOMPARE(result.finding("adapter.on").values, QJsonObject({{"adapter", hci0},
                                                                {"address", "00:AA:01:00:00:00"},
                                                                {"powered", true},
                                                                {"discoverable", false}}));
-    QCOMPARE(result.line("gatt.present"), "ok hci0 takes GATT applications.");
+    QCOMPARE(result.line("gatt.present"), "ok hci0 accepts GATT applications.");
     QCOMPARE(result.exitCode, 0);
 
     simulator.setProperty(hci0, adapter, "Discoverable", true);
     QCOMPARE(Doctor::examine().line("adapter.on"),
-             "ok hci0 (00:AA:01:00:00:00) is switched on, and discoverable by itself.");
+             "ok hci0 (00:AA:01:00:00:00) is switched on. It is discoverable without an advertisement.");
 }
 
 void tst_doctor_adapters::noAdapterIsAProblem()
@@ -56,10 +56,9 @@ void tst_doctor_adapters::noAdapterIsAProblem()
     simulator.removeAdapter("hci0");
     const Doctor::Result result = Doctor::examine();
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "adapter.none"}));
-    QCOMPARE(
-        result.line("adapter.none"),
-        "problem bluetoothd has no Bluetooth adapter. | Connect one, or have the kernel load its driver: ls "
-        "/sys/class/bluetooth shows what the kernel has.");
+    QCOMPARE(result.line("adapter.none"),
+             "problem bluetoothd has no Bluetooth adapter. | Connect one, or load its kernel driver. To list "
+             "the adapters that the kernel knows: ls /sys/class/bluetooth");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -75,11 +74,11 @@ void tst_doctor_adapters::anAdapterThatIsOffIsAProblem()
     QCOMPARE(result.finding("adapter.off").values["powered"].toBool(true), false);
     QCOMPARE(result.exitCode, 1);
 
-    QProcess cure;
-    const QString command = result.finding("adapter.off").cure.section(": ", 1);
-    cure.start("sh", {"-c", command + " --address=" + qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS")});
-    QVERIFY(cure.waitForFinished());
-    QCOMPARE(cure.exitCode(), 0);
+    QProcess remedy;
+    const QString command = result.finding("adapter.off").remedy.section(": ", 1);
+    remedy.start("sh", {"-c", command + " --address=" + qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS")});
+    QVERIFY(remedy.waitForFinished());
+    QCOMPARE(remedy.exitCode(), 0);
     QCOMPARE(Doctor::examine().finding("adapter.on").severity, "ok");
 }
 
@@ -91,7 +90,7 @@ void tst_doctor_adapters::aBlockedAdapterIsAProblem()
     const Doctor::Result result = Doctor::examine();
     QCOMPARE(result.line("adapter.blocked"),
              "problem hci0 (00:AA:01:00:00:00) is switched off, and blocked by the kernel's radio switch. | "
-             "Lift the block: rfkill unblock bluetooth");
+             "Remove the block: rfkill unblock bluetooth");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -100,8 +99,9 @@ void tst_doctor_adapters::anAdapterThatCannotBeAPeripheralIsAProblem()
     Simulator simulator;
     simulator.setProperty(hci0, adapter, "Roles", QStringList("central"));
     const Doctor::Result result = Doctor::examine();
-    QCOMPARE(result.line("adapter.no-peripheral"), "problem hci0 (00:AA:01:00:00:00) cannot be a peripheral. "
-                                                   "| Use another Bluetooth adapter, one that can.");
+    QCOMPARE(result.line("adapter.no-peripheral"),
+             "problem hci0 (00:AA:01:00:00:00) cannot be a peripheral. "
+             "| Use another Bluetooth adapter that supports the peripheral role.");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -111,11 +111,10 @@ void tst_doctor_adapters::severalAdaptersAreAWarning()
     const Doctor::Result result = Doctor::examine();
     QCOMPARE(result.names.count("adapter.on"), 2);
     QCOMPARE(result.line("adapter.several"),
-             "warning There are 2 adapters. A program that starts now registers with the first, hci0; after "
-             "bluetoothd has started again, with the one that it announces last. | Disconnect the adapters "
-             "that the "
-             "program is not meant to use.");
-    QCOMPARE(result.line("gatt.present"), "ok hci0 takes GATT applications.");
+             "warning There are 2 adapters. A program that starts now uses the first one, hci0. After a "
+             "restart of bluetoothd it uses the one that bluetoothd announces last. | Disconnect the "
+             "adapters that the program should not use.");
+    QCOMPARE(result.line("gatt.present"), "ok hci0 accepts GATT applications.");
     QCOMPARE(result.exitCode, 0);
 }
 
@@ -124,10 +123,9 @@ void tst_doctor_adapters::aMissingGattManagerIsAProblem()
     Simulator simulator;
     simulator.withdraw(hci0, {Scenario::gattManager});
     const Doctor::Result result = Doctor::examine();
-    QCOMPARE(
-        result.line("gatt.missing"),
-        "problem No adapter takes GATT applications: there is no org.bluez.GattManager1. | Start the daemon "
-        "again: systemctl restart bluetooth");
+    QCOMPARE(result.line("gatt.missing"),
+             "problem No adapter accepts GATT applications: there is no org.bluez.GattManager1. | Restart "
+             "the daemon: systemctl restart bluetooth");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -136,10 +134,11 @@ void tst_doctor_adapters::aMissingAdvertisingManagerIsAProblem()
     Simulator simulator;
     simulator.withdraw(hci0, {Scenario::advertisingManager});
     const Doctor::Result result = Doctor::examine();
-    QCOMPARE(result.line("advertising.missing"),
-             "problem No adapter takes advertisements: there is no org.bluez.LEAdvertisingManager1. | Use an "
-             "adapter "
-             "with Bluetooth Low Energy, and do not set ControllerMode = bredr in /etc/bluetooth/main.conf.");
+    QCOMPARE(
+        result.line("advertising.missing"),
+        "problem No adapter accepts advertisements: there is no org.bluez.LEAdvertisingManager1. | Use an "
+        "adapter "
+        "with Bluetooth Low Energy, and do not set ControllerMode = bredr in /etc/bluetooth/main.conf.");
     QVERIFY(!result.names.contains("advertising.instances"));
     QCOMPARE(result.exitCode, 1);
 }
@@ -148,11 +147,12 @@ void tst_doctor_adapters::whatAdvertisingCanDoIsTold()
 {
     const Simulator simulator;
     const Doctor::Result result = Doctor::examine();
-    QCOMPARE(result.line("advertising.instances"), "ok hci0 can take 5 more advertisements; 0 are active.");
+    QCOMPARE(result.line("advertising.instances"), "ok hci0 accepts 5 more advertisements; 0 are active.");
     QCOMPARE(
         result.line("advertising.capabilities"),
         "ok hci0 can include tx-power, appearance, local-name; secondary channels: 1M, 2M, Coded; features: "
-        "CanSetTxPower. It takes up to 31 bytes of advertising data and 31 of scan response. Its transmit "
+        "CanSetTxPower. It accepts up to 31 bytes of advertising data and 31 bytes of scan response. Its "
+        "transmit "
         "power "
         "can be set from -127 to 20 dBm.");
     QCOMPARE(
@@ -175,9 +175,10 @@ void tst_doctor_adapters::noFreeAdvertisementIsAProblem()
 {
     const FullAdapter fullAdapter;
     const Doctor::Result result = Doctor::examine();
-    QCOMPARE(result.line("advertising.exhausted"), "problem hci0 takes no further advertisement: 5 are "
-                                                   "active. | End a program that advertises; which do is "
-                                                   "shown by: busctl list");
+    QCOMPARE(result.line("advertising.exhausted"),
+             "problem hci0 accepts no more advertisements: 5 are "
+             "active. | Stop another program that advertises. Only bluetoothd knows which programs do: stop "
+             "them one by one.");
     QCOMPARE(result.exitCode, 1);
 }
 

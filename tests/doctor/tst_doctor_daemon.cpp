@@ -60,10 +60,9 @@ void tst_doctor_daemon::absentItIsAProblem()
     const Simulator simulator({"--absent"});
     const Doctor::Result result = Doctor::examine();
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.absent"}));
-    QCOMPARE(
-        result.line("daemon.absent"),
-        "problem bluetoothd is not running, and nothing on this machine tells the bus how to start it. | "
-        "Install BlueZ (on Debian: apt install bluez) and start it: systemctl start bluetooth");
+    QCOMPARE(result.line("daemon.absent"),
+             "problem bluetoothd is not running, and the bus does not know how to start it. | "
+             "Install BlueZ (on Debian: apt install bluez) and start it: systemctl start bluetooth");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -73,8 +72,8 @@ void tst_doctor_daemon::startedByTheBusItIsAWarning()
                                  " --address \"$DBUS_STARTER_ADDRESS\"'");
     const Doctor::Result result = Doctor::examine({}, bus.address());
     QCOMPARE(result.line("daemon.started"),
-             "warning bluetoothd was not running; the bus has started it just now, as for any call. | "
-             "Have it start with the machine: systemctl enable bluetooth");
+             "warning bluetoothd was not running; the bus has just started it. | "
+             "Start it with the machine: systemctl enable bluetooth");
     QCOMPARE(result.finding("adapter.on").severity, "ok");
     QCOMPARE(result.exitCode, 0);
 }
@@ -89,7 +88,7 @@ void tst_doctor_daemon::notStartingItIsAProblem()
         line.startsWith("problem bluetoothd is not running, and the bus cannot start it: Process org.bluez "
                         "exited with status 1"),
         qPrintable(line));
-    QVERIFY2(line.endsWith(" | See why: systemctl status bluetooth"), qPrintable(line));
+    QVERIFY2(line.endsWith(" | Check its status: systemctl status bluetooth"), qPrintable(line));
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -101,14 +100,12 @@ void tst_doctor_daemon::theStandInIsAWarning()
     const Doctor::Finding found = result.finding("daemon.stand-in");
     QCOMPARE(found.severity, "warning");
     QCOMPARE(found.values["process"].toInt(), int(simulator.pid()));
-    QCOMPARE(
-        found.text,
-        QString(
-            "org.bluez is played by plim-bluez-simulator (process %1 of user %2): nothing below tells about "
-            "this machine's own Bluetooth.")
-            .arg(simulator.pid())
-            .arg(found.values["user"].toString()));
-    QCOMPARE(found.cure, QString("To examine the real daemon, end it: kill %1").arg(simulator.pid()));
+    QCOMPARE(found.text, QString("org.bluez is plim-bluez-simulator (process %1 of user %2): the findings "
+                                 "below say nothing about this machine's Bluetooth.")
+                             .arg(simulator.pid())
+                             .arg(found.values["user"].toString()));
+    QCOMPARE(found.remedy,
+             QString("To check the real daemon, stop the simulator: kill %1").arg(simulator.pid()));
     QCOMPARE(result.exitCode, 0);
 }
 
@@ -121,10 +118,9 @@ void tst_doctor_daemon::anotherProgramIsAWarning()
     QVERIFY2(line.startsWith(
                  QString("warning org.bluez is tst_doctor_daemon (process %1 of user ").arg(::getpid())),
              qPrintable(line));
-    QVERIFY2(
-        line.endsWith("), which is not bluetoothd; what it accepts is not known. | If it is not meant to be "
-                      "there, end it and start bluetoothd: systemctl restart bluetooth"),
-        qPrintable(line));
+    QVERIFY2(line.endsWith("), which is not bluetoothd. What it accepts is unknown. | If it should not run, "
+                           "stop it and start bluetoothd: systemctl restart bluetooth"),
+             qPrintable(line));
 }
 
 void tst_doctor_daemon::aProgramOfWhichNothingIsSeenIsAWarning()
@@ -169,10 +165,9 @@ void tst_doctor_daemon::aVersionThatCannotBeToldIsAWarning()
     const QString line = Doctor::examine({}, bus.address()).line("daemon.version-unknown");
     QVERIFY2(line.startsWith(QString("warning bluetoothd is running (process %1 of user ").arg(daemon.pid())),
              qPrintable(line));
-    QVERIFY2(
-        line.endsWith("); which version cannot be told: its program does not answer to --version. | Ask its "
-                      "package: bluetoothctl --version"),
-        qPrintable(line));
+    QVERIFY2(line.endsWith("). Its version is unknown: its program does not support --version. | See the "
+                           "version of its package: bluetoothctl --version"),
+             qPrintable(line));
 }
 
 void tst_doctor_daemon::aProgramThatAnotherUserMayWriteIsNotRun()
@@ -183,9 +178,8 @@ void tst_doctor_daemon::aProgramThatAnotherUserMayWriteIsNotRun()
     const PrivateBus bus;
     const Companion daemon(fake.program(), {}, bus.address());
     const QString line = Doctor::examine({}, bus.address()).line("daemon.version-unknown");
-    QVERIFY2(line.contains(
-                 "which version cannot be told: its program could have been changed by others than root, "
-                 "so it is not run."),
+    QVERIFY2(line.contains("which version cannot be told: users other than root can change its program, so "
+                           "the doctor does not run it."),
              qPrintable(line));
 }
 
@@ -231,9 +225,8 @@ void tst_doctor_daemon::aDaemonThatNeverAnswersIsAProblemInTheEnd()
     simulator.neverAnswer("GetManagedObjects");
     const Doctor::Result result = Doctor::examine({"--timeout", "3"});
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "daemon.silent"}));
-    QCOMPARE(result.line("daemon.silent"),
-             "problem bluetoothd did not answer within 3 s, or ended over it. | Start it "
-             "again: systemctl restart bluetooth");
+    QCOMPARE(result.line("daemon.silent"), "problem bluetoothd did not answer within 3 s, or it ended. | "
+                                           "Restart it: systemctl restart bluetooth");
     QVERIFY2(result.errors.contains("... waiting for the answer to GetManagedObjects\n"),
              qPrintable(result.errors));
     QCOMPARE(result.exitCode, 1);
@@ -258,11 +251,10 @@ void tst_doctor_daemon::aDaemonWithoutObjectsIsAProblem()
     const Doctor::Result result = Doctor::examine({}, bus.address());
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.running", "daemon.strange"}));
     const QString line = result.line("daemon.strange");
-    QVERIFY2(line.startsWith("problem bluetoothd does not tell what it has: "), qPrintable(line));
-    QVERIFY2(
-        line.endsWith(" (org.freedesktop.DBus.Error.UnknownObject) | See what it says itself: journalctl -u "
-                      "bluetooth"),
-        qPrintable(line));
+    QVERIFY2(line.startsWith("problem bluetoothd does not list its objects: "), qPrintable(line));
+    QVERIFY2(line.endsWith(" (org.freedesktop.DBus.Error.UnknownObject) | Check its log: journalctl -u "
+                           "bluetooth"),
+             qPrintable(line));
     QCOMPARE(result.exitCode, 1);
 }
 

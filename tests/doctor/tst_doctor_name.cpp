@@ -50,10 +50,9 @@ void tst_doctor_name::aNameThatIsRefusedIsAProblem()
     const QString line = result.line("name.refused");
     QVERIFY2(line.startsWith("problem The bus does not let user " + user + " own org.example.Doctored: "),
              qPrintable(line));
-    QVERIFY2(line.endsWith(
-                 "(org.freedesktop.DBus.Error.AccessDenied). The library registers all the same, without "
-                 "the name. | Allow it in a file in /etc/dbus-1/system.d: <policy user=\"" +
-                 user + "\"><allow own=\"org.example.Doctored\"/></policy>"),
+    QVERIFY2(line.endsWith("(org.freedesktop.DBus.Error.AccessDenied). The library works without the name. | "
+                           "Allow it in a file in /etc/dbus-1/system.d: <policy user=\"" +
+                           user + "\"><allow own=\"org.example.Doctored\"/></policy>"),
              qPrintable(line));
     QCOMPARE(result.line("calls.arrive"), "ok bluetoothd's calls reach a program of user " + user + ".");
     QCOMPARE(result.exitCode, 1);
@@ -68,9 +67,8 @@ void tst_doctor_name::aNameThatIsTakenIsAWarning()
     const QString user = result.finding("name.taken").values["user"].toString();
     QCOMPARE(result.line("name.taken"),
              "warning User " + user +
-                 " may own org.example.Doctored, but another program owns it now. | If that is not the "
-                 "program that "
-                 "is meant to, end it; which it is shows: busctl status org.example.Doctored");
+                 " may own org.example.Doctored, but another program owns it now. | If this is the wrong "
+                 "program, stop it. To see which one it is: busctl status org.example.Doctored");
     QCOMPARE(result.exitCode, 0);
 }
 
@@ -109,8 +107,7 @@ void tst_doctor_name::callsThatTheBusKeepsBackFromTheNameAreAProblem()
     const QString user = result.finding("daemon.stand-in").values["user"].toString();
     QCOMPARE(result.line("calls.blocked"),
              "problem bluetoothd's calls do not reach a program that owns org.example.Doctored: the bus "
-             "keeps them "
-             "back. | Allow them in a file in /etc/dbus-1/system.d: <policy user=\"" +
+             "blocks them. | Allow them in a file in /etc/dbus-1/system.d: <policy user=\"" +
                  user + "\"><allow send_destination=\"org.example.Doctored\"/></policy>");
     QCOMPARE(result.exitCode, 1);
 }
@@ -126,7 +123,7 @@ void tst_doctor_name::callsThatTheBusKeepsBackFromEverybodyAreAProblem()
     const QString user = result.finding("name.refused").values["user"].toString();
     QCOMPARE(result.line("calls.blocked"),
              "problem bluetoothd's calls do not reach a program of user " + user +
-                 ": the bus keeps them back. | Put back the policy that comes with BlueZ: bluetooth.conf, in "
+                 ": the bus blocks them. | Restore the bus policy of BlueZ: bluetooth.conf, in "
                  "/etc/dbus-1/system.d or /usr/share/dbus-1/system.d.");
     QCOMPARE(result.exitCode, 1);
 }
@@ -146,12 +143,11 @@ void tst_doctor_name::aDaemonThatDoesNotTryLeavesItOpen()
     Simulator simulator;
     simulator.answerWithError("RegisterApplication", "org.bluez.Error.NotReady", "Not yet");
     const Doctor::Result result = Doctor::examine(ownIt);
-    QCOMPARE(
-        result.line("calls.untold"),
-        "warning Whether bluetoothd's calls reach a program that owns org.example.Doctored cannot be told: "
-        "it "
-        "did not try, and answered Not yet (org.bluez.Error.NotReady). | See what it says itself: journalctl "
-        "-u bluetooth");
+    QCOMPARE(result.line("calls.untold"),
+             "warning Whether bluetoothd's calls reach a program that owns org.example.Doctored is unknown: "
+             "bluetoothd did not try, and answered Not yet (org.bluez.Error.NotReady). | Check its log: "
+             "journalctl "
+             "-u bluetooth");
     QCOMPARE(result.exitCode, 0);
 }
 

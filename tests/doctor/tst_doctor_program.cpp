@@ -67,9 +67,8 @@ void tst_doctor_program::findingsAreLinesWithTheirCureBelow()
     QCOMPARE(result.output,
              "ok       The system bus at " + bus.address() +
                  " answers.\n"
-                 "problem  bluetoothd is not running, and nothing on this machine tells the bus how to "
-                 "start it.\n"
-                 "    cure: Install BlueZ (on Debian: apt install bluez) and start it: systemctl start "
+                 "problem  bluetoothd is not running, and the bus does not know how to start it.\n"
+                 "    remedy: Install BlueZ (on Debian: apt install bluez) and start it: systemctl start "
                  "bluetooth\n"
                  "1 problem, 0 warnings\n");
     QCOMPARE(result.errors, QString());

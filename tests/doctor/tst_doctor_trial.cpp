@@ -65,7 +65,7 @@ void tst_doctor_trial::whatIsServedCanBeRead()
     EVENTUALLY_VERIFY(doctor->errors().contains("... 3600 s left\n"));
     doctor->interrupt();
     const Doctor::Result result = doctor->result();
-    QCOMPARE(result.line("serve.read"), "ok Meanwhile the characteristic was read once.");
+    QCOMPARE(result.line("serve.read"), "ok The characteristic was read once.");
     QCOMPARE(result.finding("serve.read").values["reads"].toInt(), 1);
     QCOMPARE(result.exitCode, 0);
     EVENTUALLY_COMPARE(simulator.applications(), QStringList());
@@ -75,14 +75,13 @@ void tst_doctor_trial::servingAloneSaysThatNobodyFindsTheDevice()
 {
     const Simulator simulator;
     const Doctor::Result result = Doctor::examine({"--serve", "--seconds", "1"});
-    QCOMPARE(
-        result.line("serve.registered"),
-        "ok An application is registered for 1 s: a phone that is connected to 00:AA:01:00:00:00 should now "
-        "see "
-        "the service 9d0c5e6a-1f4b-4c8a-a3a1-706c696d0001, and in it the characteristic "
-        "9d0c5e6a-1f4b-4c8a-a3a1-706c696d0002, which reads \"plim-ble-doctor\". To find the device it takes "
-        "--advertise as well.");
-    QCOMPARE(result.line("serve.read"), "ok Meanwhile nobody has read the characteristic.");
+    QCOMPARE(result.line("serve.registered"),
+             "ok An application is registered for 1 s. A phone that connects to 00:AA:01:00:00:00 should now "
+             "see "
+             "the service 9d0c5e6a-1f4b-4c8a-a3a1-706c696d0001, and in it the characteristic "
+             "9d0c5e6a-1f4b-4c8a-a3a1-706c696d0002, which reads \"plim-ble-doctor\". Add --advertise so that "
+             "the phone finds the device.");
+    QCOMPARE(result.line("serve.read"), "ok Nobody has read the characteristic.");
     QVERIFY(!result.names.contains("advertise.registered"));
     QCOMPARE(result.exitCode, 0);
 }
@@ -95,10 +94,10 @@ void tst_doctor_trial::whatIsAdvertisedIsWhatIsTold()
     QCOMPARE(seen["LocalName"].toString(), "plim-ble-doctor");
     QCOMPARE(seen["ServiceUUIDs"].toStringList(), QStringList(service));
     const Doctor::Result result = Doctor::examine({"--advertise", "--seconds", "1"});
-    QCOMPARE(result.line("advertising.instances"), "ok hci0 can take 4 more advertisements; 1 are active.");
+    QCOMPARE(result.line("advertising.instances"), "ok hci0 accepts 4 more advertisements; 1 are active.");
     QCOMPARE(
         result.line("advertise.registered"),
-        "ok An advertisement is registered for 1 s: a phone that scans should now see the name "
+        "ok An advertisement is registered for 1 s. A phone that scans should now see the name "
         "\"plim-ble-doctor\" at 00:AA:01:00:00:00, with the service 9d0c5e6a-1f4b-4c8a-a3a1-706c696d0001.");
     QVERIFY(!result.names.contains("serve.registered"));
     QCOMPARE(result.exitCode, 0);
@@ -130,8 +129,8 @@ void tst_doctor_trial::aRefusalIsAProblem()
                               "Failed to register advertisement");
     const Doctor::Result result = Doctor::examine({"--advertise", "--seconds", "1"});
     QCOMPARE(result.line("trial.refused"),
-             "problem bluetoothd refuses the advertisement: Failed to register advertisement "
-             "(org.bluez.Error.Failed) | See what it says itself: journalctl -u bluetooth");
+             "problem bluetoothd rejected the advertisement: Failed to register advertisement "
+             "(org.bluez.Error.Failed) | Check its log: journalctl -u bluetooth");
     QCOMPARE(result.finding("trial.refused").values["error"].toString(), "org.bluez.Error.Failed");
     QCOMPARE(result.exitCode, 1);
 }
@@ -140,9 +139,9 @@ void tst_doctor_trial::noRoomForAnAdvertisementIsAProblem()
 {
     const FullAdapter fullAdapter;
     const Doctor::Result result = Doctor::examine({"--advertise", "--seconds", "1"});
-    QCOMPARE(result.line("advertise.full"), "problem bluetoothd takes no further advertisement: Maximum "
-                                            "advertisements reached | End a program that "
-                                            "advertises; which do is shown by: busctl list");
+    QCOMPARE(result.line("advertise.full"), "problem bluetoothd accepts no more advertisements: Maximum "
+                                            "advertisements reached | Stop another program that advertises. "
+                                            "Only bluetoothd knows which programs do: stop them one by one.");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -154,8 +153,7 @@ void tst_doctor_trial::noAnswerIsAProblemInTheEnd()
     const Doctor::Result result = Doctor::examine({"--advertise", "--serve", "--timeout", "3"});
     QCOMPARE(result.names.count("trial.silent"), 2);
     QCOMPARE(result.line("trial.silent"), "problem bluetoothd does not answer within 3 s to the registration "
-                                          "of the application. | Start it again: "
-                                          "systemctl restart bluetooth");
+                                          "of the application. | Restart it: systemctl restart bluetooth");
     QCOMPARE(result.finding("calls.untold").severity, "warning");
     for (const char* line : {"... waiting for the answer to RegisterApplication\n",
                              "... waiting for the answer about the application and the advertisement\n"}) {
@@ -171,9 +169,8 @@ void tst_doctor_trial::aDaemonThatEndsIsAProblem()
     simulator.vanish();
     const Doctor::Result result = doctor->result();
     QCOMPARE(result.names.count("trial.lost"), 1);
-    QCOMPARE(
-        result.line("trial.lost"),
-        "problem bluetoothd or its adapter went away during the trial. | See why: journalctl -u bluetooth");
+    QCOMPARE(result.line("trial.lost"), "problem bluetoothd or its adapter disappeared during the trial. | "
+                                        "Check its log: journalctl -u bluetooth");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -183,9 +180,8 @@ void tst_doctor_trial::anAdvertisementThatTheDaemonEndsIsAProblem()
     const std::unique_ptr<Doctor> doctor = beginTrial(simulator, {"--advertise"});
     simulator.releaseAdvertisement(advertisement);
     const Doctor::Result result = doctor->result();
-    QCOMPARE(
-        result.line("advertise.released"),
-        "problem bluetoothd has ended the advertisement before its time. | See why: journalctl -u bluetooth");
+    QCOMPARE(result.line("advertise.released"),
+             "problem bluetoothd ended the advertisement early. | Check its log: journalctl -u bluetooth");
     QCOMPARE(result.exitCode, 1);
 }
 
@@ -194,9 +190,8 @@ void tst_doctor_trial::nothingIsTriedWithoutTheDaemon()
     const Simulator simulator({"--absent"});
     const Doctor::Result result = Doctor::examine({"--serve"});
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.absent", "trial.skipped"}));
-    QCOMPARE(result.line("trial.skipped"), "warning Nothing is registered for a trial before the problems "
-                                           "above are solved. | Cure them, and try "
-                                           "again.");
+    QCOMPARE(result.line("trial.skipped"),
+             "warning Nothing was registered, because of the problems above. | Solve them and try again.");
 }
 
 void tst_doctor_trial::nothingIsAdvertisedWhileTheAdapterIsOff()

@@ -88,12 +88,12 @@ private slots:
         QCOMPARE(ble.read(brightness), byte(50));
 
         ble.write(brightness, byte(80));
-        EVENTUALLY_VERIFY(example.says("the lamp shines with 80 per cent"));
+        EVENTUALLY_VERIFY(example.says("brightness set to 80 per cent"));
         QCOMPARE(ble.read(brightness), byte(80));
 
         ble.subscribe(brightness);
         ble.write(brightness, byte(101));
-        EVENTUALLY_VERIFY(example.says("no brightness: 65"));
+        EVENTUALLY_VERIFY(example.says("rejected: 65"));
         QCOMPARE(ble.read(brightness), byte(80));
         EVENTUALLY_VERIFY(ble.notifications(brightness).contains(byte(80)));
         QVERIFY(!ble.notifications(brightness).contains(byte(101)));
@@ -184,7 +184,7 @@ private slots:
         EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/uptime"));
         const QString uptime = ble.find(own(7, 2));
         ble.subscribe(uptime);
-        EVENTUALLY_VERIFY(example.says("a phone listens"));
+        EVENTUALLY_VERIFY(example.says("subscribed"));
         EVENTUALLY_VERIFY(ble.notifications(uptime).size() >= 3);
         QVERIFY(ble.notifications(uptime).at(0).toDouble() <= ble.notifications(uptime).at(2).toDouble());
         QVERIFY(ble.read(uptime).toDouble() > 0);

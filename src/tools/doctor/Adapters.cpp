@@ -36,17 +36,17 @@ bool examineAdapter(const QString& path, const QVariantMap& properties, Report& 
         {"adapter", path}, {"address", address}, {"powered", isPowered}, {"discoverable", isDiscoverable}};
     if (roles.isValid() && !roles.toStringList().contains("peripheral")) {
         report.problem("adapter.no-peripheral", which + " cannot be a peripheral.",
-                       "Use another Bluetooth adapter, one that can.", values);
+                       "Use another Bluetooth adapter that supports the peripheral role.", values);
     } else if (isPowered) {
         report.ok("adapter.on",
-                  QString("%1 is switched on, and %2discoverable by itself.")
+                  QString("%1 is switched on. It is %2discoverable without an advertisement.")
                       .arg(which, isDiscoverable ? "" : "not "),
                   values);
         return true;
     } else if (properties.value("PowerState") == "off-blocked") {
         report.problem("adapter.blocked",
                        which + " is switched off, and blocked by the kernel's radio switch.",
-                       "Lift the block: rfkill unblock bluetooth", values);
+                       "Remove the block: rfkill unblock bluetooth", values);
     } else {
         report.problem("adapter.off", which + " is switched off.",
                        QString("Switch it on: busctl set-property org.bluez %1 %2 Powered b true")
@@ -64,11 +64,13 @@ void examineInstances(const QString& path, const QVariantMap& properties, Report
     if (left == 0) {
         report.problem(
             "advertising.exhausted",
-            QString("%1 takes no further advertisement: %2 are active.").arg(nameOf(path)).arg(active),
-            "End a program that advertises; which do is shown by: busctl list", values);
+            QString("%1 accepts no more advertisements: %2 are active.").arg(nameOf(path)).arg(active),
+            "Stop another program that advertises. Only bluetoothd knows which programs do: stop them one by "
+            "one.",
+            values);
     } else {
         report.ok("advertising.instances",
-                  QString("%1 can take %2 more advertisements; %3 are active.")
+                  QString("%1 accepts %2 more advertisements; %3 are active.")
                       .arg(nameOf(path))
                       .arg(left)
                       .arg(active),
@@ -88,7 +90,7 @@ void examineCapabilities(const QString& path, const QVariantMap& properties, Rep
     QString text = QString("%1 can include %2; secondary channels: %3; features: %4.")
                        .arg(nameOf(path), listed(includes), listed(channels), listed(features));
     if (limits.contains("MaxAdvLen")) {
-        text += QString(" It takes up to %1 bytes of advertising data and %2 of scan response.")
+        text += QString(" It accepts up to %1 bytes of advertising data and %2 bytes of scan response.")
                     .arg(limits.value("MaxAdvLen").toInt())
                     .arg(limits.value("MaxScnRspLen").toInt());
     }
@@ -120,16 +122,16 @@ void examineManagers(const Daemon& daemon, const Adapters& adapters, Report& rep
 {
     if (adapters.gatt.path.isEmpty()) {
         report.problem("gatt.missing",
-                       "No adapter takes GATT applications: there is no org.bluez.GattManager1.",
-                       "Start the daemon again: systemctl restart bluetooth");
+                       "No adapter accepts GATT applications: there is no org.bluez.GattManager1.",
+                       "Restart the daemon: systemctl restart bluetooth");
     } else {
-        report.ok("gatt.present", nameOf(adapters.gatt.path) + " takes GATT applications.",
+        report.ok("gatt.present", nameOf(adapters.gatt.path) + " accepts GATT applications.",
                   {{"manager", adapters.gatt.path}});
     }
     const QString advertising = adapters.advertising.path;
     if (advertising.isEmpty()) {
         report.problem("advertising.missing",
-                       "No adapter takes advertisements: there is no org.bluez.LEAdvertisingManager1.",
+                       "No adapter accepts advertisements: there is no org.bluez.LEAdvertisingManager1.",
                        "Use an adapter with Bluetooth Low Energy, and do not set ControllerMode = bredr in "
                        "/etc/bluetooth/main.conf.");
     } else {
@@ -155,20 +157,19 @@ Adapters Adapters::examine(const Daemon& daemon, Report& report)
         }
     }
     if (all.isEmpty()) {
-        report.problem(
-            "adapter.none", "bluetoothd has no Bluetooth adapter.",
-            "Connect one, or have the kernel load its driver: ls /sys/class/bluetooth shows what the "
-            "kernel has.");
+        report.problem("adapter.none", "bluetoothd has no Bluetooth adapter.",
+                       "Connect one, or load its kernel driver. To list the adapters that the kernel knows: "
+                       "ls /sys/class/bluetooth");
         return {};
     }
     if (all.size() > 1) {
         report.warning(
             "adapter.several",
-            QString("There are %1 adapters. A program that starts now registers with the first, %2; "
-                    "after bluetoothd has started again, with the one that it announces last.")
+            QString("There are %1 adapters. A program that starts now uses the first one, %2. After a "
+                    "restart of bluetoothd it uses the one that bluetoothd announces last.")
                 .arg(all.size())
                 .arg(nameOf(all.constFirst())),
-            "Disconnect the adapters that the program is not meant to use.");
+            "Disconnect the adapters that the program should not use.");
     }
     Adapters adapters{firstManager(daemon, gattInterface, usable),
                       firstManager(daemon, advertisingInterface, usable)};

@@ -32,7 +32,7 @@ bool connectWithin(int milliseconds)
     if (done.wait_for(quiet) == std::future_status::ready) {
         return true;
     }
-    Report::progress("waiting for the bus to take the connection");
+    Report::progress("waiting for the connection to the bus");
     return done.wait_for(std::chrono::milliseconds(milliseconds) - quiet) == std::future_status::ready;
 }
 
@@ -47,7 +47,7 @@ Bus::Reach Bus::reach(Report& report) const
         report.problem(
             "bus.silent",
             QString("The system bus %1 does not answer within %2 s.").arg(where).arg(m_timeoutMs / 1000),
-            "Start that bus again; the machine's own one starts anew with the machine.", values);
+            "Restart that bus. The system bus of the machine restarts with the machine.", values);
         return Reach::Silent;
     }
     const QDBusConnection bus = QDBusConnection::systemBus();
@@ -59,7 +59,7 @@ Bus::Reach Bus::reach(Report& report) const
                    QString("The system bus %1 cannot be reached: %2").arg(where, bus.lastError().message()),
                    address.isEmpty()
                        ? "Start it: systemctl start dbus"
-                       : "Unset DBUS_SYSTEM_BUS_ADDRESS, or set it to the address of a bus that is there.",
+                       : "Unset DBUS_SYSTEM_BUS_ADDRESS, or set it to the address of a running bus.",
                    values);
     return Reach::Unreachable;
 }

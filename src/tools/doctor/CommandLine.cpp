@@ -5,12 +5,11 @@
 namespace {
 
 const char* const Description =
-    "Looks for what keeps this machine from being a Bluetooth LE peripheral: the system bus, the Bluetooth\n"
-    "daemon, its adapters, what they can do, and what the bus lets this user do. One line for each finding;\n"
-    "each problem comes with one cure.\n\n"
-    "It only looks, unless --name, --serve or --advertise asks for a trial. An answer is waited for as long "
-    "as\n"
-    "--timeout says, and what is waited for is told on standard error.\n"
+    "Checks why this machine cannot be a Bluetooth LE peripheral: the system bus, the Bluetooth daemon, its\n"
+    "adapters and what they support, and what the bus allows this user to do. Each finding is one line; each\n"
+    "problem comes with one remedy.\n\n"
+    "It registers nothing and owns no name without --name, --serve or --advertise. While it waits for an\n"
+    "answer, at most as long as --timeout says, it prints what it waits for on standard error.\n"
     "Exit codes: 0 no problem, 1 a problem was found, 2 wrong arguments.";
 
 constexpr int LongestSeconds = 3600;
@@ -35,15 +34,14 @@ QString CommandLine::parse(const QStringList& arguments)
     parser.setApplicationDescription(Description);
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsOptions);
     parser.addOptions({
-        {"name", "Try to own this bus name, and whether the daemon can call a program that owns it.",
-         "bus name"},
-        {"advertise", "Try to advertise, and tell what a phone should then see."},
-        {"serve", "Try to serve a characteristic, and tell what a phone should then see."},
-        {"seconds", "How long to advertise and to serve; Ctrl+C ends it earlier. Default: 10.", "number",
-         "10"},
+        {"name", "Try to own this bus name, and check whether the daemon can call its owner.", "bus name"},
+        {"advertise", "Register an advertisement, and print what a phone should see."},
+        {"serve", "Register a readable characteristic, and print what a phone should see."},
+        {"seconds", "How many seconds to keep them registered; Ctrl+C ends this earlier. Default: 10.",
+         "number", "10"},
         {"timeout", "How many seconds to wait for an answer. Default: 10.", "number", "10"},
         {"json", "Print the findings as JSON, at the end."},
-        {"verbose", "Print the library's log, too, on standard error."},
+        {"verbose", "Also print the library's log, on standard error."},
     });
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption versionOption = parser.addVersionOption();

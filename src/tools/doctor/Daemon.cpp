@@ -26,16 +26,15 @@ bool isThere(const Bus& bus, Report& report)
         return true;
     }
     if (owner.errorName() != "org.freedesktop.DBus.Error.NameHasNoOwner") {
-        report.problem(
-            "bus.refuses", "The bus does not tell who is on it: " + Bus::errorText(owner),
-            QString("Let user %1 call org.freedesktop.DBus, in the bus's configuration.").arg(userName()));
+        report.problem("bus.refuses", "The bus does not say who owns org.bluez: " + Bus::errorText(owner),
+                       QString("Allow user %1 to call org.freedesktop.DBus in the configuration of the bus.")
+                           .arg(userName()));
         return false;
     }
     const QStringList startable = valueOf(bus.askBus("ListActivatableNames", {})).toStringList();
     if (!startable.contains(DBusBluezServiceName())) {
         report.problem(
-            "daemon.absent",
-            "bluetoothd is not running, and nothing on this machine tells the bus how to start it.",
+            "daemon.absent", "bluetoothd is not running, and the bus does not know how to start it.",
             "Install BlueZ (on Debian: apt install bluez) and start it: systemctl start bluetooth");
         return false;
     }
@@ -43,12 +42,11 @@ bool isThere(const Bus& bus, Report& report)
     if (started.type() != QDBusMessage::ReplyMessage) {
         report.problem("daemon.does-not-start",
                        "bluetoothd is not running, and the bus cannot start it: " + Bus::errorText(started),
-                       "See why: systemctl status bluetooth");
+                       "Check its status: systemctl status bluetooth");
         return false;
     }
-    report.warning("daemon.started",
-                   "bluetoothd was not running; the bus has started it just now, as for any call.",
-                   "Have it start with the machine: systemctl enable bluetooth");
+    report.warning("daemon.started", "bluetoothd was not running; the bus has just started it.",
+                   "Start it with the machine: systemctl enable bluetooth");
     return true;
 }
 
@@ -60,12 +58,11 @@ void identify(const Bus& bus, Report& report, const QString& user)
     const QString where = QString("process %1 of user %2").arg(pid ? QString::number(pid) : "unknown", user);
     QVariantMap values{{"process", pid}, {"user", user}};
     if (simulator.isValid() && simulator.toUInt() == pid) {
-        report.warning(
-            "daemon.stand-in",
-            QString("org.bluez is played by plim-bluez-simulator (%1): nothing below tells about this "
-                    "machine's own Bluetooth.")
-                .arg(where),
-            QString("To examine the real daemon, end it: kill %1").arg(pid), values);
+        report.warning("daemon.stand-in",
+                       QString("org.bluez is plim-bluez-simulator (%1): the findings below say nothing about "
+                               "this machine's Bluetooth.")
+                           .arg(where),
+                       QString("To check the real daemon, stop the simulator: kill %1").arg(pid), values);
         return;
     }
     const RunningProgram program(pid);
@@ -78,20 +75,19 @@ void identify(const Bus& bus, Report& report, const QString& user)
         return;
     }
     if (program.name() != "bluetoothd") {
-        report.warning(
-            "daemon.unknown",
-            QString("org.bluez is %1 (%2), which is not bluetoothd; what it accepts is not known.")
-                .arg(program.name(), where),
-            "If it is not meant to be there, end it and start bluetoothd: systemctl restart bluetooth",
-            values);
+        report.warning("daemon.unknown",
+                       QString("org.bluez is %1 (%2), which is not bluetoothd. What it accepts is unknown.")
+                           .arg(program.name(), where),
+                       "If it should not run, stop it and start bluetoothd: systemctl restart bluetooth",
+                       values);
         return;
     }
     const RunningProgram::Version version = program.version();
     if (version.text.isEmpty()) {
-        report.warning("daemon.version-unknown",
-                       QString("bluetoothd is running (%1); which version cannot be told: %2.")
-                           .arg(where, version.reason),
-                       "Ask its package: bluetoothctl --version", values);
+        report.warning(
+            "daemon.version-unknown",
+            QString("bluetoothd is running (%1). Its version is unknown: %2.").arg(where, version.reason),
+            "See the version of its package: bluetoothctl --version", values);
         return;
     }
     values["version"] = version.text;
@@ -121,11 +117,11 @@ Daemon Daemon::find(const Bus& bus, Report& report)
     } else if (answer.errorName() == "org.freedesktop.DBus.Error.NoReply") {
         report.problem(
             "daemon.silent",
-            QString("bluetoothd did not answer within %1 s, or ended over it.").arg(bus.timeoutMs() / 1000),
-            "Start it again: systemctl restart bluetooth");
+            QString("bluetoothd did not answer within %1 s, or it ended.").arg(bus.timeoutMs() / 1000),
+            "Restart it: systemctl restart bluetooth");
     } else {
-        report.problem("daemon.strange", "bluetoothd does not tell what it has: " + Bus::errorText(answer),
-                       "See what it says itself: journalctl -u bluetooth");
+        report.problem("daemon.strange", "bluetoothd does not list its objects: " + Bus::errorText(answer),
+                       "Check its log: journalctl -u bluetooth");
     }
     return daemon;
 }

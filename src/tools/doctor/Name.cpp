@@ -52,19 +52,17 @@ bool Name::acquire(const Bus& bus, const QString& name, Report& report)
             values);
     } else if (answer.type() != QDBusMessage::ReplyMessage) {
         report.problem("name.refused",
-                       QString("The bus does not let user %1 own %2: %3. The library registers all the same, "
-                               "without the name.")
+                       QString("The bus does not let user %1 own %2: %3. The library works without the name.")
                            .arg(userName(), name, Bus::errorText(answer)),
                        QString("Allow it in a file in /etc/dbus-1/system.d: <policy user=\"%1\"><allow "
                                "own=\"%2\"/></policy>")
                            .arg(userName(), name),
                        values);
     } else if (answer.arguments().value(0).toUInt() != PrimaryOwner) {
-        report.warning(
-            "name.taken",
-            QString("User %1 may own %2, but another program owns it now.").arg(userName(), name),
-            "If that is not the program that is meant to, end it; which it is shows: busctl status " + name,
-            values);
+        report.warning("name.taken",
+                       QString("User %1 may own %2, but another program owns it now.").arg(userName(), name),
+                       "If this is the wrong program, stop it. To see which one it is: busctl status " + name,
+                       values);
     } else {
         report.ok("name.owned", QString("User %1 may own %2.").arg(userName(), name), values);
         return true;
@@ -98,12 +96,10 @@ bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
     } else if (answer.errorName() == "org.bluez.Error.Failed") {
         // The daemon has tried: this is what it answers when it could not read the application.
         report.problem(
-            "calls.blocked",
-            QString("bluetoothd's calls do not reach %1: the bus keeps them back.").arg(program),
+            "calls.blocked", QString("bluetoothd's calls do not reach %1: the bus blocks them.").arg(program),
             name.isEmpty()
-                ? QString(
-                      "Put back the policy that comes with BlueZ: bluetooth.conf, in /etc/dbus-1/system.d or "
-                      "/usr/share/dbus-1/system.d.")
+                ? QString("Restore the bus policy of BlueZ: bluetooth.conf, in /etc/dbus-1/system.d or "
+                          "/usr/share/dbus-1/system.d.")
                 : QString("Allow them in a file in /etc/dbus-1/system.d: <policy user=\"%1\"><allow "
                           "send_destination=\"%2\"/></policy>")
                       .arg(daemon.user, name),
@@ -112,9 +108,10 @@ bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
     } else {
         report.warning(
             "calls.untold",
-            QString("Whether bluetoothd's calls reach %1 cannot be told: it did not try, and answered %2.")
+            QString(
+                "Whether bluetoothd's calls reach %1 is unknown: bluetoothd did not try, and answered %2.")
                 .arg(program, Bus::errorText(answer)),
-            "See what it says itself: journalctl -u bluetooth", values);
+            "Check its log: journalctl -u bluetooth", values);
     }
     return true;
 }

@@ -25,16 +25,16 @@ void Report::ok(const char* name, const QString& text, const QVariantMap& values
     add(name, "ok", text, {}, values);
 }
 
-void Report::warning(const char* name, const QString& text, const QString& cure, const QVariantMap& values)
+void Report::warning(const char* name, const QString& text, const QString& remedy, const QVariantMap& values)
 {
     ++m_warnings;
-    add(name, "warning", text, cure, values);
+    add(name, "warning", text, remedy, values);
 }
 
-void Report::problem(const char* name, const QString& text, const QString& cure, const QVariantMap& values)
+void Report::problem(const char* name, const QString& text, const QString& remedy, const QVariantMap& values)
 {
     ++m_problems;
-    add(name, "problem", text, cure, values);
+    add(name, "problem", text, remedy, values);
 }
 
 void Report::progress(const QString& text)
@@ -53,19 +53,19 @@ int Report::finish() const
     return m_problems == 0 ? AllWell : ProblemFound;
 }
 
-void Report::add(const char* name, const char* severity, const QString& text, const QString& cure,
+void Report::add(const char* name, const char* severity, const QString& text, const QString& remedy,
                  const QVariantMap& values)
 {
     if (!m_isJson) {
         print(stdout, QString("%1 %2").arg(severity, -8).arg(text));
-        if (!cure.isEmpty()) {
-            print(stdout, "    cure: " + cure);
+        if (!remedy.isEmpty()) {
+            print(stdout, "    remedy: " + remedy);
         }
         return;
     }
     QJsonObject finding{{"name", name}, {"severity", severity}, {"text", text}};
-    if (!cure.isEmpty()) {
-        finding["cure"] = cure;
+    if (!remedy.isEmpty()) {
+        finding["remedy"] = remedy;
     }
     if (!values.isEmpty()) {
         finding["values"] = QJsonObject::fromVariantMap(values);

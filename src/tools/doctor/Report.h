@@ -25,9 +25,11 @@ public:
 
     void ok(const char* name, const QString& text, const QVariantMap& values = {});
     /** Something that works and may still surprise. */
-    void warning(const char* name, const QString& text, const QString& cure, const QVariantMap& values = {});
+    void warning(const char* name, const QString& text, const QString& remedy,
+                 const QVariantMap& values = {});
     /** Something that keeps a peripheral from working, and the one thing to do first about it. */
-    void problem(const char* name, const QString& text, const QString& cure, const QVariantMap& values = {});
+    void problem(const char* name, const QString& text, const QString& remedy,
+                 const QVariantMap& values = {});
 
     /** Tells somebody who waits what is waited for; not part of the result. */
     static void progress(const QString& text);
@@ -36,7 +38,7 @@ public:
     int finish() const;
 
 private:
-    void add(const char* name, const char* severity, const QString& text, const QString& cure,
+    void add(const char* name, const char* severity, const QString& text, const QString& remedy,
              const QVariantMap& values);
 
     bool m_isJson;

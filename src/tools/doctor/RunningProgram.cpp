@@ -70,7 +70,7 @@ RunningProgram::Version RunningProgram::version() const
     const QString answer = trustworthy ? answerToVersion(file) : QString();
     ::close(file);
     if (!trustworthy) {
-        return {{}, "its program could have been changed by others than root, so it is not run"};
+        return {{}, "users other than root can change its program, so the doctor does not run it"};
     }
-    return {answer, answer.isEmpty() ? "its program does not answer to --version" : ""};
+    return {answer, answer.isEmpty() ? "its program does not support --version" : ""};
 }

@@ -98,13 +98,13 @@ void Trial::onEvent(const BleRegistrationEvent& event)
         onAnswer(event);
         break;
     case BleRegistrationEvent::AdvertisementReleased:
-        m_report.problem("advertise.released", "bluetoothd has ended the advertisement before its time.",
-                         "See why: journalctl -u bluetooth");
+        m_report.problem("advertise.released", "bluetoothd ended the advertisement early.",
+                         "Check its log: journalctl -u bluetooth");
         endEarly();
         break;
     case BleRegistrationEvent::ManagerGone:
-        m_report.problem("trial.lost", "bluetoothd or its adapter went away during the trial.",
-                         "See why: journalctl -u bluetooth");
+        m_report.problem("trial.lost", "bluetoothd or its adapter disappeared during the trial.",
+                         "Check its log: journalctl -u bluetooth");
         endEarly();
         break;
     case BleRegistrationEvent::ManagerAppeared:
@@ -128,13 +128,15 @@ void Trial::onAnswer(const BleRegistrationEvent& event)
     if (event.kind == BleRegistrationEvent::StepSucceeded) {
         what == "application" ? tellWhatIsServed() : tellWhatIsAdvertised();
     } else if (what == "advertisement" && event.errorName == "org.bluez.Error.NotPermitted") {
-        m_report.problem("advertise.full", "bluetoothd takes no further advertisement: " + event.errorMessage,
-                         "End a program that advertises; which do is shown by: busctl list", values);
+        m_report.problem("advertise.full", "bluetoothd accepts no more advertisements: " + event.errorMessage,
+                         "Stop another program that advertises. Only bluetoothd knows which programs do: "
+                         "stop them one by one.",
+                         values);
     } else {
         m_report.problem(
             "trial.refused",
-            QString("bluetoothd refuses the %1: %2 (%3)").arg(what, event.errorMessage, event.errorName),
-            "See what it says itself: journalctl -u bluetooth", values);
+            QString("bluetoothd rejected the %1: %2 (%3)").arg(what, event.errorMessage, event.errorName),
+            "Check its log: journalctl -u bluetooth", values);
     }
     if (m_unanswered.isEmpty()) {
         m_loop.quit();
@@ -144,15 +146,15 @@ void Trial::onAnswer(const BleRegistrationEvent& event)
 void Trial::tellWhatIsServed()
 {
     m_isServed = true;
-    m_report.ok(
-        "serve.registered",
-        QString("An application is registered for %1: a phone that is connected to %2 should now see the "
-                "service %3, and in it the characteristic %4, which reads \"%5\".%6")
-            .arg(seconds(m_options.trialMs), m_adapters.gatt.address, serviceUuid, characteristicUuid, text,
-                 m_options.advertises ? "" : " To find the device it takes --advertise as well."),
-        {{"address", m_adapters.gatt.address},
-         {"service", serviceUuid},
-         {"characteristic", characteristicUuid}});
+    m_report.ok("serve.registered",
+                QString("An application is registered for %1. A phone that connects to %2 should now see the "
+                        "service %3 with the characteristic %4, whose value is \"%5\".%6")
+                    .arg(seconds(m_options.trialMs), m_adapters.gatt.address, serviceUuid, characteristicUuid,
+                         text,
+                         m_options.advertises ? "" : " Add --advertise so that the phone finds the device."),
+                {{"address", m_adapters.gatt.address},
+                 {"service", serviceUuid},
+                 {"characteristic", characteristicUuid}});
 }
 
 void Trial::tellWhatIsAdvertised()
@@ -160,7 +162,7 @@ void Trial::tellWhatIsAdvertised()
     m_isAdvertised = true;
     m_report.ok(
         "advertise.registered",
-        QString("An advertisement is registered for %1: a phone that scans should now see the name \"%2\" at "
+        QString("An advertisement is registered for %1. A phone that scans should now see the name \"%2\" at "
                 "%3, with the service %4.")
             .arg(seconds(m_options.trialMs), text, m_adapters.advertising.address, serviceUuid),
         {{"address", m_adapters.advertising.address}, {"localName", text}, {"service", serviceUuid}});
@@ -179,9 +181,9 @@ void Trial::awaitAnswers()
     m_loop.exec();
     for (const QString& what : m_isOver ? QStringList() : m_unanswered) {
         m_report.problem("trial.silent",
-                         QString("bluetoothd does not answer within %1 to the registration of the %2.")
+                         QString("bluetoothd did not answer the registration of the %2 within %1.")
                              .arg(seconds(m_options.timeoutMs), what),
-                         "Start it again: systemctl restart bluetooth", {{"what", what}});
+                         "Restart it: systemctl restart bluetooth", {{"what", what}});
     }
 }
 
@@ -207,8 +209,8 @@ void Trial::stay()
     if (m_isServed && !m_isOver) {
         const QString times = m_reads == 1 ? QString("once") : QString("%1 times").arg(m_reads);
         m_report.ok("serve.read",
-                    m_reads == 0 ? QString("Meanwhile nobody has read the characteristic.")
-                                 : QString("Meanwhile the characteristic was read %1.").arg(times),
+                    m_reads == 0 ? QString("Nobody has read the characteristic.")
+                                 : QString("The characteristic was read %1.").arg(times),
                     {{"reads", m_reads}});
     }
 }

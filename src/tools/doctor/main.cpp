@@ -30,9 +30,8 @@ void examine(const CommandLine& options, const Bus& bus, Report& report)
         (!options.advertises || adapters.advertising.isUsable)) {
         Trial(options, adapters, report).run();
     } else if (isTrial) {
-        report.warning("trial.skipped",
-                       "Nothing is registered for a trial before the problems above are solved.",
-                       "Cure them, and try again.");
+        report.warning("trial.skipped", "Nothing was registered, because of the problems above.",
+                       "Solve them and try again.");
     }
     if (isOwned) {
         Name::release(bus, options.name);

@@ -157,8 +157,8 @@ void Scenes::doctor()
 {
     if (!Bluetooth::usesMachine()) {
         const auto withoutBus = examined();
-        Expect::equal(withoutBus->finding("bus.unreachable")["cure"].toString(),
-                      QString("Start it: systemctl start dbus"), "without a bus the cure is to start it");
+        Expect::equal(withoutBus->finding("bus.unreachable")["remedy"].toString(),
+                      QString("Start it: systemctl start dbus"), "without a bus the remedy is to start it");
     }
     Bluetooth bluetooth;
     aHealthyMachine(bluetooth);
