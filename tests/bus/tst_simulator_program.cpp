@@ -72,13 +72,13 @@ void tst_simulator_program::wrongArgumentsAreExplained_data()
     QTest::newRow("unknown option") << QStringList("--nothing") << "Unknown option 'nothing'.";
     QTest::newRow("stray word") << QStringList("word") << "unexpected argument 'word', see --help";
     QTest::newRow("unknown version") << QStringList({"--bluez", "4"})
-                                     << "--bluez knows 5.66 and 5.82, not '4'";
+                                     << "--bluez accepts 5.66 and 5.82, not '4'";
     QTest::newRow("adapter name") << QStringList({"--adapter", "a/b"})
                                   << "\"a/b\" cannot be an adapter's name: letters, digits and _ only";
     QTest::newRow("adapter twice") << QStringList({"--adapter", "hci0", "--adapter", "hci0"})
                                    << "There is an adapter hci0 already";
     QTest::newRow("empty address") << QStringList({"--address", ""})
-                                   << "which bus? Give --address or set DBUS_SYSTEM_BUS_ADDRESS";
+                                   << "no bus: use --address or set DBUS_SYSTEM_BUS_ADDRESS";
 }
 
 void tst_simulator_program::wrongArgumentsAreExplained()

@@ -98,7 +98,7 @@ void tst_doctor_bus::aBusThatDoesNotTellWhoIsThereIsAProblem()
     QCOMPARE(result.names, QStringList({"bus.reached", "bus.refuses"}));
     const QString line = result.line("bus.refuses");
     QVERIFY2(line.startsWith("problem The bus does not say who owns org.bluez: "), qPrintable(line));
-    QVERIFY2(line.contains("(org.freedesktop.DBus.Error.AccessDenied) | Let user "), qPrintable(line));
+    QVERIFY2(line.contains("(org.freedesktop.DBus.Error.AccessDenied) | Allow user "), qPrintable(line));
     QVERIFY2(line.endsWith(" call org.freedesktop.DBus in the configuration of the bus."), qPrintable(line));
     QCOMPARE(result.exitCode, 1);
 }

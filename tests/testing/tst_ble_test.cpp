@@ -117,7 +117,7 @@ private slots:
 
     void aSimulatorThatDoesNotStartEndsTheProgram()
     {
-        FAILS_WITH("givesWrongArguments", "--bluez knows 5.66 and 5.82, not '4.2'");
+        FAILS_WITH("givesWrongArguments", "--bluez accepts 5.66 and 5.82, not '4.2'");
     }
 
     void aBusInUseEndsTheProgram()

@@ -5,19 +5,17 @@
 namespace {
 
 const char* const Description =
-    "Plays the Bluetooth daemon of BlueZ on a D-Bus bus, and a phone that is connected to it, so that "
-    "programs\n"
-    "that are Bluetooth LE peripherals can be tried without Bluetooth.\n\n"
-    "It is driven over the same bus: service org.plim.BluezSimulator, object /org/plim/BluezSimulator,\n"
-    "interface org.plim.BluezSimulator1; 'busctl introspect' lists what it can do.\n"
+    "Plays the Bluetooth daemon of BlueZ and a connected phone on a D-Bus bus, so that you can try Bluetooth LE\n"
+    "peripherals without Bluetooth.\n\n"
+    "Control it over the same bus: service org.plim.BluezSimulator, object /org/plim/BluezSimulator,\n"
+    "interface org.plim.BluezSimulator1; 'busctl introspect' lists its methods.\n"
     "Prints one line when it is ready, and ends on SIGTERM, SIGINT, the method Quit or the end of the bus.\n"
     "Exit codes: 0 ended as asked or with the bus, 1 wrong arguments, 2 bus not reachable, 3 name taken.";
 
 const char* const AddressHelp =
     "The bus to appear on: a D-Bus address, \"session\" or \"system\". Default: the address in "
-    "DBUS_SYSTEM_BUS_ADDRESS; without that variable there is none, so that the machine's own system bus is "
-    "only "
-    "used when asked for.";
+    "DBUS_SYSTEM_BUS_ADDRESS. Without either it does not start, so that it never appears on the machine's "
+    "system bus by accident.";
 
 } // namespace
 
@@ -33,10 +31,10 @@ QString CommandLine::parse(const QStringList& arguments)
         QStringLiteral("Start without org.bluez, until the method Appear is called."));
     const QCommandLineOption versionOption(
         QStringLiteral("bluez"),
-        QStringLiteral("The daemon version that judges advertisements: 5.66 or 5.82. Default: 5.82."),
+        QStringLiteral("The BlueZ version whose rules for advertisements are applied: 5.66 or 5.82. Default: 5.82."),
         QStringLiteral("version"), QStringLiteral("5.82"));
     const QCommandLineOption acceptOption(QStringLiteral("accept-everything"),
-                                          QStringLiteral("Take any advertisement without judging it."));
+                                          QStringLiteral("Accept any advertisement."));
     const QCommandLineOption verboseOption(QStringLiteral("verbose"),
                                            QStringLiteral("Print every call that org.bluez receives."));
     QCommandLineParser parser;
@@ -56,7 +54,7 @@ QString CommandLine::parse(const QStringList& arguments)
     }
     const QString versionText = parser.value(versionOption);
     if (versionText != QLatin1String("5.66") && versionText != QLatin1String("5.82")) {
-        return QStringLiteral("--bluez knows 5.66 and 5.82, not '%1'").arg(versionText);
+        return QStringLiteral("--bluez accepts 5.66 and 5.82, not '%1'").arg(versionText);
     }
     address = parser.isSet(addressOption) ? parser.value(addressOption)
                                           : qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
@@ -66,6 +64,6 @@ QString CommandLine::parse(const QStringList& arguments)
     isAbsent = parser.isSet(absentOption);
     acceptsEverything = parser.isSet(acceptOption);
     isVerbose = parser.isSet(verboseOption);
-    return address.isEmpty() ? QStringLiteral("which bus? Give --address or set DBUS_SYSTEM_BUS_ADDRESS")
+    return address.isEmpty() ? QStringLiteral("no bus: use --address or set DBUS_SYSTEM_BUS_ADDRESS")
                              : QString();
 }
