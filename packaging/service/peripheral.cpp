@@ -1,4 +1,4 @@
-// A peripheral as a system service: the program that goes with the unit, the bus policy and the logging.
+// A peripheral as a system service. It belongs to the unit, the bus policy and the log configuration.
 //
 // usage: example-peripheral LOGGING-CONFIGURATION
 
@@ -24,7 +24,7 @@ class Service : public QObject
     Q_OBJECT
 
 public:
-    /** Qt does not go back to a system bus that died: the program ends, its supervisor starts it again. */
+    /** Qt does not reconnect to the system bus: the program ends, and its supervisor restarts it. */
     bool endsWithItsBus()
     {
         return QDBusConnection::systemBus().connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
