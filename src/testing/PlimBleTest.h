@@ -20,34 +20,34 @@
 #include <sys/prctl.h>
 
 #ifndef PLIM_BLUEZ_SIMULATOR
-/** The simulator's program; plim_add_ble_test() sets it. */
+/** The simulator's program file; plim_add_ble_test() sets it. */
 #define PLIM_BLUEZ_SIMULATOR "plim-bluez-simulator"
 #endif
 
 /**
- * For tests of a peripheral of one's own, without Bluetooth and without privileges: a Bluetooth daemon and a
- * phone that is connected, both played by plim-bluez-simulator, which runs as long as this object lives.
- * Several one after the other, for instance one in each test function, are daemons that come and go.
+ * Tests your own peripheral without Bluetooth and without privileges: plim-bluez-simulator plays the
+ * Bluetooth daemon and a connected phone. It runs as long as this object lives. Create one in each test
+ * function: each test then has a new daemon.
  *
- * The first one of a process also starts a message bus of the program's own and makes it the system bus. So
- * nothing may have used the system bus before; the constructor ends the program where something has. Both
- * processes end with this one, even if it crashes.
+ * The first object of a process also starts a private message bus and makes it the system bus. Nothing may
+ * use the system bus before that; otherwise the constructor ends the program. Both processes end with this
+ * one, even if it crashes.
  *
- * Use it on the main thread, after the application object is made and in a test function. While a call waits
- * for its answer the event loop runs, so that the peripheral under test, in the same program, can answer
- * meanwhile. What the simulator refuses, or the peripheral answers with an error, fails the current test, and
- * the call returns an empty value.
+ * Use it on the main thread, in a test function, after the application object was created. While a call waits
+ * for its answer, the event loop runs, so that the peripheral under test can answer in the same program. If
+ * the simulator rejects a call, or the peripheral answers with an error, the current test fails and the call
+ * returns an empty value.
  */
 class PlimBleTest
 {
 public:
-    /** @param arguments  of the simulator's command line, for instance {"--bluez", "5.66"}; not "--address"
+    /** @param arguments  for the simulator's command line, for instance {"--bluez", "5.66"}; not "--address"
      */
     explicit PlimBleTest(const QStringList& arguments = {})
     {
         static const Bus bus; // ends with the program
-        // Until the event loop has run once, Qt mixes up the order of what the bus delivers: the daemon's
-        // first announcement could overtake the news that it is there, and be dropped.
+        // Until the event loop has run once, Qt may change the order of messages: it may deliver the daemon's
+        // first announcement before the news that the daemon is there, and drop it.
         QDBusConnection::systemBus();
         QCoreApplication::processEvents();
         const QString ready =
@@ -58,25 +58,26 @@ public:
         }
         const QDBusConnection system = QDBusConnection::systemBus();
         if (!system.isConnected() || system.interface()->servicePid(service()) != m_simulator.processId()) {
-            qFatal("PlimBleTest: the simulator is not on this program's system bus; was that in use before?");
+            qFatal("PlimBleTest: the simulator is not on this program's system bus: the program has used "
+                   "another bus before");
         }
         awaitAnnouncements();
     }
 
     Q_DISABLE_COPY(PlimBleTest)
 
-    /** The object paths of the applications that are registered, in the order of registering. */
+    /** The object paths of the registered applications, in the order of their registration. */
     QStringList applications() const { return paths(QStringLiteral("Applications")); }
-    /** The same of advertisements. */
+    /** The object paths of the registered advertisements, in the order of their registration. */
     QStringList advertisements() const { return paths(QStringLiteral("Advertisements")); }
 
-    /** What the daemon has read from a registered advertisement, by D-Bus property. */
+    /** The properties that the daemon has read from a registered advertisement. */
     QVariantMap advertisement(const QString& path) const
     {
         return ask<QVariantMap>(QStringLiteral("Advertisement"), {asPath(path)});
     }
 
-    /** The object path of the service, characteristic or descriptor with this UUID in what is registered. */
+    /** The object path of the registered service, characteristic or descriptor with this UUID. */
     QString find(const QString& uuid) const
     {
         using Objects = QMap<QDBusObjectPath, QMap<QString, QVariantMap>>;
@@ -91,18 +92,17 @@ public:
                 }
             }
         }
-        fail(QStringLiteral("nothing that is registered has the UUID ") + uuid);
+        fail(QStringLiteral("no registered object has the UUID ") + uuid);
         return QString();
     }
 
-    /** The phone reads, in steps of 22 bytes and at most 512. */
+    /** The phone reads a value, in parts of 22 bytes, at most 512 bytes. */
     QByteArray read(const QString& path) const
     {
         return ask<QByteArray>(QStringLiteral("ReadLong"), {asPath(path)});
     }
 
-    /** The phone fetches a long value page by page, which is selected by writing to the control
-     * characteristic. */
+    /** The phone reads a long value page by page; it writes the page number to the control characteristic. */
     QList<QByteArray> readPages(const QString& data, const QString& control) const
     {
         return ask<QList<QByteArray>>(QStringLiteral("ReadPages"), {asPath(data), asPath(control)});
@@ -116,25 +116,25 @@ public:
 
     /** The phone asks for notifications. */
     void subscribe(const QString& path) const { order(QStringLiteral("Subscribe"), {asPath(path)}); }
-    /** It wants no more of them. */
+    /** The phone ends the notifications. */
     void unsubscribe(const QString& path) const { order(QStringLiteral("Unsubscribe"), {asPath(path)}); }
 
-    /** Every value that the phone was notified of while subscribed, in order. */
+    /** All values that the phone was notified of while subscribed, in order. */
     QList<QByteArray> notifications(const QString& path) const
     {
         return ask<QList<QByteArray>>(QStringLiteral("Notifications"), {asPath(path)});
     }
 
-    /** The daemon ends as if killed. Returns, like the next two, when it is so for everybody on the bus. */
+    /** The daemon ends as if killed. This and the next two return when all programs on the bus know it. */
     void vanish() const { change(QStringLiteral("Vanish")); }
     /** The daemon starts. */
     void appear() const { change(QStringLiteral("Appear")); }
-    /** The daemon ends and starts. */
+    /** The daemon ends and starts again. */
     void restart() const { change(QStringLiteral("Restart")); }
 
     /**
      * From now on the daemon answers a method ("RegisterApplication", "RegisterAdvertisement", ...) with this
-     * error; an empty name restores its own answers.
+     * error. An empty name restores the normal answers.
      */
     void refuse(const QString& method, const QString& errorName, const QString& errorText = {}) const
     {
@@ -142,7 +142,8 @@ public:
         order(QStringLiteral("SetAnswer"), {method, mode, errorName, errorText, QVariant::fromValue(0U)});
     }
 
-    /** Any method of the simulator's control interface (see its manual page); the answer may be an error. */
+    /** Calls any method of the simulator's control interface (see its manual page). The answer may be an
+     * error. */
     static QDBusMessage control(const QString& method, const QVariantList& arguments = {})
     {
         QDBusMessage call =
@@ -153,7 +154,7 @@ public:
     }
 
 private:
-    /** A process that does not survive this one. */
+    /** A process that ends with this one. */
     class Child : public QProcess
     {
     public:
@@ -163,10 +164,10 @@ private:
             waitForFinished();
         }
 
-        // Its complaints are for whoever looks at the test's output.
+        // Its errors appear in the test's output.
         Child() { setProcessChannelMode(ForwardedErrorChannel); }
 
-        /** Starts it and returns its first line, or else what went wrong. */
+        /** Starts it and returns its first line, or the error. */
         QString startAndRead(const QString& program, const QStringList& arguments)
         {
             start(program, arguments);
@@ -182,7 +183,7 @@ private:
         void setupChildProcess() override { prctl(PR_SET_PDEATHSIG, SIGTERM); }
     };
 
-    /** A message bus that knows no services and no restrictions. */
+    /** A message bus without services and without restrictions. */
     class Bus
     {
     public:
