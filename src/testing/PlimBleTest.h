@@ -238,8 +238,7 @@ private:
         awaitAnnouncements();
     }
 
-    /** Any answer of the daemon's shows that what it sent before has arrived; the program gets to know it
-     * here. */
+    /** Waits for any answer of the daemon: messages that it sent before have then arrived. */
     static void awaitAnnouncements()
     {
         const QString bluez = QStringLiteral("org.bluez");

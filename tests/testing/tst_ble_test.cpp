@@ -110,7 +110,7 @@ private slots:
 
     void anUnknownUuidFailsTheTest()
     {
-        FAILS_WITH("asksForAnUnknownUuid", "nothing that is registered has the UUID no such UUID");
+        FAILS_WITH("asksForAnUnknownUuid", "no registered object has the UUID no such UUID");
     }
 
     void anErrorFailsTheTest() { FAILS_WITH("readsWhatIsNotThere", "ReadLong: "); }
@@ -123,7 +123,8 @@ private slots:
     void aBusInUseEndsTheProgram()
     {
         PlimBleTest ble; // whose bus is the one in use, and never the machine's
-        FAILS_WITH("hasUsedTheBusBefore", "is not on this program's system bus; was that in use before?");
+        FAILS_WITH("hasUsedTheBusBefore",
+                   "is not on this program's system bus: the program has used the bus before");
     }
 
     void nothingSurvivesTheProgram()
