@@ -106,7 +106,6 @@ Daemon Daemon::find(const Bus& bus, Report& report)
     daemon.user = userId.isValid() ? userName(userId.toUInt()) : QString("unknown");
     identify(bus, report, daemon.user);
 
-    registerDBusTypes();
     const QDBusMessage answer =
         bus.askBluez(DBusBluezObjectManagerPath(), "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
     if (answer.type() == QDBusMessage::ReplyMessage) {

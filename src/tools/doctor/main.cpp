@@ -1,6 +1,7 @@
 #include "Adapters.h"
 #include "Bus.h"
 #include "CommandLine.h"
+#include "DBusTypes.h"
 #include "Daemon.h"
 #include "Name.h"
 #include "Report.h"
@@ -60,6 +61,10 @@ int main(int argc, char** argv)
         return Report::WrongArguments;
     }
     configureLog(options.isVerbose);
+    // Before the first use of the bus: at the program's end Qt destroys its table of types and its thread for
+    // the bus in the reverse order of their making. The thread may then still have to delete an answer, and
+    // without the table it leaks the values in it.
+    registerDBusTypes();
     Report report(options.isJson);
     const Bus bus(options.timeoutMs);
     switch (bus.reach(report)) {
