@@ -18,6 +18,7 @@
 
 #include <csignal>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #ifndef PLIM_BLUEZ_SIMULATOR
 /** The simulator's program file; plim_add_ble_test() sets it. */
@@ -31,7 +32,7 @@
  *
  * The first object of a process also starts a private message bus and makes it the system bus. Nothing may
  * use the system bus before that; otherwise the constructor ends the program. Both processes end with this
- * one, even if it crashes.
+ * one, even if it crashes, is killed, or is aborted by QTest's watchdog.
  *
  * Use it on the main thread, in a test function, after the application object was created. While a call waits
  * for its answer, the event loop runs, so that the peripheral under test can answer in the same program. If
@@ -180,7 +181,16 @@ private:
         }
 
     protected:
-        void setupChildProcess() override { prctl(PR_SET_PDEATHSIG, SIGTERM); }
+        void setupChildProcess() override
+        {
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (getppid() != m_parent) {
+                _exit(1); // the parent has ended before it could be watched
+            }
+        }
+
+    private:
+        const pid_t m_parent = getpid();
     };
 
     /** A message bus without services and without restrictions. */

@@ -2,6 +2,9 @@
 
 #include "PlimBleTest.h"
 
+#include <QThread>
+
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -30,12 +33,35 @@ private slots:
         PlimBleTest ble;
     }
 
-    void crashes()
+    void exits()
     {
         PlimBleTest ble;
-        std::printf("\naddress %s\n", std::getenv("DBUS_SYSTEM_BUS_ADDRESS"));
-        std::fflush(stdout);
+        tellProcesses();
         std::_Exit(1);
+    }
+
+    void isKilled()
+    {
+        PlimBleTest ble;
+        tellProcesses();
+        ::raise(SIGKILL);
+    }
+
+    void hangs()
+    {
+        PlimBleTest ble;
+        tellProcesses();
+        QThread::sleep(600);
+    }
+
+private:
+    /** Prints the ids of the processes that belong to this one. */
+    static void tellProcesses()
+    {
+        QDBusConnectionInterface* bus = QDBusConnection::systemBus().interface();
+        std::printf("\nprocesses %u %u\n", bus->servicePid("org.plim.BluezSimulator").value(),
+                    bus->servicePid("org.freedesktop.DBus").value());
+        std::fflush(stdout);
     }
 };
 
