@@ -15,6 +15,7 @@ namespace {
 bool onMachine = false;
 QString deviceName = "hci0";
 QString phoneName = "hci1";
+QString deathOfEmulator;
 const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
 
 bool powered(const QString& adapter)
@@ -45,7 +46,16 @@ bool Bluetooth::usesMachine()
     return onMachine;
 }
 
-Bluetooth::Bluetooth(const QByteArray& configuration)
+Bluetooth::Bluetooth(Nothing)
+{
+    Expect::setSpoilt([this] {
+        noteEmulatorDeath();
+        return !deathOfEmulator.isEmpty();
+    });
+}
+
+// By way of the other constructor, so that the destructor is run even if this one ends with an exception.
+Bluetooth::Bluetooth(const QByteArray& configuration) : Bluetooth(Nothing())
 {
     if (!onMachine) {
         startAll(configuration);
@@ -72,7 +82,23 @@ Bluetooth::Bluetooth(const QByteArray& configuration)
         {QVariant::fromValue(QDBusObjectPath(phone() + "/dev_" + deviceAddress().replace(':', '_')))});
 }
 
-Bluetooth::~Bluetooth() = default;
+Bluetooth::~Bluetooth()
+{
+    noteEmulatorDeath();
+    Expect::setSpoilt([] { return false; });
+}
+
+QString Bluetooth::emulatorDeath()
+{
+    return deathOfEmulator;
+}
+
+void Bluetooth::noteEmulatorDeath()
+{
+    if (m_controllers && deathOfEmulator.isEmpty()) {
+        deathOfEmulator = m_controllers->death();
+    }
+}
 
 void Bluetooth::startAll(const QByteArray& configuration)
 {
@@ -130,6 +156,7 @@ void Bluetooth::unplug()
     if (onMachine) {
         throw Expect::Unsupported{"real controllers are unplugged by hand"};
     }
+    noteEmulatorDeath();
     m_controllers.reset();
 }
 

@@ -29,6 +29,9 @@ public:
     ~Bluetooth();
     Q_DISABLE_COPY(Bluetooth)
 
+    /** How the virtual controllers' program died during this process's scene, empty if it did not. */
+    static QString emulatorDeath();
+
     void startDaemon();
     /** Ends the daemon as a crash does. */
     void killDaemon();
@@ -51,6 +54,11 @@ public:
     QString monitored() const;
 
 private:
+    struct Nothing
+    {
+    };
+    explicit Bluetooth(Nothing);
+    void noteEmulatorDeath();
     void startAll(const QByteArray& configuration);
 
     std::unique_ptr<Child> m_bus;

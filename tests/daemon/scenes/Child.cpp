@@ -51,8 +51,18 @@ QString Child::text() const
     return m_text;
 }
 
+QString Child::death()
+{
+    if (m_isEnded || (running() && !m_process.waitForFinished(0))) {
+        return {};
+    }
+    const bool crashed = m_process.exitStatus() == QProcess::CrashExit;
+    return QString(crashed ? "died of signal %1" : "ended with exit code %1").arg(m_process.exitCode());
+}
+
 void Child::end()
 {
+    m_isEnded = true;
     if (running()) {
         m_process.terminate();
         if (!m_process.waitForFinished(5000)) {
@@ -63,6 +73,7 @@ void Child::end()
 
 void Child::kill()
 {
+    m_isEnded = true;
     m_process.kill();
     m_process.waitForFinished(5000);
 }

@@ -27,6 +27,9 @@ public:
     int count(const QString& text) const { return this->text().count(text); }
     bool running() const { return m_process.state() == QProcess::Running; }
 
+    /** How it has ended by itself ("died of signal 11"); empty while it runs, and where it was ended. */
+    QString death();
+
     /** Ends it: asked first, then by force. */
     void end();
     /** Ends it by force. */
@@ -49,6 +52,7 @@ private:
 
     QProcess m_process;
     QByteArray m_pending;
+    bool m_isEnded = false;
     mutable QFile m_log;
     mutable QString m_text;
 };

@@ -9,6 +9,7 @@
 namespace {
 
 int failureCount = 0;
+std::function<bool()> isSceneSpoilt = [] { return false; };
 
 void print(const char* label, const QString& line)
 {
@@ -19,6 +20,11 @@ void print(const char* label, const QString& line)
 } // namespace
 
 namespace Expect {
+
+void setSpoilt(std::function<bool()> isSpoilt)
+{
+    isSceneSpoilt = std::move(isSpoilt);
+}
 
 void that(bool condition, const QString& what, const QString& instead)
 {
@@ -54,6 +60,9 @@ bool waitFor(const std::function<bool()>& condition, int seconds)
     QTimer wakeUp; // conditions that no event announces are looked at now and then
     wakeUp.start(100);
     while (!condition()) {
+        if (isSceneSpoilt()) {
+            throw Spoilt{};
+        }
         if (deadline.hasExpired()) {
             return false;
         }

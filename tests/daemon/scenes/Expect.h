@@ -20,6 +20,14 @@ struct Unsupported
     QString reason;
 };
 
+/** Ends a scene that shows nothing any more: what plays the hardware is gone. */
+struct Spoilt
+{
+};
+
+/** Every wait asks this from now on, and ends the scene as Spoilt when it is true. */
+void setSpoilt(std::function<bool()> isSpoilt);
+
 /** Prints the line; a failed expectation is remembered, and the scene goes on. */
 void that(bool condition, const QString& what, const QString& instead = {});
 
