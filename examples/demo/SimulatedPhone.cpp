@@ -112,7 +112,7 @@ void SimulatedPhone::await(const char* what, const std::function<bool()>& condit
     const QDeadlineTimer deadline(10000);
     while (!condition()) {
         if (deadline.hasExpired()) {
-            fail(QStringLiteral("waited in vain for ") + what);
+            fail(QStringLiteral("timed out waiting for ") + what);
         }
         QThread::msleep(10);
     }

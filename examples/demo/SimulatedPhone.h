@@ -38,7 +38,7 @@ public:
     void restartDaemon() const;
     /** Waits until the daemon holds both the application and the advertisement. */
     void awaitRegistration(const QString& application, const QString& advertisement) const;
-    /** Waits, 10 s at most, until the condition holds; `what` completes "waited in vain for". */
+    /** Waits, 10 s at most, until the condition holds; `what` completes "timed out waiting for". */
     void await(const char* what, const std::function<bool()>& condition) const;
 
     [[noreturn]] static void fail(const QString& message);

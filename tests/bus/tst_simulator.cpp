@@ -92,7 +92,7 @@ void tst_simulator::wrongOrdersAreExplained()
              invalid + "\"\" cannot be an adapter's name: letters, digits and _ only");
     QCOMPARE(refusalOf(Simulator::control("RemoveAdapter", {"hci1"})), invalid + "There is no adapter hci1");
     QCOMPARE(refusalOf(Simulator::control("SetAnswer", {"X", "slow", "", "", 0U})),
-             invalid + "\"slow\" is none of the modes normal, error, late, never");
+             invalid + "\"slow\" is not one of the modes normal, error, late, never");
     QCOMPARE(refusalOf(Simulator::control("SetAnswer", {"X", "error", "no name", "", 0U})),
              invalid + "\"no name\" is not a D-Bus error name");
     QCOMPARE(refusalOf(Simulator::control("Advertisement", {asPath("/adv")})),

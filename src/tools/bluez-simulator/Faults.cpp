@@ -22,7 +22,7 @@ QString Faults::set(const QString& member, const QString& mode, const QString& e
                                                    {QStringLiteral("never"), Answer::Never}};
     const auto found = modes.constFind(mode);
     if (found == modes.constEnd()) {
-        return QStringLiteral("\"%1\" is none of the modes normal, error, late, never").arg(mode);
+        return QStringLiteral("\"%1\" is not one of the modes normal, error, late, never").arg(mode);
     }
     if (*found == Answer::Error && !isErrorName(errorName)) {
         return QStringLiteral("\"%1\" is not a D-Bus error name").arg(errorName);

@@ -69,7 +69,7 @@ Bluetooth::Bluetooth(const QByteArray& configuration) : Bluetooth(Nothing())
         startDaemon();
         // Now and then a virtual controller does not answer the kernel's first command, and stays dead.
         if (!Expect::waitFor([this] { return adaptersPowered(); }, 20)) {
-            Expect::note("a virtual controller has not come up; both are plugged in anew");
+            Expect::note("a virtual controller did not start; both are plugged in again");
             killDaemon();
             unplug();
             plugIn();

@@ -81,7 +81,7 @@ void eventually(const std::function<bool()>& condition, const QString& what,
 void require(const std::function<bool()>& condition, const QString& what, int seconds)
 {
     if (!waitFor(condition, seconds)) {
-        throw Impossible{"waited in vain for " + what};
+        throw Impossible{"timed out waiting for " + what};
     }
 }
 

@@ -75,7 +75,7 @@ bool waitFor(const std::function<bool()>& condition, int seconds = 60);
 void eventually(const std::function<bool()>& condition, const QString& what,
                 const std::function<QString()>& instead = {}, int seconds = 60);
 
-/** Ends the scene unless the condition holds at last; `what` completes "waited in vain for". */
+/** Ends the scene unless the condition holds at last; `what` completes "timed out waiting for". */
 void require(const std::function<bool()>& condition, const QString& what, int seconds = 60);
 
 int failures();

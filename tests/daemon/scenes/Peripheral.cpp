@@ -72,8 +72,8 @@ void Peripheral::awaitRegistration(const QStringList& steps, int times)
     for (const QString& step : steps) {
         if (!Expect::waitFor([&] { return succeeded(step) >= times; })) {
             const QStringList failed = text().split('\n').filter("from '" + step + "' failed");
-            throw Expect::Impossible{"waited in vain for " + step + " to succeed " + QString::number(times) +
-                                     " time(s); " +
+            throw Expect::Impossible{"timed out waiting for " + step + " to succeed " +
+                                     QString::number(times) + " time(s); " +
                                      (failed.isEmpty() ? "no failure is logged" : failed.last())};
         }
     }

@@ -86,8 +86,8 @@ void Scenes::discover()
                   QStringList{"0000180d-0000-1000-8000-00805f9b34fb=0a0b"}, "the service data");
 
     const QString told = bluetoothctlInfo(bluetooth.phoneAddress(), bluetooth.deviceAddress());
-    Expect::that(told.contains("Name: " + SceneTree::name), "bluetoothctl tells the name", told);
-    Expect::that(told.contains("0000180d-0000-1000-8000-00805f9b34fb"), "bluetoothctl tells the service");
+    Expect::that(told.contains("Name: " + SceneTree::name), "bluetoothctl shows the name", told);
+    Expect::that(told.contains("0000180d-0000-1000-8000-00805f9b34fb"), "bluetoothctl shows the service");
 
     QStringList expected{"030d18", "ffffff01020304", "160d180a0b", "26a1a2", "0106", "095363656e65"};
     if (version() != "5.66") { // which does not read ScanResponseData
@@ -119,12 +119,12 @@ void Scenes::sizes()
         return refusal;
     };
     const QString taken;
-    Expect::equal(advertise(31), taken, "31 bytes of advertising data are taken");
+    Expect::equal(advertise(31), taken, "31 bytes of advertising data are accepted");
     if (version() == "5.66") {
         Expect::equal(advertise(32), "Failed to parse advertisement.", "32 are not");
         return;
     }
-    Expect::equal(advertise(32), taken, "32 are, too: the controller can do extended advertising");
+    Expect::equal(advertise(32), taken, "32 are accepted too: the controller supports extended advertising");
     Expect::equal(advertise(240), taken, "so are 240");
     const QString answer = advertise(250);
     Expect::note("250 bytes, which the controller could do: " + (answer == taken ? "taken" : answer) +

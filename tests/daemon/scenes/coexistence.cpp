@@ -57,7 +57,7 @@ void Scenes::readme()
     // What log4cplus's basic configuration writes to a file or pipe is only seen at once with line buffering.
     Child example("example", "stdbuf",
                   {"-oL", QCoreApplication::applicationDirPath() + "/example-01-battery-level"});
-    Expect::eventually([&] { return example.wrote("Add advertisement: "); }, "the log tells what is added");
+    Expect::eventually([&] { return example.wrote("Add advertisement: "); }, "the log says what was added");
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
     Expect::that(phone.discover(), "the phone sees the peripheral");
     const QVariantMap seen = phone.device(); // connected it shows the adapter's name instead
@@ -70,5 +70,5 @@ void Scenes::readme()
     Expect::equal(phone.read(level), QByteArray(1, 87), "it can subscribe");
     Expect::that(!QDBusConnection::systemBus().interface()->isServiceRegistered("com.example.Battery"),
                  "all of it without the name on the bus, which takes a policy of one's own");
-    Expect::that(!example.wrote("ERROR"), "the log tells of no error", example.text());
+    Expect::that(!example.wrote("ERROR"), "the log has no error", example.text());
 }

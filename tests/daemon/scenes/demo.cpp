@@ -63,7 +63,7 @@ void Scenes::demo()
     const QByteArray record = phone.readPages(own(3), own(2));
     Expect::equal(QCryptographicHash::hash(record, QCryptographicHash::Sha256), phone.read(own(4)),
                   QString::number(record.size()) +
-                      " bytes, page by page, have the digest that the device tells");
+                      " bytes, page by page, have the digest that the device reports");
     showNotifications(phone);
 
     phone.write(own(5), "Heart of gold");

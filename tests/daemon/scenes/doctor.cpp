@@ -82,7 +82,7 @@ void aHealthyMachine(const Bluetooth& bluetooth)
 {
     const auto asRoot = examined({"--name", name});
     Expect::equal(asRoot->values("daemon.running")["version"].toString(), Scenes::version(),
-                  "the doctor tells the daemon's version");
+                  "the doctor prints the daemon's version");
     Expect::equal(asRoot->values("adapter.on")["address"].toString(), bluetooth.deviceAddress(),
                   "the adapter is on, at its address");
     asRoot->expect("adapter.several", "warning", "a second adapter is a warning");
@@ -91,10 +91,10 @@ void aHealthyMachine(const Bluetooth& bluetooth)
     Expect::that(asRoot->values("advertising.instances")["left"].toInt() > 0,
                  "there is room for advertisements");
     Expect::that(asRoot->values("advertising.capabilities")["includes"].toArray().contains("tx-power"),
-                 "what advertising can include is told");
+                 "it prints what advertisements can include");
     asRoot->expect("name.refused", "problem", "a name takes a policy, even for root");
     asRoot->expect("calls.arrive", "ok", "the daemon's calls arrive");
-    Expect::equal(asRoot->exitCode(), 1, "the exit code tells of the problem");
+    Expect::equal(asRoot->exitCode(), 1, "the exit code reports the problem");
 
     const auto asAnybody =
         examined({}, {"setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups"});

@@ -30,7 +30,7 @@ void Scenes::device()
     for (const QString& line : phone.tree()) {
         Expect::note(line);
     }
-    Expect::equal(phone.read(manufacturerName), QByteArray("Example Devices"), "it reads who made it");
+    Expect::equal(phone.read(manufacturerName), QByteArray("Example Devices"), "it reads the manufacturer");
     phone.subscribe(batteryLevel);
     Expect::eventually([&] { return phone.notified(batteryLevel).size() >= 2; }, "the battery drains");
     phone.write(target, QByteArray(1, 25));
@@ -43,6 +43,6 @@ void Scenes::device()
     bluetooth.awaitAdapters();
     phone.forget();
     phone.meet();
-    Expect::equal(phone.read(target), QByteArray(1, 25), "it is there again after the daemon's restart");
-    Expect::that(!example.wrote("ERROR"), "the log tells of no error", example.text());
+    Expect::equal(phone.read(target), QByteArray(1, 25), "it is back after the daemon's restart");
+    Expect::that(!example.wrote("ERROR"), "the log has no error", example.text());
 }

@@ -79,13 +79,13 @@ void Scenes::power()
     Expect::equal(phone.read(SceneTree::asked), QByteArray("answer"), "the phone connects and reads");
 
     Remote::setProperty(bluetooth.device(), Remote::adapterInterface, "Powered", false);
-    Expect::eventually([&] { return !phone.connected(); }, "without power the connection ends");
+    Expect::eventually([&] { return !phone.connected(); }, "power-off ends the connection");
     Remote::setProperty(bluetooth.device(), Remote::adapterInterface, "Powered", true);
     bluetooth.awaitAdapters();
     phone.forget();
     peripheral.tell("set adv name " + SceneTree::name);
     phone.meet();
-    Expect::equal(phone.read(SceneTree::asked), QByteArray("answer"), "powered again it is read again");
+    Expect::equal(phone.read(SceneTree::asked), QByteArray("answer"), "after power-on it is read again");
     Expect::equal(peripheral.succeeded("registerApp"), 1, "the application was registered once for all this");
 }
 
@@ -122,12 +122,12 @@ void Scenes::refuse()
         "set adv name " + SceneTree::name,
         QStringLiteral("add adv"),
     });
-    Expect::eventually([&] { return peripheral.wrote(refusal); }, "the refusal is logged");
+    Expect::eventually([&] { return peripheral.wrote(refusal); }, "the rejection is logged");
     if (version() == "5.66") {
         Expect::eventually([&] { return !bluetooth.daemonRuns(); },
                            "this daemon then aborts, a fault of its own");
     }
-    Expect::that(peripheral.running(), "the program lives on");
+    Expect::that(peripheral.running(), "the program continues to run");
 
     peripheral.tell("delete adv");
     peripheral.tell(SceneTree::advertisement());

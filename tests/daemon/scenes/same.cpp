@@ -29,7 +29,7 @@ public:
         // A refusal may corrupt what 5.66 has in its memory; it then aborts at the end of the exchange.
         const bool aborted = Expect::waitFor([this] { return !m_bluetooth.daemonRuns(); }, 1);
         if (aborted) {
-            Expect::that(version() == "5.66", "only 5.66 aborts after a refusal");
+            Expect::that(version() == "5.66", "only 5.66 aborts after a rejection");
             m_bluetooth.startDaemon();
             m_bluetooth.awaitAdapters();
         }

@@ -57,7 +57,7 @@ void Scenes::change()
     };
     const QStringList expected = sorted(primary(peripheral.tree()));
     Expect::waitFor([&] { return sorted(primary(phone.tree())) == expected; });
-    Expect::same(primary(phone.tree()), expected, "without a reconnection it sees a deleted service go");
+    Expect::same(primary(phone.tree()), expected, "it sees that a service was deleted, without reconnecting");
     Expect::that(phone.connected(), "it has stayed connected");
     Expect::note(phone.tree().filter(SceneTree::secondary).isEmpty()
                      ? "a secondary service is not found again"

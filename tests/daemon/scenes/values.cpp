@@ -63,13 +63,13 @@ void Scenes::smallTransfers()
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
     phone.meet();
     readEverything(phone, peripheral);
-    Expect::that(peripheral.wrote("(offset, 47)"), "a long value is fetched in pieces of 47 bytes");
+    Expect::that(peripheral.wrote("(offset, 47)"), "a long value is read in parts of 47 bytes");
     Expect::equal(phone.readPages(SceneTree::record, SceneTree::page), pattern(1300), "1,300 bytes in pages");
 
     const QByteArray sent = pattern(456);
     phone.write(SceneTree::writable, sent);
     peripheral.settle();
-    Expect::equal(peripheral.written("writable").value(0), sent, "456 bytes written in pieces");
+    Expect::equal(peripheral.written("writable").value(0), sent, "456 bytes written in parts");
     Expect::equal(peripheral.written("writable").size(), 1, "the program sees one write");
 }
 

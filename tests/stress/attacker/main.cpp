@@ -164,7 +164,7 @@ int volume(long count, long bytes, const std::string& program)
         Volume numbers(bus, peripheral);
         const Peripheral::Figures before = numbers.run(std::max(count / 10, 5000L)); // warm-up
         const Peripheral::Figures after = numbers.run(count);
-        std::printf("%ld reads and %ld notifications, none lost, doubled or out of order\n", count, count);
+        std::printf("%ld reads and %ld notifications, none lost, repeated or out of order\n", count, count);
         expect(after.at("resident") <= before.at("resident") + bytes, "resident memory has grown");
         expectSame(before, after);
     }
