@@ -160,6 +160,7 @@ private slots:
     void constructionWritesTheEntryLinesOfApplicationAndService();
     void creatingACharacteristicOrDescriptorWritesOneLine();
     void quietOperationsWriteNothing();
+    void listingWritesTheEntryLinesOfWhatItReads();
     void forgettingADestroyedChildIsWrittenAtDebug();
     void entryLinesAreNotBuiltWhileTraceIsOff();
     void linesOfArgumentsThatLogStayWhole();
@@ -257,6 +258,36 @@ void tst_gatt_log_lines::quietOperationsWriteNothing()
     QVERIFY(managed.filter("GetManagedObjects"_qs).isEmpty());
     QVERIFY(managed.filter("dbusInterfaceList"_qs).isEmpty());
     QVERIFY(managed.filter("Get:"_qs).isEmpty());
+}
+
+void tst_gatt_log_lines::listingWritesTheEntryLinesOfWhatItReads()
+{
+    GattApplication app(nullptr, "/app"_qs, QString());
+    app.createService("2"_qs, true);
+    GattCharacteristic* characteristic =
+        app.createService("1"_qs, true)->createCharacteristic("c"_qs, readWrite);
+    characteristic->addDescriptor("d"_qs, descriptorReadWrite);
+    const QString servicePath =
+        trace("GattService::dbusPath: "_qs, "QString GattService::dbusPath() const"_qs);
+    const QStringList service{trace("GattService::primary: "_qs, "bool GattService::primary() const"_qs),
+                              trace("GattService::uUID: "_qs, "QString GattService::uUID() const"_qs),
+                              servicePath};
+    const QStringList below{
+        trace("GattCharacteristic::flags: "_qs, "QStringList GattCharacteristic::flags() const"_qs),
+        trace("GattCharacteristic::notifying: "_qs, "bool GattCharacteristic::notifying() const"_qs),
+        trace("GattCharacteristic::service: "_qs, "QDBusObjectPath GattCharacteristic::service() const"_qs),
+        servicePath,
+        trace("GattCharacteristic::uUID: "_qs, "QString GattCharacteristic::uUID() const"_qs),
+        trace("GattCharacteristic::cachedValue: "_qs,
+              "QByteArray GattCharacteristic::cachedValue() const"_qs),
+        trace("GattDescriptor::characteristic: "_qs,
+              "QDBusObjectPath GattDescriptor::characteristic() const"_qs),
+        trace("GattDescriptor::flags: "_qs, "QStringList GattDescriptor::flags() const"_qs),
+        trace("GattDescriptor::uuid: "_qs, "QString GattDescriptor::uuid() const"_qs),
+        trace("GattDescriptor::value: "_qs, "QByteArray GattDescriptor::value() const"_qs)};
+    for (int i = 0; i < 2; ++i) { // whatever is kept from the first time
+        QCOMPARE(linesOf([&] { app.GetManagedObjects(); }), service + below + service);
+    }
 }
 
 void tst_gatt_log_lines::forgettingADestroyedChildIsWrittenAtDebug()

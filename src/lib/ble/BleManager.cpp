@@ -8,6 +8,7 @@
 #include "OrgBluezGattManager1Interface.h"
 #include "OrgBluezLEAdvertisingManager1Interface.h"
 #include "OrgFreedesktopDBusObjectManagerInterface.h"
+#include "OwnConnections.h"
 #include "Registrations.h"
 #include "plimlog.h"
 
@@ -76,12 +77,14 @@ BleManager::BleManager(QObject* parent) : QObject(parent), m_registrations(new R
     m_objectManager = new OrgFreedesktopDBusObjectManagerInterface(
         DBusBluezServiceName(), DBusBluezObjectManagerPath(), QDBusConnection::systemBus(), this);
     // Subscribe before asking, or a manager that appears in between is lost.
-    m_connections.add(plim::connect(m_objectManager,
-                                    &OrgFreedesktopDBusObjectManagerInterface::InterfacesAdded, this,
-                                    &BleManager::on_interfacesAdded));
-    m_connections.add(plim::connect(m_objectManager,
-                                    &OrgFreedesktopDBusObjectManagerInterface::InterfacesRemoved, this,
-                                    &BleManager::on_interfacesRemoved));
+    OwnConnections::add(m_connections,
+                        plim::connect(m_objectManager,
+                                      &OrgFreedesktopDBusObjectManagerInterface::InterfacesAdded, this,
+                                      &BleManager::on_interfacesAdded));
+    OwnConnections::add(m_connections,
+                        plim::connect(m_objectManager,
+                                      &OrgFreedesktopDBusObjectManagerInterface::InterfacesRemoved, this,
+                                      &BleManager::on_interfacesRemoved));
     QDBusPendingReply<DBusManagedObjectList> reply = m_objectManager->GetManagedObjects();
     reply.waitForFinished();
     if (!reply.isValid()) {
@@ -178,8 +181,10 @@ void BleManager::hold(const Object* object, const char* signature)
     PLIM_LOG(logger, INFO, signature, "Add " << kind<Object>.name << ": " << object->dbusPath());
     held.append(object);
     m_registrations->hold(object);
-    m_connections.add(plim::connect(object, kind<Object>.changed, this, kind<Object>.on_changed));
-    m_connections.add(plim::connect(object, &QObject::destroyed, this, kind<Object>.on_deleted));
+    OwnConnections::add(m_connections,
+                        plim::connect(object, kind<Object>.changed, this, kind<Object>.on_changed));
+    OwnConnections::add(m_connections,
+                        plim::connect(object, &QObject::destroyed, this, kind<Object>.on_deleted));
     (this->*kind<Object>.registerStep)(object);
 }
 

@@ -2,7 +2,6 @@
 
 #include "BleRegistration.h"
 #include "DBusTypes.h"
-#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QDBusObjectPath>
@@ -20,6 +19,7 @@ class GattApplication;
 class OrgBluezGattManager1Interface;
 class OrgBluezLEAdvertisingManager1Interface;
 class OrgFreedesktopDBusObjectManagerInterface;
+class OwnConnections;
 class QDBusPendingCall;
 class QDBusPendingCallWatcher;
 class Registrations;
@@ -160,5 +160,5 @@ private:
     QList<const GapAdvertisement*> m_advertisements;
     QHash<const QObject*, QString> m_pathsElsewhere; ///< of held objects that live on another thread
     std::unique_ptr<Registrations> m_registrations;
-    OwnConnections m_connections;
+    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
 };

@@ -201,7 +201,6 @@ private:
 
     const QString m_dbusPath;
     LEAdvertisement1Adaptor* m_adaptor = nullptr;
-    ReadOnlyPropertiesAdaptor* m_properties = nullptr;
     bool m_includeTxPower = false;
     DBusManufacturerData m_manufacturerData;
     QString m_localName;
@@ -219,5 +218,6 @@ private:
     bool m_discoverable = false;
     const unsigned short m_discoverableTimeout = 0;
     const unsigned short m_duration = 0;
+    ReadOnlyPropertiesAdaptor* m_properties = nullptr;
     const QSharedPointer<ReleaseNotice> m_releaseNotice;
 };

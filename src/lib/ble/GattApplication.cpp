@@ -3,6 +3,7 @@
 #include "GattDetail.h"
 #include "GattPreflight.h"
 #include "ObjectManagerAdaptor.h"
+#include "OwnConnections.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -45,10 +46,10 @@ GattService* GattApplication::createService(const QString& uuid, bool primary)
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid << " primary: " << primary);
     const QString path = GattDetail::childPath(m_dbusPath, uuid);
     const QPointer<GattService> service = new GattService(this, uuid, primary, path);
-    m_connections.add(plim::connect(service.data(), &GattService::handlesChanged, this,
-                                    &GattApplication::on_handlesChanged));
-    m_connections.add(
-        plim::connect(service.data(), &QObject::destroyed, this, &GattApplication::on_serviceDeleted));
+    OwnConnections::add(m_connections, plim::connect(service.data(), &GattService::handlesChanged, this,
+                                                     &GattApplication::on_handlesChanged));
+    OwnConnections::add(m_connections, plim::connect(service.data(), &QObject::destroyed, this,
+                                                     &GattApplication::on_serviceDeleted));
     m_services.insert(uuid, service);
     emit applicationChanged(this);
     return service;
@@ -62,16 +63,17 @@ BleFindings GattApplication::problems() const
 DBusManagedObjectList GattApplication::GetManagedObjects()
 {
     DBusManagedObjectList objects;
-    const auto list = [&objects](const auto* object) {
+    const auto list = [&objects](const QDBusObjectPath& path, const DBusInterfaceList& interfaces) {
         // The walk mostly goes in the order of the paths; the map checks whether the end is this one's place.
-        objects.insert(objects.cend(), object->objectPath(), object->dbusInterfaceList());
+        objects.insert(objects.cend(), path, interfaces);
     };
     for (const GattService* service : m_services.values()) {
-        list(service);
+        const DBusInterfaceList interfaces = service->dbusInterfaceList();
+        list(service->objectPath(), interfaces);
         for (const GattCharacteristic* characteristic : service->characteristics()) {
-            list(characteristic);
+            list(characteristic->objectPath(), characteristic->dbusInterfaceList());
             for (const GattDescriptor* descriptor : characteristic->descriptors()) {
-                list(descriptor);
+                list(descriptor->objectPath(), descriptor->dbusInterfaceList());
             }
         }
     }

@@ -3,13 +3,16 @@
 #include "BleDBusTypes.h"
 #include "BleFinding.h"
 #include "GattService.h"
-#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QList>
 #include <QMap>
 #include <QObject>
 #include <QString>
+
+#include <memory>
+
+class OwnConnections;
 
 /**
  * The root of one GATT server tree, exported on the system bus with the object manager that BlueZ reads it
@@ -83,5 +86,5 @@ private:
 
     const QString m_dbusPath;
     QMap<QString, GattService*> m_services;
-    OwnConnections m_connections;
+    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
 };

@@ -5,6 +5,7 @@
 #include "GattDetail.h"
 #include "GattService.h"
 #include "LogText.h"
+#include "OwnConnections.h"
 #include "PropertiesAdaptor.h"
 #include "plimlog.h"
 
@@ -31,7 +32,7 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
       m_control(control),
       m_dbusPath(dbusPath)
 {
-    new GattCharacteristic1Adaptor(this);
+    m_adaptor = new GattCharacteristic1Adaptor(this);
     m_propertiesAdaptor = new PropertiesAdaptor(this);
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR,
@@ -52,8 +53,8 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
             emit m_propertiesAdaptor->PropertiesChanged(interface, changed, invalidated);
         });
     if (control) {
-        m_connections.add(plim::connect(control, &GattCharacteristic::valueChanged, this,
-                                        &GattCharacteristic::on_control_valueChanged));
+        OwnConnections::add(m_connections, plim::connect(control, &GattCharacteristic::valueChanged, this,
+                                                         &GattCharacteristic::on_control_valueChanged));
     }
 }
 
@@ -166,8 +167,8 @@ GattDescriptor* GattCharacteristic::addDescriptor(const QString& uuid, GattDescr
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
     const QString path = m_dbusPath % QLatin1String("/desc") % QString::number(m_descriptorIndex++);
     const QPointer<GattDescriptor> descriptor = new GattDescriptor(this, uuid, path, option);
-    m_connections.add(plim::connect(descriptor.data(), &QObject::destroyed, this,
-                                    &GattCharacteristic::on_descriptorDeleted));
+    OwnConnections::add(m_connections, plim::connect(descriptor.data(), &QObject::destroyed, this,
+                                                     &GattCharacteristic::on_descriptorDeleted));
     m_descriptors.insert(uuid, descriptor);
     emit handlesChanged();
     return descriptor;

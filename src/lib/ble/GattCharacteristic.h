@@ -2,7 +2,6 @@
 
 #include "BleDBusTypes.h"
 #include "GattDescriptor.h"
-#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QByteArray>
@@ -17,8 +16,11 @@
 #include <QVariantMap>
 
 #include <functional>
+#include <memory>
 
+class GattCharacteristic1Adaptor;
 class GattService;
+class OwnConnections;
 class PropertiesAdaptor;
 
 /**
@@ -168,11 +170,10 @@ private:
     const QPointer<GattService> m_service;
     const QString m_uuid;
     const Option m_option;
-    int m_descriptorIndex = 0;
     const QPointer<GattCharacteristic> m_control;
     const QString m_dbusPath;
-    mutable QDBusObjectPath m_objectPath;
-    mutable QDBusObjectPath m_servicePath;
+    int m_descriptorIndex = 0;
+    GattCharacteristic1Adaptor* m_adaptor = nullptr;
     PropertiesAdaptor* m_propertiesAdaptor = nullptr;
     QMap<QString, GattDescriptor*> m_descriptors;
     QByteArray m_value;
@@ -181,5 +182,7 @@ private:
     bool m_hasPendingValue = false;
     bool m_notifying = false;
     std::function<QByteArray()> m_readCallback;
-    OwnConnections m_connections;
+    mutable QDBusObjectPath m_objectPath;
+    mutable QDBusObjectPath m_servicePath;
+    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
 };

@@ -18,13 +18,14 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString& uuid,
                                const QString& dbusPath, Option option)
     : QObject(characteristic),
-      m_characteristicPath(characteristic ? characteristic->dbusPath() : QString()),
+      m_characteristic(characteristic),
       m_uuid(uuid),
       m_dbusPath(dbusPath),
       m_option(option)
 {
+    m_adaptor = new GattDescriptor1Adaptor(this);
     // A read callback may give more than a message can hold.
-    (new ReadOnlyPropertiesAdaptor(this, new GattDescriptor1Adaptor(this)))->showAll();
+    (new ReadOnlyPropertiesAdaptor(this, m_adaptor))->showAll();
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR,
                  "GattDescriptor::GattDescriptor(GattCharacteristic*, const QString&, const QString&, "
@@ -64,7 +65,11 @@ DBusInterfaceList GattDescriptor::dbusInterfaceList() const
 QDBusObjectPath GattDescriptor::characteristic() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    return GattDetail::objectPath(m_characteristicPath, m_characteristicObjectPath);
+    // A characteristic that is just deleting its children cannot be asked any more.
+    return GattDetail::objectPath(m_characteristic
+                                      ? m_characteristic->dbusPath()
+                                      : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
+                                  m_characteristicPath);
 }
 
 QString GattDescriptor::uuid() const

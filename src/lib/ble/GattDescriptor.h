@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QDBusObjectPath>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -13,6 +14,7 @@
 #include <functional>
 
 class GattCharacteristic;
+class GattDescriptor1Adaptor;
 
 /**
  * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
@@ -95,12 +97,13 @@ public slots:
 private:
     friend class GattPreflight;
 
-    const QString m_characteristicPath;
+    const QPointer<GattCharacteristic> m_characteristic;
     const QString m_uuid;
     const QString m_dbusPath;
-    mutable QDBusObjectPath m_objectPath;
-    mutable QDBusObjectPath m_characteristicObjectPath;
     const Option m_option;
+    GattDescriptor1Adaptor* m_adaptor = nullptr;
     QByteArray m_value;
     std::function<QByteArray()> m_readCallback;
+    mutable QDBusObjectPath m_objectPath;
+    mutable QDBusObjectPath m_characteristicPath;
 };

@@ -2,6 +2,7 @@
 
 #include "GattDetail.h"
 #include "GattService1Adaptor.h"
+#include "OwnConnections.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -18,7 +19,7 @@ GattService::GattService(QObject* parent, const QString& uuid, bool primary, con
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "uuid: " << uuid << " primary: " << primary << " dbusPath: " << dbusPath);
-    new GattService1Adaptor(this);
+    m_adaptor = new GattService1Adaptor(this);
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Failed to register GattService1 adaptor at " << dbusPath);
     }
@@ -44,7 +45,7 @@ QString GattService::dbusPath() const
 
 QDBusObjectPath GattService::objectPath() const
 {
-    return GattDetail::objectPath(m_dbusPath, m_objectPath);
+    return GattDetail::objectPath(dbusPath(), m_objectPath);
 }
 
 DBusInterfaceList GattService::dbusInterfaceList() const
@@ -70,10 +71,11 @@ GattCharacteristic* GattService::createCharacteristic(const QString& uuid, GattC
     const QString path = GattDetail::childPath(m_dbusPath, uuid);
     const QPointer<GattCharacteristic> characteristic =
         new GattCharacteristic(this, uuid, path, option, control);
-    m_connections.add(plim::connect(characteristic.data(), &GattCharacteristic::handlesChanged, this,
-                                    &GattService::handlesChanged));
-    m_connections.add(plim::connect(characteristic.data(), &QObject::destroyed, this,
-                                    &GattService::on_characteristicDeleted));
+    OwnConnections::add(m_connections,
+                        plim::connect(characteristic.data(), &GattCharacteristic::handlesChanged, this,
+                                      &GattService::handlesChanged));
+    OwnConnections::add(m_connections, plim::connect(characteristic.data(), &QObject::destroyed, this,
+                                                     &GattService::on_characteristicDeleted));
     m_characteristics.insert(uuid, characteristic);
     emit handlesChanged();
     return characteristic;

@@ -2,7 +2,6 @@
 
 #include "BleDBusTypes.h"
 #include "GattCharacteristic.h"
-#include "OwnConnections.h"
 #include "PlimBleExport.h"
 
 #include <QDBusObjectPath>
@@ -10,6 +9,11 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+
+#include <memory>
+
+class GattService1Adaptor;
+class OwnConnections;
 
 /**
  * One service of an application, exported on the system bus as org.bluez.GattService1.
@@ -78,7 +82,8 @@ private:
     const QString m_uuid;
     const bool m_primary;
     const QString m_dbusPath;
-    mutable QDBusObjectPath m_objectPath;
+    GattService1Adaptor* m_adaptor = nullptr;
     QMap<QString, GattCharacteristic*> m_characteristics;
-    OwnConnections m_connections;
+    mutable QDBusObjectPath m_objectPath;
+    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
 };

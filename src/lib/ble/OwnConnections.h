@@ -4,11 +4,15 @@
 #include <QVector>
 
 #include <algorithm>
+#include <memory>
 
 /**
  * The connections to an object's own slots, as its last member: they end before the members that the slots
  * use. Qt alone ends them after destroyed(), and what a slot of destroyed() does (delete a child, write to a
  * control) would then still arrive at an object of which only the QObject is left.
+ *
+ * An object holds them by a shared pointer, which can delete what the object's header only declares, and
+ * which is null until there is a connection. Internal: not installed.
  */
 class OwnConnections
 {
@@ -24,7 +28,16 @@ public:
     OwnConnections& operator=(const OwnConnections&) = delete;
 
     /** Ends this connection, too, with the holder; one that failed or has ended already may be given. */
-    void add(const QMetaObject::Connection& connection)
+    static void add(std::shared_ptr<OwnConnections>& own, const QMetaObject::Connection& connection)
+    {
+        if (!own) {
+            own = std::make_shared<OwnConnections>();
+        }
+        own->append(connection);
+    }
+
+private:
+    void append(const QMetaObject::Connection& connection)
     {
         if (m_all.size() >= m_sizeToTidyAt) {
             const auto isOver = [](const QMetaObject::Connection& each) { return !each; };
@@ -34,7 +47,6 @@ public:
         m_all.append(connection);
     }
 
-private:
     QVector<QMetaObject::Connection> m_all;
     int m_sizeToTidyAt = 8;
 };
