@@ -1,4 +1,4 @@
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 #include "GattTree.h"
 #include "LogCapture.h"
 #include "RawBusClient.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int limit = DBusHelper::maximumLength;
+constexpr int limit = DBusDetail::maximumLength;
 constexpr int propertySize = 4096;
 constexpr int propertyNames = 64;
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "BleDBusTypes.h"
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 #include "plim.h"
 
 #include <QDBusVariant>
@@ -40,7 +40,7 @@ public slots:
     QDBusVariant Anything(const QDBusVariant& value)
     {
         print({{QString(), value.variant()}});
-        const QVariant carried = DBusHelper::marshallable(value.variant());
+        const QVariant carried = DBusDetail::marshallable(value.variant());
         return QDBusVariant(carried.isValid() ? carried : QVariant(QString()));
     }
 

@@ -1,4 +1,5 @@
 #include "DBusBluez.h"
+#include "DBusDetail.h"
 #include "DBusHelper.h"
 #include "Literals.h"
 
@@ -49,7 +50,7 @@ public slots:
 QString answerOf(QObject* object, int number)
 {
     QString answer;
-    DBusHelper::invokeMethod(object, "answer", Q_RETURN_ARG(QString, answer), Q_ARG(int, number));
+    DBusDetail::invokeMethod(object, "answer", Q_RETURN_ARG(QString, answer), Q_ARG(int, number));
     return answer;
 }
 
@@ -137,18 +138,18 @@ void tst_dbus_helper::invokeMethodTellsSlotsOfOneNameApart()
     Answering object;
     static const char name[] = "answer";
     QString answer;
-    QVERIFY(DBusHelper::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(int, 3)));
+    QVERIFY(DBusDetail::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(int, 3)));
     QCOMPARE(answer, "number 3"_qs);
     QVERIFY(
-        DBusHelper::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(QString, "three"_qs)));
+        DBusDetail::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(QString, "three"_qs)));
     QCOMPARE(answer, "text three"_qs);
 }
 
 void tst_dbus_helper::invokeMethodWorksWithoutArgumentsAndResult()
 {
     Answering object;
-    QVERIFY(DBusHelper::invokeMethod(&object, "remember"));
-    QVERIFY(DBusHelper::invokeMethod(&object, "remember"));
+    QVERIFY(DBusDetail::invokeMethod(&object, "remember"));
+    QVERIFY(DBusDetail::invokeMethod(&object, "remember"));
     QCOMPARE(object.remembered, 2);
 }
 
@@ -157,9 +158,9 @@ void tst_dbus_helper::invokeMethodSaysWhereThereIsNoSlot()
     Answering object;
     for (int i = 0; i < 2; ++i) {
         QTest::ignoreMessage(QtWarningMsg, "QMetaObject::invokeMethod: No such method Answering::forget()");
-        QVERIFY(!DBusHelper::invokeMethod(&object, "forget"));
+        QVERIFY(!DBusDetail::invokeMethod(&object, "forget"));
     }
-    QVERIFY(!DBusHelper::invokeMethod(nullptr, "remember"));
+    QVERIFY(!DBusDetail::invokeMethod(nullptr, "remember"));
 }
 
 void tst_dbus_helper::whatCannotTravelIsLeftOut_data()
@@ -184,7 +185,7 @@ void tst_dbus_helper::whatCannotTravelIsLeftOut_data()
         << QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusUnixFileDescriptor()))) << QVariant();
     QTest::newRow("nested 16 deep") << nested(16, 1) << nested(16, 1);
     QTest::newRow("nested 17 deep") << nested(17, 1) << nested(16, QVariantList());
-    const int limit = DBusHelper::maximumLength;
+    const int limit = DBusDetail::maximumLength;
     QTest::newRow("longest bytes") << QVariant(QByteArray(limit, 'a')) << QVariant(QByteArray(limit, 'a'));
     QTest::newRow("too many bytes") << QVariant(QByteArray(limit + 1, 'a')) << QVariant();
     QTest::newRow("too long a text") << QVariant(QString(limit / 3 + 1, QLatin1Char('a'))) << QVariant();
@@ -194,7 +195,7 @@ void tst_dbus_helper::whatCannotTravelIsLeftOut()
 {
     QFETCH(QVariant, value);
     QFETCH(QVariant, left);
-    const QVariant actual = DBusHelper::marshallable(value);
+    const QVariant actual = DBusDetail::marshallable(value);
     QCOMPARE(actual.userType(), left.userType());
     QCOMPARE(actual, left);
 }
@@ -207,11 +208,11 @@ void tst_dbus_helper::valuesThatExceedOneMessageAreLeftOut()
              {{"Other"_qs, QString(100, QLatin1Char('a'))}, {"Value"_qs, QByteArray(size, 'a')}}}};
     };
     const DBusInterfaceList without{{"a.Holder"_qs, {{"Other"_qs, QString(100, QLatin1Char('a'))}}}};
-    const int limit = DBusHelper::maximumLength;
+    const int limit = DBusDetail::maximumLength;
     const QDBusObjectPath a("/a"_qs);
     const QDBusObjectPath b("/b"_qs);
     const QDBusObjectPath c("/c"_qs);
-    QCOMPARE(DBusHelper::withinOneMessage({{a, holding(limit - 5)}, {b, holding(6)}, {c, holding(5)}}),
+    QCOMPARE(DBusDetail::withinOneMessage({{a, holding(limit - 5)}, {b, holding(6)}, {c, holding(5)}}),
              (DBusManagedObjectList{{a, holding(limit - 5)}, {b, without}, {c, holding(5)}}));
 }
 

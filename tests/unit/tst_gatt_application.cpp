@@ -1,3 +1,4 @@
+#include "DBusDetail.h"
 #include "DBusHelper.h"
 #include "GattTree.h"
 #include "LogCapture.h"
@@ -250,7 +251,7 @@ void tst_gatt_application::managedObjectsShowWhatTheirAdaptorsShow()
         DBusInterfaceList interfaces;
         for (auto* adaptor :
              object->findChildren<QDBusAbstractAdaptor*>(QString(), Qt::FindDirectChildrenOnly)) {
-            if (DBusHelper::interfaceName(adaptor) != propertiesInterface()) {
+            if (DBusDetail::interfaceName(adaptor) != propertiesInterface()) {
                 const DBusInterfaceList entry = DBusHelper::generateDBusInterfaceList(adaptor);
                 interfaces.insert(entry.firstKey(), entry.first());
             }

@@ -63,17 +63,17 @@ BleFindings GattApplication::problems() const
 DBusManagedObjectList GattApplication::GetManagedObjects()
 {
     DBusManagedObjectList objects;
-    const auto list = [&objects](const QDBusObjectPath& path, const DBusInterfaceList& interfaces) {
+    const auto list = [&objects](const auto* object) {
+        const DBusInterfaceList interfaces = object->dbusInterfaceList();
         // The walk mostly goes in the order of the paths; the map checks whether the end is this one's place.
-        objects.insert(objects.cend(), path, interfaces);
+        objects.insert(objects.cend(), object->objectPath(), interfaces);
     };
     for (const GattService* service : m_services.values()) {
-        const DBusInterfaceList interfaces = service->dbusInterfaceList();
-        list(service->objectPath(), interfaces);
+        list(service);
         for (const GattCharacteristic* characteristic : service->characteristics()) {
-            list(characteristic->objectPath(), characteristic->dbusInterfaceList());
+            list(characteristic);
             for (const GattDescriptor* descriptor : characteristic->descriptors()) {
-                list(descriptor->objectPath(), descriptor->dbusInterfaceList());
+                list(descriptor);
             }
         }
     }

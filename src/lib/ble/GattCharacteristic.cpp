@@ -1,6 +1,6 @@
 #include "GattCharacteristic.h"
 
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 #include "GattCharacteristic1Adaptor.h"
 #include "GattDetail.h"
 #include "GattService.h"
@@ -44,7 +44,7 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
     plim::connect(
         this, &GattCharacteristic::PropertiesChanged, m_propertiesAdaptor,
         [this](const QString& interface, const QVariantMap& changed, const QStringList& invalidated) {
-            if (m_value.size() > DBusHelper::maximumLength) {
+            if (m_value.size() > DBusDetail::maximumLength) {
                 // The bus would drop the connection, or libdbus abort the process.
                 PLIM_LOG(logger, ERROR, "void GattCharacteristic::notifyValueChanged()",
                          "Value too long to be notified at " << m_dbusPath);
@@ -145,7 +145,7 @@ void GattCharacteristic::notifyValueChanged()
 
 DBusInterfaceList GattCharacteristic::dbusInterfaceList() const
 {
-    // What DBusHelper::generateDBusInterfaceList() gives for the adaptor, without the way by names through
+    // What DBusDetail::generateDBusInterfaceList() gives for the adaptor, without the way by names through
     // it.
     const QVariantMap properties{
         {QStringLiteral("Flags"), flags()},

@@ -98,9 +98,6 @@ public:
     /** The object path: the service's path, "/", and the UUID with "_" for "-". */
     QString dbusPath() const;
 
-    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
-    QDBusObjectPath objectPath() const;
-
     /** Whether BlueZ has asked for notifications; false at first. Follows the last StartNotify or StopNotify.
      */
     bool notifying() const;
@@ -165,7 +162,11 @@ private slots:
     void on_descriptorDeleted(QObject* obj);
 
 private:
+    friend class GattApplication;
     friend class GattPreflight;
+
+    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    QDBusObjectPath objectPath() const;
 
     const QPointer<GattService> m_service;
     const QString m_uuid;

@@ -61,9 +61,6 @@ public:
     /** The object path: the characteristic's path, "/desc" and a number that is never used again. */
     QString dbusPath() const;
 
-    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
-    QDBusObjectPath objectPath() const;
-
     /** This object's entry in the application's GetManagedObjects. */
     DBusInterfaceList dbusInterfaceList() const;
 
@@ -95,7 +92,11 @@ public slots:
     void WriteValue(const QByteArray& value, const QVariantMap& flags);
 
 private:
+    friend class GattApplication;
     friend class GattPreflight;
+
+    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    QDBusObjectPath objectPath() const;
 
     const QPointer<GattCharacteristic> m_characteristic;
     const QString m_uuid;

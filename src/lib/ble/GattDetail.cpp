@@ -1,6 +1,6 @@
 #include "GattDetail.h"
 
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 #include "plimlog.h"
 
 #include <QPointer>
@@ -58,8 +58,8 @@ QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
         length = length < 0 ? length : qMax<qint64>(0, start + length);
         start = 0;
     }
-    if (length < 0 || length > DBusHelper::maximumLength) {
-        length = DBusHelper::maximumLength;
+    if (length < 0 || length > DBusDetail::maximumLength) {
+        length = DBusDetail::maximumLength;
     }
     return bytes.mid(toInt(start), int(length));
 }
@@ -67,7 +67,7 @@ QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
 bool GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const QString& uuid)
 {
     const qint64 kept = qBound<qint64>(0, offset, value.size());
-    if (kept + bytes.size() > DBusHelper::maximumLength) {
+    if (kept + bytes.size() > DBusDetail::maximumLength) {
         PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Value of " << uuid << " would become too long to be sent");
         return false;
     }

@@ -32,13 +32,13 @@ qint64 offsetOf(const QVariantMap& options);
 /**
  * QByteArray::mid() for positions that do not fit an int: a start beyond the end gives nothing, a negative
  * length everything from the start on, and bytes before the start of the value count as absent. Of longer
- * results only the first DBusHelper::maximumLength bytes are given, since nothing longer can be sent.
+ * results only the first DBusDetail::maximumLength bytes are given, since nothing longer can be sent.
  */
 QByteArray mid(const QByteArray& bytes, qint64 start, qint64 length = -1);
 
 /**
  * Cuts the value off at the offset, or leaves it where it is shorter, and appends the bytes. Nothing is done
- * if the value became longer than DBusHelper::maximumLength, which is logged at ERROR: peers could append
+ * if the value became longer than DBusDetail::maximumLength, which is logged at ERROR: peers could append
  * until the memory is full.
  * @return whether it was done
  */

@@ -45,9 +45,6 @@ public:
     /** The object path: the application's path, "/", and the UUID with "_" for "-". */
     QString dbusPath() const;
 
-    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
-    QDBusObjectPath objectPath() const;
-
     /** This object's entry in the application's GetManagedObjects. */
     DBusInterfaceList dbusInterfaceList() const;
 
@@ -77,7 +74,11 @@ private slots:
     void on_characteristicDeleted(QObject* obj);
 
 private:
+    friend class GattApplication;
     friend class GattPreflight;
+
+    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    QDBusObjectPath objectPath() const;
 
     const QString m_uuid;
     const bool m_primary;

@@ -1,6 +1,6 @@
 #include "ReadOnlyPropertiesAdaptor.h"
 
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 
 #include <QMetaProperty>
 
@@ -42,9 +42,9 @@ QDBusVariant ReadOnlyPropertiesAdaptor::Get(const QString& interface, const QStr
         return QDBusVariant(value);
     }
     if (serves(interface) && !interface.isEmpty()) {
-        DBusHelper::replyUnknownProperty(message, interface, name);
+        DBusDetail::replyUnknownProperty(message, interface, name);
     } else {
-        DBusHelper::replyUnknownInterface(message, interface);
+        DBusDetail::replyUnknownInterface(message, interface);
     }
     return {};
 }
@@ -53,7 +53,7 @@ QVariantMap ReadOnlyPropertiesAdaptor::GetAll(const QString& interface, const QD
 {
     QVariantMap properties;
     if (!serves(interface)) {
-        DBusHelper::replyUnknownInterface(message, interface);
+        DBusDetail::replyUnknownInterface(message, interface);
         return properties;
     }
     for (const QString& name : m_shown + m_aliases.keys()) {
@@ -69,23 +69,23 @@ void ReadOnlyPropertiesAdaptor::Set(const QString& interface, const QString& nam
                                     const QDBusVariant& /*value*/, const QDBusMessage& message)
 {
     if (!serves(interface)) {
-        DBusHelper::replyUnknownInterface(message, interface);
+        DBusDetail::replyUnknownInterface(message, interface);
     } else if (!property(name).isValid()) {
-        DBusHelper::replyUnknownProperty(message, interface, name);
+        DBusDetail::replyUnknownProperty(message, interface, name);
     } else {
-        DBusHelper::replyReadOnlyProperty(message, interface, name);
+        DBusDetail::replyReadOnlyProperty(message, interface, name);
     }
 }
 
 /** Whether the interface is the adaptor's; no name means any interface. */
 bool ReadOnlyPropertiesAdaptor::serves(const QString& interface) const
 {
-    return interface.isEmpty() || interface == DBusHelper::interfaceName(m_adaptor);
+    return interface.isEmpty() || interface == DBusDetail::interfaceName(m_adaptor);
 }
 
 /** What the bus sees of a property, or an invalid variant where it sees none of that name. */
 QVariant ReadOnlyPropertiesAdaptor::property(const QString& name) const
 {
     const QByteArray original = m_aliases.value(name, name).toUtf8();
-    return shows(name) ? DBusHelper::marshallable(m_adaptor->property(original.constData())) : QVariant();
+    return shows(name) ? DBusDetail::marshallable(m_adaptor->property(original.constData())) : QVariant();
 }

@@ -1,125 +1,9 @@
 #include "DBusHelper.h"
 
+#include "DBusDetail.h"
+
 #include <QDBusAbstractAdaptor>
-#include <QDBusConnection>
-#include <QDBusMetaType>
-#include <QDBusSignature>
-#include <QDBusUnixFileDescriptor>
-#include <QDBusVariant>
-#include <QMetaClassInfo>
 #include <QMetaProperty>
-
-#include <array>
-#include <map>
-
-namespace {
-
-constexpr int maximumDepth = 16;
-
-QVariant marshallableAt(int depth, const QVariant& value);
-
-QVariantMap marshallableEntries(int depth, const QVariantMap& all)
-{
-    QVariantMap map;
-    for (auto it = all.cbegin(); it != all.cend(); ++it) {
-        const QVariant entry = marshallableAt(depth, *it);
-        if (entry.isValid()) {
-            map.insert(it.key(), entry);
-        }
-    }
-    return map;
-}
-
-QVariantList marshallableItems(int depth, const QVariantList& all)
-{
-    QVariantList list;
-    for (const QVariant& item : all) {
-        const QVariant kept = marshallableAt(depth, item);
-        if (kept.isValid()) {
-            list << kept;
-        }
-    }
-    return list;
-}
-
-bool isMarshallableScalar(const QVariant& value)
-{
-    if (value.userType() == QMetaType::QByteArray) {
-        return value.toByteArray().size() <= DBusHelper::maximumLength;
-    }
-    if (value.userType() == QMetaType::QString) {
-        return value.toString().size() <=
-               DBusHelper::maximumLength / 3; // UTF-8 takes up to three bytes for each
-    }
-    if (value.userType() == qMetaTypeId<QDBusObjectPath>()) {
-        return !value.value<QDBusObjectPath>().path().isEmpty();
-    }
-    if (value.userType() == qMetaTypeId<QDBusSignature>()) {
-        return !value.value<QDBusSignature>().signature().isEmpty();
-    }
-    if (value.userType() == qMetaTypeId<QDBusUnixFileDescriptor>()) {
-        return value.value<QDBusUnixFileDescriptor>().isValid();
-    }
-    return value.isValid() && QDBusMetaType::typeToSignature(value.userType());
-}
-
-QVariant marshallableAt(int depth, const QVariant& value)
-{
-    if (depth > maximumDepth) {
-        return {};
-    }
-    const int type = value.userType();
-    if (type == QMetaType::QVariantMap) {
-        return marshallableEntries(depth + 1, value.toMap());
-    }
-    if (type == QMetaType::QVariantList) {
-        return marshallableItems(depth + 1, value.toList());
-    }
-    if (type == qMetaTypeId<QDBusVariant>()) {
-        const QVariant inner = marshallableAt(depth + 1, value.value<QDBusVariant>().variant());
-        return inner.isValid() ? QVariant::fromValue(QDBusVariant(inner)) : QVariant();
-    }
-    return isMarshallableScalar(value) ? value : QVariant();
-}
-
-/** The invokable method with that name and those parameter types, of which null ones do not count. */
-QMetaMethod findMethod(const QMetaObject& metaObject, const char* name, std::array<const char*, 2> types)
-{
-    QByteArrayList parameters;
-    for (const char* type : types) {
-        if (type) {
-            parameters << type;
-        }
-    }
-    const QByteArray signature = QByteArray(name) + '(' + parameters.join(',') + ')';
-    return metaObject.method(metaObject.indexOfMethod(QMetaObject::normalizedSignature(signature)));
-}
-
-qint64 sizeOfByteArray(const QVariant& value)
-{
-    return value.userType() == QMetaType::QByteArray ? value.toByteArray().size() : 0;
-}
-
-qint64 sizeOfByteArrays(const DBusManagedObjectList& objects)
-{
-    qint64 size = 0;
-    for (const DBusInterfaceList& interfaces : objects) {
-        for (const QVariantMap& properties : interfaces) {
-            for (const QVariant& value : properties) {
-                size += sizeOfByteArray(value);
-            }
-        }
-    }
-    return size;
-}
-
-/** How Qt's error texts name a property. */
-QString fullName(const QString& interface, const QString& name)
-{
-    return interface.isEmpty() ? name : interface + QLatin1Char('.') + name;
-}
-
-} // namespace
 
 QString DBusHelper::findFirstObjectPath(const DBusManagedObjectList& objects, const QString& interfaceName)
 {
@@ -136,7 +20,7 @@ DBusInterfaceList DBusHelper::generateDBusInterfaceList(QObject* adaptor)
     if (!adaptor) {
         return {};
     }
-    const QString interface = interfaceName(adaptor);
+    const QString interface = DBusDetail::interfaceName(adaptor);
     if (interface.isEmpty()) {
         return {};
     }
@@ -148,88 +32,4 @@ DBusInterfaceList DBusHelper::generateDBusInterfaceList(QObject* adaptor)
         properties.insert(QString::fromLatin1(property.name()), property.read(adaptor));
     }
     return {{interface, properties}};
-}
-
-bool DBusHelper::invokeMethod(QObject* object, const char* name, QGenericReturnArgument result,
-                              QGenericArgument first, QGenericArgument second)
-{
-    if (!object) {
-        return false;
-    }
-    // The same literals mean the same signature.
-    using Call = std::array<const void*, 4>;
-    thread_local std::map<Call, QMetaMethod> known;
-    const Call call{object->metaObject(), name, first.name(), second.name()};
-    auto it = known.find(call);
-    if (it == known.end()) {
-        const QMetaMethod method = findMethod(*object->metaObject(), name, {first.name(), second.name()});
-        if (!method.isValid()) {
-            return QMetaObject::invokeMethod(object, name, result, first, second);
-        }
-        it = known.emplace(call, method).first;
-    }
-    return it->second.invoke(object, result, first, second);
-}
-
-bool DBusHelper::invokeMethod(QObject* object, const char* name, QGenericArgument first,
-                              QGenericArgument second)
-{
-    return invokeMethod(object, name, QGenericReturnArgument(), first, second);
-}
-
-QString DBusHelper::interfaceName(const QObject* adaptor)
-{
-    const QMetaObject* metaObject = adaptor->metaObject();
-    const int index = metaObject->indexOfClassInfo("D-Bus Interface");
-    return index < 0 ? QString() : QString::fromLatin1(metaObject->classInfo(index).value());
-}
-
-QVariant DBusHelper::marshallable(const QVariant& value)
-{
-    return marshallableAt(0, value);
-}
-
-DBusManagedObjectList DBusHelper::withinOneMessage(DBusManagedObjectList objects)
-{
-    if (sizeOfByteArrays(objects) <= maximumLength) {
-        return objects; // as it is: walking it to change it would copy every map in it
-    }
-    qint64 left = maximumLength;
-    for (DBusInterfaceList& interfaces : objects) {
-        for (QVariantMap& properties : interfaces) {
-            for (auto it = properties.begin(); it != properties.end();) {
-                const qint64 size = sizeOfByteArray(*it);
-                const bool fits = size <= left;
-                left -= fits ? size : 0;
-                it = fits ? it + 1 : properties.erase(it);
-            }
-        }
-    }
-    return objects;
-}
-
-void DBusHelper::replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text)
-{
-    call.setDelayedReply(true);
-    QDBusConnection::systemBus().send(call.createErrorReply(error, text));
-}
-
-void DBusHelper::replyUnknownInterface(const QDBusMessage& call, const QString& interface)
-{
-    replyError(call, QDBusError::UnknownInterface,
-               QStringLiteral("Interface %1 was not found in object %2").arg(interface, call.path()));
-}
-
-void DBusHelper::replyUnknownProperty(const QDBusMessage& call, const QString& interface, const QString& name)
-{
-    replyError(
-        call, QDBusError::UnknownProperty,
-        QStringLiteral("Property %1 was not found in object %2").arg(fullName(interface, name), call.path()));
-}
-
-void DBusHelper::replyReadOnlyProperty(const QDBusMessage& call, const QString& interface,
-                                       const QString& name)
-{
-    replyError(call, QDBusError::PropertyReadOnly,
-               QStringLiteral("Property %1 is read-only").arg(fullName(interface, name)));
 }

@@ -1,6 +1,6 @@
 #include "ObjectManagerAdaptor.h"
 
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 
 ObjectManagerAdaptor::ObjectManagerAdaptor(QObject* parent) : QDBusAbstractAdaptor(parent) {}
 
@@ -11,5 +11,5 @@ DBusManagedObjectList ObjectManagerAdaptor::GetManagedObjects()
     // A text that is no object path is an empty QDBusObjectPath, which libdbus answers by aborting the
     // process.
     objects.remove(QDBusObjectPath());
-    return DBusHelper::withinOneMessage(objects);
+    return DBusDetail::withinOneMessage(objects);
 }

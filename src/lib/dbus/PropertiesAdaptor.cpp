@@ -1,6 +1,6 @@
 #include "PropertiesAdaptor.h"
 
-#include "DBusHelper.h"
+#include "DBusDetail.h"
 
 #include <algorithm>
 
@@ -36,14 +36,14 @@ QDBusVariant PropertiesAdaptor::Get(const QString& interface, const QString& nam
     QMetaObject::invokeMethod(parent(), "Get", Q_RETURN_ARG(QDBusVariant, value), Q_ARG(QString, interface),
                               Q_ARG(QString, name));
     // Without an answer of our own the caller would get none at all and wait for its time-out.
-    const QVariant carried = DBusHelper::marshallable(value.variant());
+    const QVariant carried = DBusDetail::marshallable(value.variant());
     if (carried.isValid()) {
         return QDBusVariant(carried);
     }
     if (servesInterface(interface)) {
-        DBusHelper::replyUnknownProperty(message, interface, name);
+        DBusDetail::replyUnknownProperty(message, interface, name);
     } else {
-        DBusHelper::replyUnknownInterface(message, interface);
+        DBusDetail::replyUnknownInterface(message, interface);
     }
     return {};
 }
@@ -53,14 +53,14 @@ QVariantMap PropertiesAdaptor::GetAll(const QString& interface)
     QVariantMap properties;
     QMetaObject::invokeMethod(parent(), "GetAll", Q_RETURN_ARG(QVariantMap, properties),
                               Q_ARG(QString, interface));
-    return DBusHelper::marshallable(properties).toMap();
+    return DBusDetail::marshallable(properties).toMap();
 }
 
 void PropertiesAdaptor::Set(const QString& interface, const QString& name, const QDBusVariant& value,
                             const QDBusMessage& message)
 {
     if (!isAffordable(parent(), name, value.variant())) {
-        DBusHelper::replyError(message, QDBusError::LimitsExceeded,
+        DBusDetail::replyError(message, QDBusError::LimitsExceeded,
                                QStringLiteral("Property %1 would take too much memory").arg(name.left(100)));
         return;
     }
@@ -73,6 +73,6 @@ bool PropertiesAdaptor::servesInterface(const QString& interface) const
     const auto adaptors =
         parent()->findChildren<QDBusAbstractAdaptor*>(QString(), Qt::FindDirectChildrenOnly);
     return std::any_of(adaptors.cbegin(), adaptors.cend(), [&](const QDBusAbstractAdaptor* adaptor) {
-        return interface == DBusHelper::interfaceName(adaptor);
+        return interface == DBusDetail::interfaceName(adaptor);
     });
 }
