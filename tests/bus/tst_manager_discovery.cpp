@@ -231,6 +231,8 @@ void tst_manager_discovery::theLinesOfAnAppearance()
     log.clear();
     daemon.announce("/other/place", {advertisingManager, "org.example.Else", gattManager});
     EVENTUALLY_VERIFY(managerLines(log).size() >= 5);
+    QCOMPARE(log.lines().first().function,
+             "void BleManager::on_interfacesAdded(QDBusObjectPath, DBusInterfaceList)");
     const QString entry =
         "TRACE Enter BleManager::on_interfacesAdded: Interface added: /other/place, interfaces: "
         "(org.bluez.GattManager1, org.bluez.LEAdvertisingManager1, org.example.Else)";
@@ -255,6 +257,8 @@ void tst_manager_discovery::theLinesOfALoss()
             {"TRACE Enter BleManager::on_interfacesRemoved: Interface removed: /other/place, interfaces: "
              "(org.bluez.LEAdvertisingManager1, org.example.Else, org.bluez.GattManager1)",
              "DEBUG Gatt Manager was removed", "DEBUG Le Avertisement Manager was removed"}));
+    QCOMPARE(log.lines().first().function,
+             "void BleManager::on_interfacesRemoved(QDBusObjectPath, QStringList)");
     daemon.withdraw("/other/place", {});
     EVENTUALLY_COMPARE(managerLines(log).mid(3),
                        QStringList("TRACE Enter BleManager::on_interfacesRemoved: Interface removed: "

@@ -12,7 +12,6 @@
 #include "Registrations.h"
 #include "plimlog.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusPendingCall>
@@ -111,7 +110,8 @@ QSharedPointer<Manager> BleManager::managerAt(const QString& path)
         new Manager(DBusBluezServiceName(), path, QDBusConnection::systemBus(), this));
 }
 
-void BleManager::on_interfacesAdded(const QDBusObjectPath& path, const DBusInterfaceList& interfaces)
+// NOLINTNEXTLINE(performance-unnecessary-value-param): log lines name the slot with these parameters
+void BleManager::on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList interfaces)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface added: " << path << ", interfaces: " << LogText::list(interfaces.keys()));
@@ -134,7 +134,8 @@ void BleManager::on_interfacesAdded(const QDBusObjectPath& path, const DBusInter
     }
 }
 
-void BleManager::on_interfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces)
+// NOLINTNEXTLINE(performance-unnecessary-value-param): log lines name the slot with these parameters
+void BleManager::on_interfacesRemoved(QDBusObjectPath path, QStringList interfaces)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface removed: " << path << ", interfaces: " << LogText::list(interfaces));
@@ -169,7 +170,6 @@ void BleManager::hold(const Object* object, const char* signature)
         return;
     }
     PLIM_LOG_ENTER(logger, DEBUG, signature, object->dbusPath());
-    hearFromElsewhere();
     auto& held = this->*kind<Object>.held;
     if (held.contains(object)) {
         return;
@@ -215,8 +215,17 @@ void BleManager::release(const Object* object, const char* signature)
     m_registrations->forget(object);
     plim::disconnect(object, kind<Object>.changed, this, kind<Object>.on_changed);
     plim::disconnect(object, &QObject::destroyed, this, kind<Object>.on_deleted);
-    hearFromElsewhere();
-    m_pathsElsewhere.remove(object);
+    if (m_pathsElsewhere.contains(object)) {
+        // Changes of it that are on their way arrive before this, when it may have ended.
+        QMetaObject::invokeMethod(
+            this,
+            [this, object] {
+                if (!(this->*kind<Object>.held).contains(object)) {
+                    m_pathsElsewhere.remove(object);
+                }
+            },
+            Qt::QueuedConnection);
+    }
     (this->*kind<Object>.unregisterStep)(object);
 }
 
@@ -273,15 +282,6 @@ QString BleManager::pathOf(const Object* object) const
 {
     const auto it = m_pathsElsewhere.constFind(object);
     return it == m_pathsElsewhere.constEnd() ? object->dbusPath() : *it;
-}
-
-/** Handles what objects of other threads have signalled so far, before it could be taken for something that
- * another object at the same address has. */
-void BleManager::hearFromElsewhere()
-{
-    if (!m_pathsElsewhere.isEmpty()) {
-        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
-    }
 }
 
 /** One of the four steps: an asynchronous call about the object, if the manager for it is present. */
@@ -342,6 +342,9 @@ template <typename Object>
 void BleManager::onChanged(const Object* object, const char* signature)
 {
     PLIM_LOG_ENTER(logger, DEBUG, signature, pathOf(object));
+    if (m_pathsElsewhere.contains(object) && !(this->*kind<Object>.held).contains(object)) {
+        return; // removed while the change was on its way from its thread
+    }
     (this->*kind<Object>.unregisterStep)(object);
     (this->*kind<Object>.registerStep)(object);
 }

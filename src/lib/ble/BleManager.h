@@ -35,7 +35,8 @@ class Registrations;
  * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event
  * loop; the objects handed over are expected to live there too. One that lives on another thread, and stays
  * there while it is held, is followed through the event loop: its changes are registered, and its end is
- * noticed, when this thread gets there. It has to be alive while add() and remove() run.
+ * noticed, when this thread gets there. It has to be alive while add() and remove() run. Until its end is
+ * noticed, another object at its address counts as the same one.
  */
 class PLIM_BLE_EXPORT BleManager : public QObject
 {
@@ -108,8 +109,8 @@ public:
     /** @} */
 
 private slots:
-    void on_interfacesAdded(const QDBusObjectPath& path, const DBusInterfaceList& interfaces);
-    void on_interfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces);
+    void on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList interfaces);
+    void on_interfacesRemoved(QDBusObjectPath path, QStringList interfaces);
     void on_applicationDeleted(QObject* obj);
     void on_advertisementDeleted(QObject* obj);
     void on_advertisementChanged(const GapAdvertisement* adv);
@@ -145,7 +146,6 @@ private:
     void onDeleted(const QObject* dying, const char* signature);
     template <typename Object>
     QString pathOf(const Object* object) const;
-    void hearFromElsewhere();
     template <typename Manager, typename Object, typename Call>
     void send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const Step& step,
               const char* signature);
@@ -158,7 +158,7 @@ private:
     QList<const GattApplication*> m_applications;
     QSharedPointer<OrgBluezLEAdvertisingManager1Interface> m_advManager;
     QList<const GapAdvertisement*> m_advertisements;
-    QHash<const QObject*, QString> m_pathsElsewhere; ///< of held objects that live on another thread
+    QHash<const QObject*, QString> m_pathsElsewhere; ///< of objects on other threads, gone ones too
     std::unique_ptr<Registrations> m_registrations;
     std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
 };

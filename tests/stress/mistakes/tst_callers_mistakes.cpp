@@ -83,6 +83,7 @@ private slots:
     void objectsOfAnotherThreadAreFollowed();
     void objectsOfAnotherThreadMayEndWhileTheDaemonRestarts();
     void aRemovedObjectOfAnotherThreadIsNotTouchedAnyMore();
+    void whatTheProgramHasQueuedRunsInItsTurn();
 };
 
 void tst_callers_mistakes::aSlowCallbackDelaysOthersAndNothingElse()
@@ -345,7 +346,29 @@ void tst_callers_mistakes::aRemovedObjectOfAnotherThreadIsNotTouchedAnyMore()
     other.run([&] { adv.reset(); });
     const LogCapture log;
     QCoreApplication::processEvents();
-    QCOMPARE(log.lines().size(), 0);
+    // The change arrives, and is dropped.
+    QCOMPARE(log.texts(log4cplus::DEBUG_LOG_LEVEL),
+             QStringList("Enter BleManager::on_advertisementChanged: /adv"));
+    QCOMPARE(log.lines().size(), 1);
+}
+
+void tst_callers_mistakes::whatTheProgramHasQueuedRunsInItsTurn()
+{
+    BleManager* manager = BleManager::instance();
+    OtherThread other;
+    std::unique_ptr<Held> held;
+    other.run([&held] { held = std::make_unique<Held>(); });
+    manager->add(&held->app);
+    int run = 0;
+    QMetaObject::invokeMethod(
+        manager, [&run] { ++run; }, Qt::QueuedConnection);
+    manager->add(&held->adv);
+    manager->remove(&held->adv);
+    manager->remove(&held->app);
+    QCOMPARE(run, 0);
+    QCoreApplication::processEvents();
+    QCOMPARE(run, 1);
+    other.run([&held] { held.reset(); });
 }
 
 QTEST_GUILESS_MAIN(tst_callers_mistakes)
