@@ -3,6 +3,7 @@
 #include "LogCapture.h"
 #include "RawBusClient.h"
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -16,6 +17,12 @@ constexpr int propertyNames = 64;
 QStringList errors(const LogCapture& log)
 {
     return log.texts(log4cplus::ERROR_LOG_LEVEL);
+}
+
+/** The file descriptors of this process. */
+int openFiles()
+{
+    return QDir("/proc/self/fd"_qs).entryList(QDir::System | QDir::AllEntries | QDir::NoDotAndDotDot).size();
 }
 
 } // namespace
@@ -37,6 +44,9 @@ private slots:
     void inventedPropertiesAreCounted();
     void inventedPropertiesAreMeasured_data();
     void inventedPropertiesAreMeasured();
+    void longValuesOfWhatCannotBeSetAreIgnoredInSilence_data();
+    void longValuesOfWhatCannotBeSetAreIgnoredInSilence();
+    void fileDescriptorsAreNotUsedUp();
 
 private:
     BusMessage set(const QString& name, const QStringList& variant)
@@ -146,14 +156,19 @@ void tst_memory_limits::inventedPropertiesAreCounted()
     for (int i = 0; i < propertyNames; ++i) {
         QVERIFY(set("Name%1"_qs.arg(i), {"i"_qs, "1"_qs}).isReply());
     }
-    const BusMessage refused = set("OneMore"_qs, {"i"_qs, "1"_qs});
-    QCOMPARE(refused.errorName, "org.freedesktop.DBus.Error.LimitsExceeded"_qs);
-    QCOMPARE(refused.errorText, "Property OneMore would take too much memory"_qs);
+    const LogCapture log(log4cplus::WARN_LOG_LEVEL);
+    const BusMessage ignored = set("OneMore"_qs, {"i"_qs, "1"_qs});
+    QCOMPARE(ignored.type, "method_return"_qs);
+    QCOMPARE(ignored.text, QString());
+    QCOMPARE(log.lines().size(), 1);
+    QCOMPARE(log.texts(log4cplus::WARN_LOG_LEVEL),
+             QStringList{"Property OneMore of /app/aaaa_bbbb/e0 not set: it would take too much memory"_qs});
     // Those that are there can still be changed, and other objects have room of their own.
     QVERIFY(set("Name7"_qs, {"i"_qs, "2"_qs}).isReply());
     QCOMPARE(m_tree->plain->property("Name7"), QVariant(2));
     QVERIFY(!m_tree->plain->dynamicPropertyNames().contains("OneMore"));
     QCOMPARE(m_tree->plain->dynamicPropertyNames().size(), propertyNames);
+    QCOMPARE(log.lines().size(), 1);
 }
 
 void tst_memory_limits::inventedPropertiesAreMeasured_data()
@@ -173,6 +188,38 @@ void tst_memory_limits::inventedPropertiesAreMeasured_data()
     QTest::newRow("strings") << "A"_qs << QStringList{"as"_qs, "2"_qs, full, full} << false;
     QTest::newRow("bytes") << "A"_qs << QStringList{"ay"_qs, hex} << true;
     QTest::newRow("more bytes") << "A"_qs << QStringList{"ay"_qs, hex + "00"_qs} << false;
+    const QString wide(propertySize / 2 + 1, QChar(0xe4));
+    QTest::newRow("string of wide characters") << "A"_qs << QStringList{"s"_qs, wide} << false;
+    const QString half = full.left(propertySize / 2);
+    const QString third = full.left(propertySize / 3);
+    QTest::newRow("dictionary") << "A"_qs << QStringList{"a{ss}"_qs, "1"_qs, third, third} << true;
+    QTest::newRow("longer key") << "A"_qs << QStringList{"a{ss}"_qs, "1"_qs, full, "b"_qs} << false;
+    QTest::newRow("longer entry") << "A"_qs << QStringList{"a{ss}"_qs, "1"_qs, half, half} << false;
+    QTest::newRow("longer dictionary of variants")
+        << "A"_qs << QStringList{"a{sv}"_qs, "1"_qs, "k"_qs, "s"_qs, wide} << false;
+    QTest::newRow("structure") << "A"_qs << QStringList{"(ss)"_qs, third, third} << true;
+    QTest::newRow("longer structure") << "A"_qs << QStringList{"(ss)"_qs, half, half} << false;
+    QTest::newRow("longer structure deep inside")
+        << "A"_qs << QStringList{"av"_qs, "1"_qs, "(v)"_qs, "a(s)"_qs, "1"_qs, more} << false;
+    QTest::newRow("longer object path") << "A"_qs << QStringList{"o"_qs, QLatin1Char('/') + full} << false;
+    const auto integers = [](int count) {
+        QStringList texts{"ai"_qs, QString::number(count)};
+        for (int i = 0; i < count; ++i) {
+            texts << "1"_qs;
+        }
+        return texts;
+    };
+    QTest::newRow("integers") << "A"_qs << integers(propertySize / 8) << true;
+    QTest::newRow("more integers") << "A"_qs << integers(propertySize / 8 + 1) << false;
+    QStringList empty{"aai"_qs, QString::number(propertySize / 4 + 1)};
+    for (int i = 0; i < propertySize / 4 + 1; ++i) {
+        empty << "0"_qs;
+    }
+    QTest::newRow("too many empty arrays") << "A"_qs << empty << false;
+    QTest::newRow("file descriptor") << "A"_qs << QStringList{"h"_qs, "0"_qs} << true;
+    QTest::newRow("file descriptors") << "A"_qs << QStringList{"ah"_qs, "1"_qs, "0"_qs} << false;
+    QTest::newRow("file descriptor deep inside")
+        << "A"_qs << QStringList{"(v)"_qs, "v"_qs, "h"_qs, "0"_qs} << false;
 }
 
 void tst_memory_limits::inventedPropertiesAreMeasured()
@@ -180,10 +227,55 @@ void tst_memory_limits::inventedPropertiesAreMeasured()
     QFETCH(QString, name);
     QFETCH(QStringList, value);
     QFETCH(bool, taken);
+    const LogCapture log(log4cplus::WARN_LOG_LEVEL);
     const BusMessage answer = set(name, value);
-    QCOMPARE(answer.isReply(), taken);
-    QCOMPARE(answer.isError(), !taken);
+    QCOMPARE(answer.type, "method_return"_qs);
+    QCOMPARE(answer.text, QString());
     QCOMPARE(m_tree->plain->dynamicPropertyNames().contains(name.toUtf8()), taken);
+    QCOMPARE(log.texts(log4cplus::WARN_LOG_LEVEL).size(), taken ? 0 : 1);
+}
+
+void tst_memory_limits::longValuesOfWhatCannotBeSetAreIgnoredInSilence_data()
+{
+    QTest::addColumn<QString>("interface");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("another interface") << descriptorInterface() << "Note"_qs;
+    QTest::newRow("no interface") << QString() << "Note"_qs;
+    QTest::newRow("a declared property") << characteristicInterface() << "UUID"_qs;
+    QTest::newRow("a declared property of another type") << characteristicInterface() << "Notifying"_qs;
+}
+
+void tst_memory_limits::longValuesOfWhatCannotBeSetAreIgnoredInSilence()
+{
+    QFETCH(QString, interface);
+    QFETCH(QString, name);
+    const LogCapture log(log4cplus::WARN_LOG_LEVEL);
+    const BusMessage answer =
+        m_client.call(m_path, propertiesInterface(), "Set"_qs, "ssv"_qs,
+                      {interface, name, "s"_qs, QString(propertySize + 1, QLatin1Char('a'))});
+    QCOMPARE(answer.type, "method_return"_qs);
+    QCOMPARE(answer.text, QString());
+    QVERIFY(m_tree->plain->dynamicPropertyNames().isEmpty());
+    QCOMPARE(m_tree->plain->uUID(), "e0"_qs);
+    QCOMPARE(log.lines().size(), 0);
+}
+
+void tst_memory_limits::fileDescriptorsAreNotUsedUp()
+{
+    const auto setAndGet = [this](const QString& name, const QStringList& value) {
+        set(name, value);
+        return m_client.get(m_path, characteristicInterface(), name);
+    };
+    const QStringList inside{"ah"_qs, "1"_qs, "0"_qs};
+    const QStringList alone{"h"_qs, "0"_qs};
+    setAndGet("Alone"_qs, alone);
+    const int before = openFiles();
+    for (int i = 0; i < 20; ++i) {
+        QVERIFY(setAndGet("Inside"_qs, inside).isError());
+        QCOMPARE(setAndGet("Alone"_qs, alone).text, R"(<h "open">)"_qs);
+    }
+    m_client.ping();
+    QCOMPARE(openFiles(), before);
 }
 
 QTEST_GUILESS_MAIN(tst_memory_limits)

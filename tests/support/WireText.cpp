@@ -137,6 +137,9 @@ Value readBasic(sd_bus_message* message, char type)
     case 't':
         text = number<std::uint64_t>(&value);
         return {WireText::quoted(text), text};
+    case 'h':
+        text = "\"open\"";
+        break;
     default:
         text = WireText::quoted(value.text);
     }

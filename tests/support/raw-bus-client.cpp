@@ -202,6 +202,9 @@ private:
         case 'd':
             value.d = std::stod(field);
             break;
+        case 'h':
+            value.i = std::stoi(field);
+            break;
         default:
             pointer = field.c_str();
         }

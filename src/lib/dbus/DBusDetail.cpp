@@ -1,5 +1,8 @@
 #include "DBusDetail.h"
 
+#include "ValueSize.h"
+
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMetaType>
 #include <QDBusSignature>
@@ -57,6 +60,10 @@ bool isMarshallableScalar(const QVariant& value)
     }
     if (value.userType() == qMetaTypeId<QDBusUnixFileDescriptor>()) {
         return value.value<QDBusUnixFileDescriptor>().isValid();
+    }
+    if (value.userType() == qMetaTypeId<QDBusArgument>()) {
+        return value.value<QDBusArgument>().currentType() != QDBusArgument::UnknownType &&
+               ValueSize::isWithin(DBusDetail::maximumLength, value);
     }
     return value.isValid() && QDBusMetaType::typeToSignature(value.userType());
 }

@@ -41,9 +41,10 @@ constexpr int maximumLength = 16 * 1024 * 1024;
 /**
  * What D-Bus can carry of a value. Entries of maps and items of lists that it cannot are left out: those of a
  * type that Qt D-Bus does not know, invalid ones, empty object paths and signatures, file descriptors that
- * are none, byte arrays and strings over maximumLength, and what lies more than 16 containers deep. Sent all
- * the same, such a value would mean that the message is never sent, that libdbus aborts the process, or that
- * the bus drops the connection.
+ * are none, byte arrays and strings over maximumLength, what lies more than 16 containers deep, and
+ * containers as they came over the bus if they hold file descriptors (Qt loses them) or exceed maximumLength.
+ * Sent all the same, such a value would mean that the message is never sent, that libdbus aborts the process,
+ * or that the bus drops the connection.
  * @return the value or what is left of it; invalid where nothing is
  */
 PLIM_DBUS_EXPORT QVariant marshallable(const QVariant& value);

@@ -1,28 +1,29 @@
 #include "PropertiesAdaptor.h"
 
 #include "DBusDetail.h"
+#include "ValueSize.h"
+#include "plimlog.h"
 
 #include <algorithm>
 
 namespace {
 
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
 constexpr int maximumSize = 4096;
 constexpr int maximumNames = 64;
 
-int sizeOf(const QVariant& value)
+bool isDeclared(const QObject* object, const QByteArray& name)
 {
-    return value.userType() == QMetaType::QByteArray ? value.toByteArray().size()
-                                                     : value.toStringList().join(QLatin1Char(' ')).size();
+    return object->metaObject()->indexOfProperty(name.constData()) >= 0;
 }
 
-/** Whether the object may keep the value; a name that it does not know becomes a property of it for ever. */
-bool isAffordable(const QObject* object, const QString& name, const QVariant& value)
+/** Whether the object may keep the value as a dynamic property, which stays for ever. */
+bool isAffordable(const QObject* object, const QByteArray& name, const QVariant& value)
 {
-    const QByteArray utf8 = name.toUtf8();
-    const bool isKnown =
-        object->metaObject()->indexOfProperty(utf8) >= 0 || object->dynamicPropertyNames().contains(utf8);
-    return (isKnown || object->dynamicPropertyNames().size() < maximumNames) && utf8.size() <= maximumSize &&
-           sizeOf(value) <= maximumSize;
+    const QByteArrayList names = object->dynamicPropertyNames();
+    return (names.size() < maximumNames || names.contains(name)) && name.size() <= maximumSize &&
+           ValueSize::isWithin(maximumSize, value);
 }
 
 } // namespace
@@ -59,9 +60,12 @@ QVariantMap PropertiesAdaptor::GetAll(const QString& interface)
 void PropertiesAdaptor::Set(const QString& interface, const QString& name, const QDBusVariant& value,
                             const QDBusMessage& message)
 {
-    if (!isAffordable(parent(), name, value.variant())) {
-        DBusDetail::replyError(message, QDBusError::LimitsExceeded,
-                               QStringLiteral("Property %1 would take too much memory").arg(name.left(100)));
+    const QByteArray utf8 = name.toUtf8();
+    if (servesInterface(interface) && !isDeclared(parent(), utf8) &&
+        !isAffordable(parent(), utf8, value.variant())) {
+        PLIM_LOG(logger, WARN, Q_FUNC_INFO,
+                 "Property " << name.left(100) << " of " << message.path()
+                             << " not set: it would take too much memory");
         return;
     }
     QMetaObject::invokeMethod(parent(), "Set", Q_ARG(QString, interface), Q_ARG(QString, name),

@@ -17,8 +17,10 @@
  * parent's Get gives nothing that D-Bus can carry, the caller gets the error UnknownInterface or
  * UnknownProperty.
  *
- * A Set that could fill the memory is answered with LimitsExceeded and not forwarded: a name, string or byte
- * array of more than 4096 bytes, or a 65th name that the parent does not know yet.
+ * A Set that could fill the memory is answered like any other, but not forwarded, with a line at WARN: one
+ * that would give the parent a dynamic property with a name or a value of more than 4096 bytes, with file
+ * descriptors inside a container, or as its 65th. Of a value its strings count in UTF-8, all else as it is
+ * stored, and each item of a container 4 bytes more.
  *
  * Emitting PropertiesChanged sends the signal from each path at which the parent is exported. It has to be
  * connected explicitly: nothing is relayed from the parent automatically, or a connected signal would go out
