@@ -2,7 +2,8 @@
 # - the header names the builder's folders, in a comment that does not belong into an installed file;
 # - the class is not exported from the library: EXPORT goes in front of its name;
 # - comments are dropped from the introspection text: one that closes the interface element is put back;
-# - an adaptor searches its parent's class for the slot at each call: DBusDetail::invokeMethod() keeps what it found.
+# - an adaptor searches its parent's class for the slot or property at each call: DBusDetail::invokeMethod() and
+#   ParentProperty keep what they found.
 #
 # TOOL      qdbusxml2cpp
 # KIND      -a for an adaptor, -p for a proxy
@@ -35,6 +36,9 @@ file(WRITE ${CLASS}.h "${header}")
 if(KIND STREQUAL "-a")
     file(READ ${CLASS}.cpp source)
     string(REPLACE "QMetaObject::invokeMethod(" "DBusDetail::invokeMethod(" source "${source}")
-    string(REPLACE "#include \"${CLASS}.h\"\n" "#include \"${CLASS}.h\"\n#include \"DBusDetail.h\"\n" source "${source}")
+    string(REGEX REPLACE "return qvariant_cast< ([^\n]*) >\\(parent\\(\\)->property\\((\"[A-Za-z]+\")\\)\\)"
+           "static thread_local ParentProperty property(\\2);\n    return property.read< \\1 >(parent())" source "${source}")
+    string(REPLACE "#include \"${CLASS}.h\"\n"
+           "#include \"${CLASS}.h\"\n#include \"DBusDetail.h\"\n#include \"ParentProperty.h\"\n" source "${source}")
     file(WRITE ${CLASS}.cpp "${source}")
 endif()

@@ -17,6 +17,39 @@ QString unknownInterface()
 
 } // namespace
 
+/** Declares anew what the bus reads, under types of their own too. */
+class OtherService : public GattService
+{
+    Q_OBJECT
+    Q_PROPERTY(bool Primary READ isPrimary)
+
+public:
+    using GattService::GattService;
+    static bool isPrimary() { return false; }
+};
+
+class OtherCharacteristic : public GattCharacteristic
+{
+    Q_OBJECT
+    Q_PROPERTY(QStringList Flags READ words)
+    Q_PROPERTY(int UUID READ number)
+
+public:
+    using GattCharacteristic::GattCharacteristic;
+    static QStringList words() { return {"encrypt-read"_qs, "indicate"_qs}; }
+    static int number() { return 7; }
+};
+
+class OtherDescriptor : public GattDescriptor
+{
+    Q_OBJECT
+    Q_PROPERTY(QByteArray Value READ bytes)
+
+public:
+    using GattDescriptor::GattDescriptor;
+    static QByteArray bytes() { return "other"; }
+};
+
 class tst_gatt_properties : public QObject
 {
     Q_OBJECT
@@ -39,6 +72,7 @@ private slots:
     void dynamicPropertiesAreReadBackAsTheyWereSet();
     void anEmptySignatureIsAnsweredWithAnError();
     void setOfAnotherInterfaceIsAnsweredAndDoesNothing();
+    void aSubclassThatDeclaresAPropertyAnewIsSeen();
 
 private:
     BusMessage set(const QString& path, const QString& interface, const QString& name,
@@ -249,6 +283,27 @@ void tst_gatt_properties::setOfAnotherInterfaceIsAnsweredAndDoesNothing()
     const BusMessage reply = set(m_path, descriptorInterface(), "Note"_qs, {"s"_qs, "x"_qs});
     QCOMPARE(reply.type, "method_return"_qs);
     QVERIFY(m_tree->plain->dynamicPropertyNames().isEmpty());
+}
+
+void tst_gatt_properties::aSubclassThatDeclaresAPropertyAnewIsSeen()
+{
+    const OtherService service(nullptr, "s"_qs, true, "/other/s"_qs);
+    OtherCharacteristic characteristic(nullptr, "c"_qs, "/other/c"_qs, readWrite, nullptr);
+    const OtherDescriptor descriptor(nullptr, "d"_qs, "/other/d"_qs, descriptorReadWrite);
+    for (int i = 0; i < 2; ++i) { // in turn with objects of the classes themselves
+        QCOMPARE(service.dbusInterfaceList().first().value("Primary"_qs), QVariant(false));
+        QCOMPARE(service.dbusInterfaceList().first().value("UUID"_qs), QVariant("s"_qs));
+        QCOMPARE(m_tree->service->dbusInterfaceList().first().value("Primary"_qs), QVariant(true));
+        const QVariantMap properties = characteristic.dbusInterfaceList().first();
+        QCOMPARE(properties, characteristic.GetAll(characteristicInterface()));
+        QCOMPARE(properties.value("Flags"_qs), QVariant(OtherCharacteristic::words()));
+        QCOMPARE(properties.value("UUID"_qs), QVariant("7"_qs));
+        QCOMPARE(m_tree->plain->dbusInterfaceList().first().value("UUID"_qs), QVariant("e0"_qs));
+        QCOMPARE(descriptor.dbusInterfaceList().first().value("Value"_qs), QVariant(QByteArray("other")));
+        QCOMPARE(m_tree->descriptor->dbusInterfaceList().first().value("Value"_qs), QVariant(QByteArray()));
+    }
+    QVERIFY(m_client.getAll("/other/c"_qs, characteristicInterface())
+                .text.startsWith(R"({"Flags": <as ["encrypt-read", "indicate"]>)"_qs));
 }
 
 QTEST_GUILESS_MAIN(tst_gatt_properties)

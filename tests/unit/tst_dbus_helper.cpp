@@ -14,13 +14,25 @@ class CountingAdaptor : public QDBusAbstractAdaptor
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.example.Counting")
+    Q_PROPERTY(QVariant Any READ any)
     Q_PROPERTY(int Count READ count)
+    Q_PROPERTY(Kind Kind READ kind)
     Q_PROPERTY(QString Name READ name)
+    Q_PROPERTY(QDBusObjectPath Path READ path)
 
 public:
+    enum Kind
+    {
+        First,
+        Second
+    };
+    Q_ENUM(Kind)
     explicit CountingAdaptor(QObject* parent) : QDBusAbstractAdaptor(parent) {}
     int count() { return ++m_count; }
+    QVariant any() const { return m_count; }
+    Kind kind() const { return Second; }
     QString name() const { return "a name"_qs; }
+    QDBusObjectPath path() const { return QDBusObjectPath("/a"_qs); }
 
 private:
     int m_count = 0;
@@ -110,9 +122,15 @@ void tst_dbus_helper::anAdaptorsEntryHoldsItsPropertiesAtThisMoment()
     QObject parent;
     auto* adaptor = new CountingAdaptor(&parent);
     for (int count = 1; count <= 2; ++count) {
-        const DBusInterfaceList expected{
-            {"org.example.Counting"_qs, {{"Count"_qs, count}, {"Name"_qs, "a name"_qs}}}};
-        QCOMPARE(DBusHelper::generateDBusInterfaceList(adaptor), expected);
+        const DBusInterfaceList list = DBusHelper::generateDBusInterfaceList(adaptor);
+        QCOMPARE(list.keys(), QStringList("org.example.Counting"_qs));
+        const QVariantMap properties = list.first();
+        QCOMPARE(properties.keys(), (QStringList{"Any"_qs, "Count"_qs, "Kind"_qs, "Name"_qs, "Path"_qs}));
+        QCOMPARE(properties.value("Any"_qs), QVariant(count - 1)); // read before Count
+        QCOMPARE(properties.value("Count"_qs), QVariant(count));
+        QCOMPARE(properties.value("Kind"_qs).value<CountingAdaptor::Kind>(), CountingAdaptor::Second);
+        QCOMPARE(properties.value("Name"_qs), QVariant("a name"_qs));
+        QCOMPARE(properties.value("Path"_qs).value<QDBusObjectPath>().path(), "/a"_qs);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "GattCharacteristic.h"
 
 #include "DBusDetail.h"
+#include "DBusHelper.h"
 #include "GattCharacteristic1Adaptor.h"
 #include "GattDetail.h"
 #include "GattService.h"
@@ -145,16 +146,7 @@ void GattCharacteristic::notifyValueChanged()
 
 DBusInterfaceList GattCharacteristic::dbusInterfaceList() const
 {
-    // What DBusDetail::generateDBusInterfaceList() gives for the adaptor, without the way by names through
-    // it.
-    const QVariantMap properties{
-        {QStringLiteral("Flags"), flags()},
-        {QStringLiteral("Notifying"), notifying()},
-        {QStringLiteral("Service"), QVariant::fromValue(service())},
-        {QStringLiteral("UUID"), uUID()},
-        {QStringLiteral("Value"), cachedValue()},
-    };
-    return {{interfaceName(), properties}};
+    return DBusHelper::generateDBusInterfaceList(m_adaptor);
 }
 
 QList<GattDescriptor*> GattCharacteristic::descriptors() const

@@ -1,5 +1,6 @@
 #include "GattDescriptor.h"
 
+#include "DBusHelper.h"
 #include "GattCharacteristic.h"
 #include "GattDescriptor1Adaptor.h"
 #include "GattDetail.h"
@@ -51,15 +52,7 @@ QDBusObjectPath GattDescriptor::objectPath() const
 
 DBusInterfaceList GattDescriptor::dbusInterfaceList() const
 {
-    // What DBusHelper::generateDBusInterfaceList() gives for the adaptor, without the way by names through
-    // it.
-    const QVariantMap properties{
-        {QStringLiteral("Characteristic"), QVariant::fromValue(characteristic())},
-        {QStringLiteral("Flags"), flags()},
-        {QStringLiteral("UUID"), uuid()},
-        {QStringLiteral("Value"), value()},
-    };
-    return {{QStringLiteral("org.bluez.GattDescriptor1"), properties}};
+    return DBusHelper::generateDBusInterfaceList(m_adaptor);
 }
 
 QDBusObjectPath GattDescriptor::characteristic() const

@@ -1,5 +1,6 @@
 #include "GattService.h"
 
+#include "DBusHelper.h"
 #include "GattDetail.h"
 #include "GattService1Adaptor.h"
 #include "OwnConnections.h"
@@ -50,13 +51,7 @@ QDBusObjectPath GattService::objectPath() const
 
 DBusInterfaceList GattService::dbusInterfaceList() const
 {
-    // What DBusHelper::generateDBusInterfaceList() gives for the adaptor, without the way by names through
-    // it.
-    const QVariantMap properties{
-        {QStringLiteral("Primary"), primary()},
-        {QStringLiteral("UUID"), uUID()},
-    };
-    return {{QStringLiteral("org.bluez.GattService1"), properties}};
+    return DBusHelper::generateDBusInterfaceList(m_adaptor);
 }
 
 QList<GattCharacteristic*> GattService::characteristics() const

@@ -3,7 +3,79 @@
 #include "DBusDetail.h"
 
 #include <QDBusAbstractAdaptor>
+#include <QHash>
 #include <QMetaProperty>
+#include <QVector>
+
+#include <cstring>
+
+namespace {
+
+/** Where a property is in its class. */
+struct Property
+{
+    int index;
+    int type; ///< QMetaType::UnknownType where only QMetaProperty knows how to read it
+};
+
+/** What there is to know of an adaptor's class. */
+struct AdaptorClass
+{
+    QByteArray name;
+    QString interface;
+    QVariantMap blank;            ///< the properties' names, for a copy that their values are put into
+    QVector<Property> properties; ///< in the order of their names
+};
+
+Property describe(const QMetaProperty& property)
+{
+    const int type = property.userType();
+    const bool isPlain = !property.isEnumType() && type != QMetaType::QVariant;
+    return {property.propertyIndex(), isPlain ? type : int(QMetaType::UnknownType)};
+}
+
+AdaptorClass describe(const QObject* adaptor)
+{
+    const QMetaObject* metaObject = adaptor->metaObject();
+    AdaptorClass result{metaObject->className(), DBusDetail::interfaceName(adaptor), {}, {}};
+    for (int i = QDBusAbstractAdaptor::staticMetaObject.propertyCount(); i < metaObject->propertyCount();
+         ++i) {
+        result.blank.insert(QString::fromLatin1(metaObject->property(i).name()), QVariant());
+    }
+    for (auto it = result.blank.keyBegin(); it != result.blank.keyEnd(); ++it) {
+        const int index = metaObject->indexOfProperty(it->toLatin1().constData());
+        result.properties.append(describe(metaObject->property(index)));
+    }
+    return result;
+}
+
+/** The description of the adaptor's class, made once in each thread. */
+AdaptorClass classOf(const QObject* adaptor)
+{
+    thread_local QHash<const QMetaObject*, AdaptorClass> known;
+    const QMetaObject* metaObject = adaptor->metaObject();
+    AdaptorClass& entry = known[metaObject];
+    // A class that is unloaded makes room for another at its address.
+    if (std::strcmp(entry.name.constData(), metaObject->className()) != 0) {
+        entry = describe(adaptor);
+    }
+    return entry;
+}
+
+/** QMetaProperty::read() without the search for the type. */
+QVariant read(QObject* adaptor, const Property& property)
+{
+    if (property.type == QMetaType::UnknownType) {
+        return adaptor->metaObject()->property(property.index).read(adaptor);
+    }
+    QVariant value(property.type, nullptr);
+    int status = -1;
+    void* arguments[] = {value.data(), &value, &status};
+    QMetaObject::metacall(adaptor, QMetaObject::ReadProperty, property.index, arguments);
+    return value;
+}
+
+} // namespace
 
 QString DBusHelper::findFirstObjectPath(const DBusManagedObjectList& objects, const QString& interfaceName)
 {
@@ -17,19 +89,19 @@ QString DBusHelper::findFirstObjectPath(const DBusManagedObjectList& objects, co
 
 DBusInterfaceList DBusHelper::generateDBusInterfaceList(QObject* adaptor)
 {
+    DBusInterfaceList list;
     if (!adaptor) {
-        return {};
+        return list;
     }
-    const QString interface = DBusDetail::interfaceName(adaptor);
-    if (interface.isEmpty()) {
-        return {};
+    const AdaptorClass known = classOf(adaptor); // a copy: what is read may get here again
+    if (known.interface.isEmpty()) {
+        return list;
     }
-    const QMetaObject* metaObject = adaptor->metaObject();
-    QVariantMap properties;
-    for (int i = QDBusAbstractAdaptor::staticMetaObject.propertyCount(); i < metaObject->propertyCount();
-         ++i) {
-        const QMetaProperty property = metaObject->property(i);
-        properties.insert(QString::fromLatin1(property.name()), property.read(adaptor));
+    QVariantMap properties = known.blank;
+    auto value = properties.begin();
+    for (const Property& property : known.properties) {
+        *value++ = read(adaptor, property);
     }
-    return {{interface, properties}};
+    list.insert(known.interface, properties);
+    return list;
 }

@@ -21,7 +21,8 @@ PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& object
  * class information, with each property that the adaptor declares and its value at this moment.
  *
  * @param adaptor  a D-Bus adaptor, read on the calling thread; null, or an object without that class
- * information, gives an empty list
+ * information, gives an empty list. Its class is searched once in each thread: where it comes from a library
+ * that is unloaded, none of its name but with other properties may be loaded afterwards.
  */
 PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
 
