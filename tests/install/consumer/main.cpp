@@ -1,6 +1,8 @@
 // Every public header, by the name that a consumer uses, and something from each of the three libraries.
 #include "BleDBusTypes.h"
+#include "BleFinding.h"
 #include "BleManager.h"
+#include "BleRegistration.h"
 #include "DBusBluez.h"
 #include "DBusHelper.h"
 #include "DBusTypes.h"
