@@ -60,7 +60,7 @@ public:
         const QDBusConnection system = QDBusConnection::systemBus();
         if (!system.isConnected() || system.interface()->servicePid(service()) != m_simulator.processId()) {
             qFatal("PlimBleTest: the simulator is not on this program's system bus: the program has used "
-                   "another bus before");
+                   "the bus before");
         }
         awaitAnnouncements();
     }

@@ -4,7 +4,7 @@
 
 #include <QVariantMap>
 
-/** The daemon versions whose judgement is played. */
+/** The daemon versions whose rules can be applied. */
 enum class BluezVersion
 {
     Bluez566,
@@ -17,7 +17,7 @@ class AdvertisementJudge
 public:
     AdvertisementJudge(BluezVersion version, const QVariantMap& properties);
 
-    /** The daemon's reason to refuse, or an empty one. */
+    /** The daemon's reason to reject it, or an empty one. */
     Refusal judge() const;
 
 private:

@@ -5,7 +5,8 @@
 namespace {
 
 const char* const Description =
-    "Plays the Bluetooth daemon of BlueZ and a connected phone on a D-Bus bus, so that you can try Bluetooth LE\n"
+    "Plays the Bluetooth daemon of BlueZ and a connected phone on a D-Bus bus, so that you can try Bluetooth "
+    "LE\n"
     "peripherals without Bluetooth.\n\n"
     "Control it over the same bus: service org.plim.BluezSimulator, object /org/plim/BluezSimulator,\n"
     "interface org.plim.BluezSimulator1; 'busctl introspect' lists its methods.\n"
@@ -31,7 +32,8 @@ QString CommandLine::parse(const QStringList& arguments)
         QStringLiteral("Start without org.bluez, until the method Appear is called."));
     const QCommandLineOption versionOption(
         QStringLiteral("bluez"),
-        QStringLiteral("The BlueZ version whose rules for advertisements are applied: 5.66 or 5.82. Default: 5.82."),
+        QStringLiteral(
+            "The BlueZ version whose rules for advertisements are applied: 5.66 or 5.82. Default: 5.82."),
         QStringLiteral("version"), QStringLiteral("5.82"));
     const QCommandLineOption acceptOption(QStringLiteral("accept-everything"),
                                           QStringLiteral("Accept any advertisement."));

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QStringList>
 
-/** What the program is asked to do when it is started. */
+/** The simulator's command line. */
 struct CommandLine
 {
     QString address; // of the bus, or "system" or "session"
@@ -16,8 +16,8 @@ struct CommandLine
     bool isVerbose = false;
 
     /**
-     * Reads the program's arguments; returns what is wrong with them or an empty text.
-     * Prints the help text and ends the program when that is asked for.
+     * Reads the program's arguments; returns an error text, or an empty one.
+     * Prints the help text and ends the program if the arguments ask for that.
      */
     QString parse(const QStringList& arguments);
 };

@@ -22,17 +22,17 @@ class Daemon : public QDBusVirtualObject
     Q_OBJECT
 
 public:
-    /** Serves org.bluez on a connection of its own, but does not take the name yet. */
+    /** Serves org.bluez on its own connection, but does not take the name yet. */
     Daemon(const QDBusConnection& connection, State& state, QObject* parent);
     ~Daemon() override;
 
     /** Takes the name; false when another program has it. */
     bool takeName();
 
-    /** Adds interfaces to a path and tells everybody; managers among them are served from now on. */
+    /** Adds interfaces to a path and announces them; managers among them are served from now on. */
     void announce(const QString& path, const QStringList& interfaces);
 
-    /** Removes interfaces from a path and tells everybody; what was registered with managers among them is
+    /** Removes interfaces from a path and announces that; registrations with managers among them are
      * dropped. */
     void withdraw(const QString& path, const QStringList& interfaces);
 
@@ -43,9 +43,9 @@ public:
     State& state() const { return m_state; }
     Phone& phone() const { return *m_phone; }
 
-    /** What is registered with all GATT managers, without what is still being read. */
+    /** The registrations of all GATT managers, without those still being read. */
     QList<Registration> applications() const;
-    /** What is registered with all advertising managers, without what is still being read. */
+    /** The registrations of all advertising managers, without those still being read. */
     QList<Registration> advertisements() const;
 
     /** Ends an advertisement from the daemon's side; false when there is none at that path. */
@@ -54,11 +54,12 @@ public:
     /** Makes sure to notice when a client leaves the bus. */
     void watchClient(const QString& sender) { m_clients.addWatchedService(sender); }
 
-    /** Answers a call, at once or late as ordered. */
+    /** Answers a call, at once or late, as SetAnswer says. */
     void answer(const QDBusMessage& call, const QVariantList& values);
     void refuse(const QDBusMessage& call, const Refusal& refusal);
 
-    /** Sets a property of our own and tells everybody; false when there is no such interface at the path. */
+    /** Sets a property of the daemon's own objects and announces it; false when there is no such interface at
+     * the path. */
     bool changeProperty(const QString& path, const QString& interface, const QString& name,
                         const QVariant& value);
 

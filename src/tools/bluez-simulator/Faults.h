@@ -20,13 +20,13 @@ struct Answer
     int delayMs = 0;
 };
 
-/** The answers that have been ordered, by method name. */
+/** The answers that SetAnswer has set, by method name. */
 class Faults
 {
 public:
     /**
-     * Orders how to answer a method from now on. mode is "normal", "error", "late" or "never".
-     * Returns what is wrong with the order, which then has no effect; empty when it is accepted.
+     * Sets how to answer a method from now on. mode is "normal", "error", "late" or "never".
+     * Returns an error text and changes nothing if the arguments are wrong; otherwise an empty text.
      */
     QString set(const QString& member, const QString& mode, const QString& errorName,
                 const QString& errorMessage, uint delayMs);

@@ -3,13 +3,13 @@
 #include "DBusTypes.h"
 #include "Refusal.h"
 
-/** Decides whether the daemon takes the objects of an application into its attribute database. */
+/** Decides whether the daemon accepts the objects of an application into its attribute database. */
 class GattJudge
 {
 public:
     explicit GattJudge(const DBusManagedObjectList& objects);
 
-    /** The daemon's reason to refuse, or an empty one. */
+    /** The daemon's reason to reject it, or an empty one. */
     Refusal judge() const;
 
 private:

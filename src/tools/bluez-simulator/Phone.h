@@ -12,7 +12,7 @@ class Daemon;
 
 /**
  * A phone that is connected to the daemon: what it does reaches the clients' characteristics and descriptors
- * as the daemon would pass it on. Their flags are not looked at, so that a client can be tried beyond them.
+ * as the daemon would pass it on. Flags are ignored, so that a client can be tested beyond them.
  */
 class Phone : public QObject
 {
@@ -24,7 +24,7 @@ public:
     /** Reads once, from an offset on. */
     void read(const QString& path, quint16 offset, const DelayedReplyPtr& reply);
 
-    /** Reads a value piece by piece, as a phone with the smallest transfer unit does. */
+    /** Reads a value in parts, as a phone with the smallest MTU does. */
     void readLong(const QString& path, const DelayedReplyPtr& reply);
 
     /** Fetches a value of any length page by page: the page number goes to one characteristic, the page comes
@@ -37,13 +37,13 @@ public:
     /** Asks for notifications; answers when the client has agreed. */
     void subscribe(const QString& path, const DelayedReplyPtr& reply);
 
-    /** Wants no more notifications. */
+    /** Ends the notifications. */
     void unsubscribe(const QString& path, const DelayedReplyPtr& reply);
 
-    /** Takes notice of changed properties of a characteristic. */
+    /** Handles changed properties of a characteristic. */
     void notice(const QString& sender, const QString& path, const QVariantMap& changed);
 
-    /** Forgets the subscriptions to an application that is gone. */
+    /** Forgets the subscriptions to an application that no longer exists. */
     void forget(const Registration& application);
 
 signals:

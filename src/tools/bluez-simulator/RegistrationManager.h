@@ -9,7 +9,7 @@
 class Daemon;
 class QDBusPendingCallWatcher;
 
-/** What the two managers of an adapter share: who has registered what, and the way to get there. */
+/** What the two managers of an adapter share: the registrations, and how a registration is made. */
 class RegistrationManager : public QObject
 {
     Q_OBJECT
@@ -52,11 +52,11 @@ protected:
     virtual Refusal admission() const { return Refusal(); }
     /** The call that reads the client's object. */
     virtual QDBusMessage readRequest(const Registration& registration) const = 0;
-    /** Takes the answer to it into the registration, and decides. */
+    /** Stores the answer in the registration, and decides. */
     virtual Refusal judge(Registration& registration, const QDBusMessage& answer) const = 0;
-    /** Called after a registration has been taken in. */
+    /** Called after a registration was accepted. */
     virtual void onRegistered(const Registration& registration);
-    /** Called after a registration is gone. */
+    /** Called after a registration was removed. */
     virtual void onRemoved(const Registration& registration);
 
 private:

@@ -11,13 +11,13 @@
 
 class Daemon;
 
-/** Lets the daemon come and go, and keeps what has to survive that. */
+/** Lets the daemon appear and vanish, and keeps the data that survives this. */
 class Simulator : public QObject
 {
     Q_OBJECT
 
 public:
-    /** Called when something has been done, with what went wrong or an empty text. */
+    /** Called when an operation has ended, with an error text or an empty one. */
     using Done = std::function<void(const QString& error)>;
 
     /** control is the connection that stays; address says on which bus the daemon appears. */
@@ -34,8 +34,8 @@ public:
      * already. */
     void vanish(const Done& done);
 
-    /** Adds or removes an adapter, now or for the next appearance; returns what is wrong with it or an empty
-     * text. */
+    /** Adds or removes an adapter, now or for the next appearance; returns an error text, or an empty
+     * one. */
     QString addAdapter(const QString& name);
     QString removeAdapter(const QString& name);
 

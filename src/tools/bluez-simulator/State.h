@@ -7,7 +7,7 @@
 #include <QByteArrayList>
 #include <QMap>
 
-/** What outlives the daemon's disappearance from the bus. */
+/** The data that survives when the daemon vanishes from the bus. */
 struct State
 {
     CallLog calls;

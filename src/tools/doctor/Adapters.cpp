@@ -31,7 +31,7 @@ bool examineAdapter(const QString& path, const QVariantMap& properties, Report& 
     const QString which = QString("%1 (%2)").arg(name, address);
     const bool isPowered = properties.value("Powered").toBool();
     const bool isDiscoverable = properties.value("Discoverable").toBool();
-    const QVariant roles = properties.value("Roles"); // which older daemons do not have
+    const QVariant roles = properties.value("Roles"); // older daemons do not have it
     const QVariantMap values{
         {"adapter", path}, {"address", address}, {"powered", isPowered}, {"discoverable", isDiscoverable}};
     if (roles.isValid() && !roles.toStringList().contains("peripheral")) {

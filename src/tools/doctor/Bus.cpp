@@ -16,10 +16,10 @@
 
 namespace {
 
-constexpr int QuietMs = 2000; // so long nobody wonders
+constexpr int QuietMs = 2000; // progress is printed only after this time
 
-/** Connects in a thread of its own: libdbus may wait for ever for a bus that takes the connection and then
- * says nothing. */
+/** Connects in a separate thread: libdbus may wait for ever for a bus that accepts the connection and sends
+ * nothing. */
 bool connectWithin(int milliseconds)
 {
     auto connected = std::make_shared<std::promise<void>>();

@@ -6,7 +6,7 @@
 
 class Report;
 
-/** The system bus, or the one that DBUS_SYSTEM_BUS_ADDRESS names; no question to it waits for ever. */
+/** The system bus, or the one in DBUS_SYSTEM_BUS_ADDRESS. Each call to it has a time-out. */
 class Bus
 {
 public:
@@ -19,20 +19,20 @@ public:
 
     explicit Bus(int timeoutMs) : m_timeoutMs(timeoutMs) {}
 
-    /** Connects, and reports how that went. To be called first. */
+    /** Connects and reports the result. Call it first. */
     Reach reach(Report& report) const;
 
     int timeoutMs() const { return m_timeoutMs; }
 
-    /** Asks the bus itself. */
+    /** Calls the bus itself. */
     QDBusMessage askBus(const QString& member, const QVariantList& arguments) const;
-    /** Calls the Bluetooth daemon, which is not started for it. */
+    /** Calls the Bluetooth daemon, without starting it. */
     QDBusMessage askBluez(const QString& path, const QString& interface, const QString& member,
                           const QVariantList& arguments = {}) const;
 
     /** "text (name)" of an error answer. */
     static QString errorText(const QDBusMessage& answer);
-    /** Whether the answer is that the bus did not hand on the call. */
+    /** Whether the answer means that the bus blocked the call. */
     static bool isDenied(const QDBusMessage& answer);
 
 private:

@@ -6,7 +6,8 @@ namespace {
 
 const char* const Description =
     "Checks why this machine cannot be a Bluetooth LE peripheral: the system bus, the Bluetooth daemon, its\n"
-    "adapters and what they support, and what the bus allows this user to do. Each finding is one line; each\n"
+    "adapters and what they support, and what the bus allows this user to do. Each finding is one line; "
+    "each\n"
     "problem comes with one remedy.\n\n"
     "It registers nothing and owns no name without --name, --serve or --advertise. While it waits for an\n"
     "answer, at most as long as --timeout says, it prints what it waits for on standard error.\n"
@@ -14,7 +15,7 @@ const char* const Description =
 
 constexpr int LongestSeconds = 3600;
 
-/** Takes a number of seconds into milliseconds; returns what is wrong with it or an empty text. */
+/** Converts a number of seconds to milliseconds; returns an error text, or an empty one. */
 QString takeSeconds(const QString& option, const QString& text, int& milliseconds)
 {
     bool isNumber = false;

@@ -3,7 +3,7 @@
 #include <QString>
 #include <QStringList>
 
-/** What the doctor is asked to do. */
+/** The doctor's command line. */
 struct CommandLine
 {
     QString name; // a bus name to try to own, or empty
@@ -12,11 +12,11 @@ struct CommandLine
     bool isJson = false;
     bool isVerbose = false;
     int trialMs = 10000;   // how long what is tried stays registered
-    int timeoutMs = 10000; // how long any answer is waited for
+    int timeoutMs = 10000; // how long to wait for each answer
 
     /**
-     * Reads the program's arguments; returns what is wrong with them or an empty text.
-     * Prints the help text or the version and ends the program when that is asked for.
+     * Reads the program's arguments; returns an error text, or an empty one.
+     * Prints the help text or the version and ends the program if the arguments ask for that.
      */
     QString parse(const QStringList& arguments);
 };

@@ -18,7 +18,7 @@ QVariant valueOf(const QDBusMessage& answer)
     return answer.type() == QDBusMessage::ReplyMessage ? answer.arguments().value(0) : QVariant();
 }
 
-/** Whether the daemon is there now; where it is not, the bus is asked to start it, as for any first call. */
+/** Whether the daemon runs now. If it does not, asks the bus to start it. */
 bool isThere(const Bus& bus, Report& report)
 {
     const QDBusMessage owner = bus.askBus("GetNameOwner", {DBusBluezServiceName()});
@@ -50,7 +50,7 @@ bool isThere(const Bus& bus, Report& report)
     return true;
 }
 
-/** Says who plays the daemon, and which version. */
+/** Reports which program is the daemon, and its version. */
 void identify(const Bus& bus, Report& report, const QString& user)
 {
     const uint pid = valueOf(bus.askBus("GetConnectionUnixProcessID", {DBusBluezServiceName()})).toUInt();

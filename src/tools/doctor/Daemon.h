@@ -8,16 +8,16 @@ class Bus;
 class QDBusMessage;
 class Report;
 
-/** The Bluetooth daemon as it is found on the bus. */
+/** The Bluetooth daemon on the bus. */
 struct Daemon
 {
-    /** Looks for it, has the bus start it if it can, and reports; to be used only if it isUsable. */
+    /** Finds it, lets the bus start it if possible, and reports. Use the result only if it isUsable. */
     static Daemon find(const Bus& bus, Report& report);
 
-    /** Reports that the bus denied a call to the daemon. */
+    /** Reports that the bus blocked a call to the daemon. */
     static void reportOutOfReach(const QDBusMessage& answer, Report& report);
 
     bool isUsable = false;
-    QString user; // as whom it runs
+    QString user; // the user that it runs as
     DBusManagedObjectList objects;
 };

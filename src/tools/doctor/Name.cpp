@@ -12,13 +12,13 @@
 
 namespace {
 
-// What the bus answers to RequestName.
+// The answers of the bus to RequestName.
 constexpr uint DoNotQueue = 4;
 constexpr uint PrimaryOwner = 1;
 
 const QString probePath = QStringLiteral("/org/plim/doctor/probe");
 
-/** An application without a service that knows whether it was asked for its services. */
+/** An application without a service; it records whether the daemon asked for its objects. */
 class Probe : public QDBusVirtualObject
 {
 public:
@@ -94,7 +94,7 @@ bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
         Daemon::reportOutOfReach(answer, report);
         return false;
     } else if (answer.errorName() == "org.bluez.Error.Failed") {
-        // The daemon has tried: this is what it answers when it could not read the application.
+        // The daemon has tried: this is its answer if it could not read the application.
         report.problem(
             "calls.blocked", QString("bluetoothd's calls do not reach %1: the bus blocks them.").arg(program),
             name.isEmpty()

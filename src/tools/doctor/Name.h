@@ -7,19 +7,20 @@ class Report;
 struct Adapters;
 struct Daemon;
 
-/** What the bus lets a program do that asks for a bus name of its own. */
+/** Checks what the bus allows a program with its own bus name. */
 namespace Name {
 
-/** Tries to own the name, and reports; true when it is owned now, and release() is due. */
+/** Tries to own the name and reports. If true, the name is owned now, and the caller has to call release().
+ */
 bool acquire(const Bus& bus, const QString& name, Report& report);
 void release(const Bus& bus, const QString& name);
 
 /**
- * Has the daemon call this process, and reports whether it came through; false when it did not, or could not
- * be asked.
+ * Lets the daemon call this process, and reports whether the call arrived; false if it did not, or if the
+ * daemon could not be asked.
  *
- * Nobody but the daemon can tell what the bus lets the daemon do. So it is asked to register an application
- * without a service: to refuse it, it has to call us first, and phones notice nothing.
+ * Only the daemon can try what the bus allows the daemon to do. So it is asked to register an application
+ * without a service. It has to call this process before it can reject the application. Phones notice nothing.
  */
 bool examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& adapters, const QString& name,
                   Report& report);

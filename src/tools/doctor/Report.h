@@ -5,11 +5,10 @@
 #include <QVariantMap>
 
 /**
- * Takes what the doctor finds out: prints each finding at once as a line of plain words, or all of them as
- * JSON at the end.
+ * Prints the findings: each one at once as a line of text, or all of them as JSON at the end.
  *
- * The name of a finding stands for its kind ("adapter.off") and is what programs that read the JSON look at.
- * The values are what the text says, for the same programs.
+ * The name of a finding is its kind ("adapter.off"). Programs that read the JSON use the name and the values,
+ * which contain the facts of the text.
  */
 class Report
 {
@@ -24,17 +23,17 @@ public:
     explicit Report(bool isJson) : m_isJson(isJson) {}
 
     void ok(const char* name, const QString& text, const QVariantMap& values = {});
-    /** Something that works and may still surprise. */
+    /** Something that works but may be unexpected. */
     void warning(const char* name, const QString& text, const QString& remedy,
                  const QVariantMap& values = {});
-    /** Something that keeps a peripheral from working, and the one thing to do first about it. */
+    /** Something that prevents a peripheral from working, and the first thing to do about it. */
     void problem(const char* name, const QString& text, const QString& remedy,
                  const QVariantMap& values = {});
 
-    /** Tells somebody who waits what is waited for; not part of the result. */
+    /** Prints what the program waits for; not part of the result. */
     static void progress(const QString& text);
 
-    /** Prints the rest; the exit code. */
+    /** Prints the rest and returns the exit code. */
     int finish() const;
 
 private:

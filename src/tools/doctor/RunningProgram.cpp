@@ -19,7 +19,7 @@ QByteArray firstArgument(const QString& process)
     return file.open(QIODevice::ReadOnly) ? file.readAll().split('\0').constFirst() : QByteArray();
 }
 
-/** Whether only root and this user can say what is in the file. */
+/** Whether only root and this user can change the file. */
 bool isTrustworthy(int file)
 {
     struct stat status = {};
@@ -34,7 +34,7 @@ QString answerToVersion(int file)
     QProcessEnvironment environment;
     environment.insert("LC_ALL", "C");
     process.setProcessEnvironment(environment);
-    // The file that was looked at, whatever its path leads to by now.
+    // The file that was checked, even if its path has another file by now.
     process.start(QString("/proc/self/fd/%1").arg(file), {"--version"}, QIODevice::ReadOnly);
     if (!process.waitForFinished(PatienceMs)) {
         process.kill();
@@ -49,7 +49,7 @@ QString answerToVersion(int file)
 RunningProgram::RunningProgram(uint pid)
 {
     const QString process = QString("/proc/%1").arg(pid);
-    // To see /proc/PID/exe of somebody else's process takes root; what it was started as, everybody sees.
+    // Only root can read /proc/PID/exe of another user's process; everybody can read its command line.
     QByteArray program = QFile::encodeName(QFile::symLinkTarget(process + "/exe"));
     if (!program.isEmpty()) {
         m_path = process + "/exe";

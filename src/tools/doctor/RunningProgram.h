@@ -8,22 +8,22 @@ class RunningProgram
 public:
     explicit RunningProgram(uint pid);
 
-    /** The file's name without its folder; empty where it cannot be seen. */
+    /** The file's name without its folder; empty if this user may not see it. */
     QString name() const { return m_name; }
 
     struct Version
     {
-        QString text;   // "5.66"; empty where it cannot be told
-        QString reason; // why it cannot
+        QString text;   // "5.66"; empty if it is unknown
+        QString reason; // why the version is unknown
     };
 
     /**
-     * What the file answers to --version. It is run only if nobody but root and this user can have written
-     * it, so that asking for a version never hands this user's rights to somebody else's program.
+     * The file's answer to --version. It is run only if no other user than root and this one can have written
+     * it. Otherwise another user's program would run with the rights of this user.
      */
     Version version() const;
 
 private:
     QString m_name;
-    QString m_path; // what can be opened: in /proc, or the path with which the process says it was started
+    QString m_path; // in /proc, or the path in the process's command line
 };

@@ -123,7 +123,7 @@ void Trial::onAnswer(const BleRegistrationEvent& event)
     const QString what = event.objectPath == applicationPath ? "application" : "advertisement";
     const QVariantMap values{{"what", what}, {"error", event.errorName}, {"message", event.errorMessage}};
     if (event.errorName == "org.freedesktop.DBus.Error.NoReply" || m_unanswered.removeAll(what) == 0) {
-        return; // no answer at all is told when waiting ends
+        return; // a missing answer is reported when waiting ends
     }
     if (event.kind == BleRegistrationEvent::StepSucceeded) {
         what == "application" ? tellWhatIsServed() : tellWhatIsAdvertised();

@@ -13,7 +13,7 @@ class Report;
 struct Adapters;
 struct CommandLine;
 
-/** Hands a small application and an advertisement to the library for a while, as any program would. */
+/** Registers a small application and an advertisement with the library for a while, as any program does. */
 class Trial
 {
 public:
@@ -21,7 +21,7 @@ public:
     ~Trial();
     Q_DISABLE_COPY(Trial)
 
-    /** Registers what was asked for, says what a phone should see of it, and waits until the time is over. */
+    /** Registers the requested objects, reports what a phone should see, and waits until the time is over. */
     void run();
 
 private:
@@ -43,7 +43,7 @@ private:
     QStringList m_unanswered; // "application", "advertisement"
     bool m_isServed = false;
     bool m_isAdvertised = false;
-    bool m_isOver = false; // what was registered is there no longer
+    bool m_isOver = false; // the registered objects are no longer registered
     int m_reads = 0;
     QEventLoop m_loop;
 };

@@ -5,7 +5,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-/** A user's name, or the number where it has none. */
+/** A user's name, or the number if it has none. */
 inline QString userName(uint id = ::geteuid())
 {
     const passwd* entry = ::getpwuid(id);
