@@ -3,7 +3,7 @@
 #include "BleManager.h"
 #include "GattApplication.h"
 
-/** The peripheral under test: a temperature, and the unit in which it is told. */
+/** The peripheral under test: a temperature and its unit. */
 class Thermometer
 {
 public:

@@ -1,5 +1,5 @@
-// Tests of a peripheral of one's own: what a phone sees of it, and what it makes of a daemon that is not as
-// it should be. No Bluetooth, no privileges, nothing to start before.
+// Tests of your own peripheral: what a phone sees of it, and what happens when the daemon restarts. They need
+// no Bluetooth, no privileges, and no program that runs already.
 
 #include "PlimBleTest.h"
 #include "Thermometer.h"

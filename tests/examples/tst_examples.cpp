@@ -74,6 +74,11 @@ private slots:
         const QString level = ble.find(assigned(0x2a19));
         QCOMPARE(ble.read(level), byte(87));
         ble.subscribe(level);
+        // What the guide promises.
+        EVENTUALLY_VERIFY(
+            example.says("RegisterApplication of /com/example/battery at /org/bluez/hci0: done\n"));
+        EVENTUALLY_VERIFY(example.says(
+            "RegisterAdvertisement of /com/example/battery/advertisement at /org/bluez/hci0: done\n"));
         QCOMPARE(ble.advertisement("/com/example/battery/advertisement").value("LocalName").toString(),
                  "Battery");
     }
