@@ -130,7 +130,7 @@ private slots:
     {
         PlimBleTest ble; // whose bus is the one in use, and never the machine's
         FAILS_WITH("hasUsedTheBusBefore",
-                   "is not on this program's system bus: the program has used another bus before");
+                   "is not on this program's system bus: the program has used the bus before");
     }
 
     void nothingSurvivesTheProgram_data()
