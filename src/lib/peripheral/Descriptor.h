@@ -1,0 +1,77 @@
+#pragma once
+
+#include "Access.h"
+#include "PlimPeripheralExport.h"
+#include "ReadRequest.h"
+#include "WriteRequest.h"
+
+#include "GattDescriptor.h"
+
+#include <QDBusContext>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+
+namespace plim {
+
+namespace detail {
+class AttributeServer;
+}
+
+/**
+ * A descriptor with protected access, and with requests that know who asks and may be refused. Otherwise it is
+ * as far from its base class as a Characteristic is.
+ *
+ * Made by create() and owned by its characteristic.
+ */
+class PLIM_PERIPHERAL_EXPORT Descriptor : public GattDescriptor, protected QDBusContext
+{
+    Q_OBJECT
+    Q_PROPERTY(QStringList Flags READ flags)
+
+public:
+    /**
+     * Adds a descriptor to a characteristic, which owns it. See GattCharacteristic::addDescriptor().
+     *
+     * @param characteristic  not null; of this layer or not
+     * @param uuid            as GattCharacteristic::addDescriptor() takes it
+     * @param access          reads and writes; what else it allows is left out
+     * @param pathElement     what the object path ends in, of letters, digits and "_"; empty for the UUID with
+     * "_" for "-", where the base class counts
+     * @return the descriptor; null only if a slot of handlesChanged() or applicationChanged() deleted it at once
+     */
+    static Descriptor* create(GattCharacteristic* characteristic, const QString& uuid, const Access& access,
+                              const QString& pathElement = QString());
+
+    /** Rejects the requests that are still open. */
+    ~Descriptor() override;
+
+    /** What centrals may do with it: reads and writes. */
+    Access access() const;
+
+    /** BlueZ's words for the access. */
+    QStringList flags() const;
+
+    /** Sets who answers reads. See Characteristic::setReadHandler(). */
+    void setReadHandler(const std::function<void(ReadRequest)>& handler);
+
+    /** Sets who decides on writes. See Characteristic::setWriteHandler(). */
+    void setWriteHandler(const std::function<void(WriteRequest)>& handler);
+
+public slots:
+    /** BlueZ's read. */
+    QByteArray ReadValue(const QVariantMap& flags);
+    /** BlueZ's write. */
+    void WriteValue(const QByteArray& value, const QVariantMap& flags);
+
+private:
+    Descriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
+               const Access& access);
+
+    const std::unique_ptr<detail::AttributeServer> m_server;
+};
+
+} // namespace plim
