@@ -2,6 +2,7 @@
 # - the header names the builder's folders, in a comment that does not belong into an installed file;
 # - the class is not exported from the library: EXPORT goes in front of its name;
 # - comments are dropped from the introspection text: one that closes the interface element is put back;
+# - a method with two results is not passed on: the parent's slot gets its options, and sends the answer itself;
 # - an adaptor searches its parent's class for the slot or property at each call: DBusDetail::invokeMethod() and
 #   ParentProperty keep what they found.
 #
@@ -35,6 +36,9 @@ file(WRITE ${CLASS}.h "${header}")
 
 if(KIND STREQUAL "-a")
     file(READ ${CLASS}.cpp source)
+    string(REGEX REPLACE "//return static_cast<YourObjectType \\*>\\(parent\\(\\)\\)->([A-Za-z]+)\\(options, mtu\\)."
+        "QMetaObject::invokeMethod(parent(), \"\\1\", Q_ARG(QVariantMap, options));\n    mtu = 0;\n    return {};"
+        source "${source}")
     string(REPLACE "QMetaObject::invokeMethod(" "DBusDetail::invokeMethod(" source "${source}")
     string(REGEX REPLACE "return qvariant_cast< ([^\n]*) >\\(parent\\(\\)->property\\((\"[A-Za-z]+\")\\)\\)"
            "static thread_local ParentProperty property(\\2);\n    return property.read< \\1 >(parent())" source "${source}")

@@ -31,18 +31,34 @@ function(plim_install_tool program)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endfunction()
 
-# One of the three shared libraries: target plim_<name>, file lib<output>.so.<major>, alias plim::<name>.
-# Its public headers are installed into include/plim/<name>.
+# plim_add_library(NAME OUTPUT SOURCES FILE... HEADERS FILE... LINK LIBRARY... [COMPONENT NAME] [UMBRELLA HEADER])
+# A shared library: target plim_<name>, file lib<output>.so.<major>, alias plim::<name>, in the component "runtime" or
+# the one given. Its public headers are installed into include/plim/<name>, and found by their bare names; with an
+# umbrella header, which is installed beside that folder, they are found as <plim/<umbrella>> and <plim/<name>/...> only.
 function(plim_add_library name output)
-    cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;LINK" ${ARGN})
-    add_library(plim_${name} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
+    cmake_parse_arguments(ARG "" "COMPONENT;UMBRELLA" "SOURCES;HEADERS;LINK" ${ARGN})
+    if(NOT ARG_COMPONENT)
+        set(ARG_COMPONENT runtime)
+    endif()
+    add_library(plim_${name} SHARED ${ARG_SOURCES} ${ARG_HEADERS} ${ARG_UMBRELLA})
     add_library(plim::${name} ALIAS plim_${name})
     plim_target_defaults(plim_${name})
     target_compile_features(plim_${name} PUBLIC cxx_std_17)
     target_link_libraries(plim_${name} PUBLIC ${ARG_LINK})
-    target_include_directories(plim_${name}
-        PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}> $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
-               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/plim/${name}>)
+    if(ARG_UMBRELLA)
+        set(include ${CMAKE_CURRENT_BINARY_DIR}/include)
+        file(MAKE_DIRECTORY ${include}/plim)
+        file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${include}/plim/${name} SYMBOLIC)
+        file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${ARG_UMBRELLA} ${include}/plim/${ARG_UMBRELLA} SYMBOLIC)
+        target_include_directories(plim_${name}
+            PUBLIC $<BUILD_INTERFACE:${include}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+            PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR})
+        install(FILES ${ARG_UMBRELLA} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim COMPONENT dev)
+    else()
+        target_include_directories(plim_${name}
+            PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}> $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
+                   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/plim/${name}>)
+    endif()
     string(TOUPPER ${name} upper)
     target_compile_definitions(plim_${name} PRIVATE PLIM_${upper}_LIBRARY QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII)
     set_target_properties(plim_${name} PROPERTIES
@@ -54,6 +70,6 @@ function(plim_add_library name output)
         VISIBILITY_INLINES_HIDDEN ON
         INSTALL_RPATH "$ORIGIN")
     install(TARGETS plim_${name} EXPORT plim_bleTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${ARG_COMPONENT} NAMELINK_COMPONENT dev)
     install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${name} COMPONENT dev)
 endfunction()

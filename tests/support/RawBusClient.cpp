@@ -105,6 +105,12 @@ void RawBusClient::match(const QString& rule)
     answer(request({QStringLiteral("match"), rule}));
 }
 
+void RawBusClient::emitSignal(const QString& path, const QString& interface, const QString& member,
+                              const QString& signature, const QStringList& arguments)
+{
+    answer(request(QStringList{QStringLiteral("signal"), path, interface, member, signature} + arguments));
+}
+
 BusMessage RawBusClient::own(const QString& busName)
 {
     return answer(request({QStringLiteral("own"), busName}));

@@ -84,6 +84,9 @@ public:
 
     /** Collects the signals that a match rule asks for, of all senders, from now on. */
     void match(const QString& rule);
+    /** Sends a signal. @param arguments  as those of a call */
+    void emitSignal(const QString& path, const QString& interface, const QString& member,
+                    const QString& signature, const QStringList& arguments);
     /** Requests a bus name. */
     BusMessage own(const QString& busName);
 

@@ -6,6 +6,7 @@
 //   call ID FLAGS TIMEOUT-MS DESTINATION PATH INTERFACE MEMBER SIGNATURE ARGUMENT...
 //   match ID RULE
 //   own ID NAME
+//   signal ID PATH INTERFACE MEMBER SIGNATURE ARGUMENT...
 //
 // FLAGS is "-" or "noreply". Arguments are flat as those of busctl: an array is its number of elements and
 // the elements, a dictionary's elements being keys and values by turns, a variant its signature and the
@@ -277,10 +278,33 @@ void call(Client& client, const Fields& fields)
     sd_bus_message_unref(message);
 }
 
+void emitSignal(Client& client, const Fields& fields)
+{
+    enum
+    {
+        Id = 1,
+        Path,
+        Interface,
+        Member,
+        Signature,
+        Arguments
+    };
+    sd_bus_message* message = nullptr;
+    check(sd_bus_message_new_signal(client.bus, &message, fields.at(Path).c_str(), fields.at(Interface).c_str(),
+                                    fields.at(Member).c_str()),
+          "make signal");
+    Appender(message, fields, Arguments).append(fields.at(Signature));
+    check(sd_bus_send(client.bus, message, nullptr), "send");
+    sd_bus_message_unref(message);
+    printAnswer(fields[Id], "sent");
+}
+
 void execute(Client& client, const Fields& fields)
 {
     if (fields.at(0) == "call") {
         call(client, fields);
+    } else if (fields[0] == "signal") {
+        emitSignal(client, fields);
     } else if (fields[0] == "match") {
         check(sd_bus_add_match(client.bus, nullptr, fields.at(2).c_str(), onSignal, nullptr), "match");
         printAnswer(fields.at(1), "done");

@@ -45,14 +45,19 @@ GattService* GattApplication::createService(const QString& uuid, bool primary)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid << " primary: " << primary);
     const QString path = GattDetail::childPath(m_dbusPath, uuid);
-    const QPointer<GattService> service = new GattService(this, uuid, primary, path);
-    OwnConnections::add(m_connections, plim::connect(service.data(), &GattService::handlesChanged, this,
+    return record(new GattService(this, uuid, primary, path), uuid);
+}
+
+GattService* GattApplication::record(GattService* service, const QString& key)
+{
+    const QPointer<GattService> recorded = service;
+    OwnConnections::add(m_connections, plim::connect(service, &GattService::handlesChanged, this,
                                                      &GattApplication::on_handlesChanged));
-    OwnConnections::add(m_connections, plim::connect(service.data(), &QObject::destroyed, this,
+    OwnConnections::add(m_connections, plim::connect(service, &QObject::destroyed, this,
                                                      &GattApplication::on_serviceDeleted));
-    m_services.insert(uuid, service);
+    m_services.insert(key, service);
     emit applicationChanged(this);
-    return service;
+    return recorded;
 }
 
 BleFindings GattApplication::problems() const

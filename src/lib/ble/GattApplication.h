@@ -60,6 +60,17 @@ public:
     GattService* createService(const QString& uuid, bool primary);
 
     /**
+     * Records a service that was made elsewhere, of a class of its own for instance. createService() does the
+     * same with what it makes.
+     *
+     * @param service  a Qt child of this application; recorded once
+     * @param key      its place among services(), which are in ascending order of the keys; createService()
+     * takes the UUID. One that is taken already passes to this service.
+     * @return the service; null if a slot of applicationChanged() deleted it at once
+     */
+    GattService* record(GattService* service, const QString& key);
+
+    /**
      * What BlueZ would refuse of the tree, or a phone could not use, for a look before BleManager::add().
      * Nothing is sent, logged or changed.
      */

@@ -116,8 +116,9 @@ QDBusObjectPath GattCharacteristic::service() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
     // A service that is just deleting its children cannot be asked any more: the path is this one's without
-    // the UUID.
-    return GattDetail::objectPath(m_service ? m_service->dbusPath() : m_dbusPath.chopped(m_uuid.size() + 1),
+    // its last element.
+    return GattDetail::objectPath(m_service ? m_service->dbusPath()
+                                            : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
                                   m_servicePath);
 }
 
@@ -146,7 +147,7 @@ void GattCharacteristic::notifyValueChanged()
 
 DBusInterfaceList GattCharacteristic::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+    return DBusHelper::generateDBusInterfaceList(GattDetail::servingAdaptor(this, m_adaptor));
 }
 
 QList<GattDescriptor*> GattCharacteristic::descriptors() const
@@ -158,12 +159,17 @@ GattDescriptor* GattCharacteristic::addDescriptor(const QString& uuid, GattDescr
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
     const QString path = m_dbusPath % QLatin1String("/desc") % QString::number(m_descriptorIndex++);
-    const QPointer<GattDescriptor> descriptor = new GattDescriptor(this, uuid, path, option);
-    OwnConnections::add(m_connections, plim::connect(descriptor.data(), &QObject::destroyed, this,
+    return record(new GattDescriptor(this, uuid, path, option), uuid);
+}
+
+GattDescriptor* GattCharacteristic::record(GattDescriptor* descriptor, const QString& key)
+{
+    const QPointer<GattDescriptor> recorded = descriptor;
+    OwnConnections::add(m_connections, plim::connect(descriptor, &QObject::destroyed, this,
                                                      &GattCharacteristic::on_descriptorDeleted));
-    m_descriptors.insert(uuid, descriptor);
+    m_descriptors.insert(key, descriptor);
     emit handlesChanged();
-    return descriptor;
+    return recorded;
 }
 
 QByteArray GattCharacteristic::ReadValue(const QVariantMap& options)

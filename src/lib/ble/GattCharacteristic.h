@@ -118,6 +118,17 @@ public:
      */
     GattDescriptor* addDescriptor(const QString& uuid, GattDescriptor::Option option);
 
+    /**
+     * Records a descriptor that was made elsewhere, of a class of its own for instance. addDescriptor() does
+     * the same with what it makes.
+     *
+     * @param descriptor  a Qt child of this characteristic; recorded once
+     * @param key         its place among descriptors(), which are in ascending order of the keys;
+     * addDescriptor() takes the UUID. One that is taken already passes to this descriptor.
+     * @return the descriptor; null if a slot of handlesChanged() or applicationChanged() deleted it at once
+     */
+    GattDescriptor* record(GattDescriptor* descriptor, const QString& key);
+
     // Deleting any object of the tree in a slot of one of these signals is safe.
 signals:
     /** A peer wrote the value. */

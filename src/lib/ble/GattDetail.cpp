@@ -3,9 +3,11 @@
 #include "DBusDetail.h"
 #include "plimlog.h"
 
+#include <QDBusAbstractAdaptor>
 #include <QPointer>
 #include <QStringBuilder>
 
+#include <algorithm>
 #include <exception>
 #include <limits>
 
@@ -45,6 +47,17 @@ const QDBusObjectPath& GattDetail::objectPath(const QString& path, QDBusObjectPa
         checked = QDBusObjectPath(path);
     }
     return checked;
+}
+
+QObject* GattDetail::servingAdaptor(const QObject* object, QObject* own)
+{
+    const QObjectList& children = object->children();
+    const auto serves = [own](QObject* child) {
+        return child == own || (qobject_cast<QDBusAbstractAdaptor*>(child) &&
+                                DBusDetail::interfaceName(child) == DBusDetail::interfaceName(own));
+    };
+    const auto last = std::find_if(children.crbegin(), children.crend(), serves);
+    return last == children.crend() ? nullptr : *last;
 }
 
 qint64 GattDetail::offsetOf(const QVariantMap& options)

@@ -26,6 +26,13 @@ QString childPath(const QString& parentPath, const QString& uuid);
  */
 const QDBusObjectPath& objectPath(const QString& path, QDBusObjectPath& checked);
 
+/**
+ * The object's adaptor that answers calls to a D-Bus interface: the last one that was made for it, as Qt has
+ * it.
+ * @param own  one that serves the interface; what is returned unless a later one does
+ */
+QObject* servingAdaptor(const QObject* object, QObject* own);
+
 /** The "offset" of BlueZ's options as an int, 0 where there is none. */
 qint64 offsetOf(const QVariantMap& options);
 

@@ -2,6 +2,8 @@
 
 #include "GattApplication.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr uint genericAccess = 0x1800;
@@ -94,7 +96,7 @@ void GattPreflight::checkSiblings(const QObject& parent, const Children& recorde
     const bool parentHasPath = m_hasPath;
     const auto children = parent.findChildren<Child*>(QString(), Qt::FindDirectChildrenOnly);
     for (const Child* child : children) {
-        if (recorded.value(child->m_uuid) != child) {
+        if (std::find(recorded.cbegin(), recorded.cend(), child) == recorded.cend()) {
             m_findings << BleFinding{
                 BleFinding::Error, child->m_dbusPath,
                 QStringLiteral("Another one with the UUID \"%1\" was added later and has taken its place")

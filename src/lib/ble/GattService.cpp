@@ -51,7 +51,7 @@ QDBusObjectPath GattService::objectPath() const
 
 DBusInterfaceList GattService::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(m_adaptor);
+    return DBusHelper::generateDBusInterfaceList(GattDetail::servingAdaptor(this, m_adaptor));
 }
 
 QList<GattCharacteristic*> GattService::characteristics() const
@@ -64,16 +64,19 @@ GattCharacteristic* GattService::createCharacteristic(const QString& uuid, GattC
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
     const QString path = GattDetail::childPath(m_dbusPath, uuid);
-    const QPointer<GattCharacteristic> characteristic =
-        new GattCharacteristic(this, uuid, path, option, control);
-    OwnConnections::add(m_connections,
-                        plim::connect(characteristic.data(), &GattCharacteristic::handlesChanged, this,
-                                      &GattService::handlesChanged));
-    OwnConnections::add(m_connections, plim::connect(characteristic.data(), &QObject::destroyed, this,
+    return record(new GattCharacteristic(this, uuid, path, option, control), uuid);
+}
+
+GattCharacteristic* GattService::record(GattCharacteristic* characteristic, const QString& key)
+{
+    const QPointer<GattCharacteristic> recorded = characteristic;
+    OwnConnections::add(m_connections, plim::connect(characteristic, &GattCharacteristic::handlesChanged,
+                                                     this, &GattService::handlesChanged));
+    OwnConnections::add(m_connections, plim::connect(characteristic, &QObject::destroyed, this,
                                                      &GattService::on_characteristicDeleted));
-    m_characteristics.insert(uuid, characteristic);
+    m_characteristics.insert(key, characteristic);
     emit handlesChanged();
-    return characteristic;
+    return recorded;
 }
 
 void GattService::on_characteristicDeleted(QObject* obj)

@@ -65,6 +65,18 @@ public:
     GattCharacteristic* createCharacteristic(const QString& uuid, GattCharacteristic::Option option,
                                              GattCharacteristic* control = nullptr);
 
+    /**
+     * Records a characteristic that was made elsewhere, of a class of its own for instance.
+     * createCharacteristic() does the same with what it makes.
+     *
+     * @param characteristic  a Qt child of this service; recorded once
+     * @param key             its place among characteristics(), which are in ascending order of the keys;
+     * createCharacteristic() takes the UUID. One that is taken already passes to this characteristic.
+     * @return the characteristic; null if a slot of handlesChanged() or applicationChanged() deleted it at
+     * once
+     */
+    GattCharacteristic* record(GattCharacteristic* characteristic, const QString& key);
+
 signals:
     /** A characteristic or descriptor below was added or deleted. Deleting any object of the tree is safe
      * here. */

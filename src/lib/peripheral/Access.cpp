@@ -65,6 +65,14 @@ bool plim::Access::isProtected() const
            m_notify.value_or(Open) != Open || m_indicate.value_or(Open) != Open;
 }
 
+plim::Access plim::Access::ofDescriptor() const
+{
+    Access less;
+    less.m_read = m_read;
+    less.m_write = m_write;
+    return less;
+}
+
 QStringList plim::Access::flags() const
 {
     QStringList flags;

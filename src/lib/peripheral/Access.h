@@ -2,6 +2,7 @@
 
 #include "PlimPeripheralExport.h"
 
+#include <QMetaType>
 #include <QString>
 #include <QStringList>
 
@@ -71,6 +72,9 @@ public:
     /** Whether anything of it takes more than Open. */
     bool isProtected() const;
 
+    /** What a descriptor can have of it: reads, and writes with an answer. */
+    Access ofDescriptor() const;
+
     /**
      * BlueZ's words for it, always in this order: reading, writing, writing without an answer, notifications,
      * indications; for instance "read", "encrypt-write", "notify".
@@ -99,3 +103,5 @@ private:
 };
 
 } // namespace plim
+
+Q_DECLARE_METATYPE(plim::Access)

@@ -2,6 +2,7 @@
 
 #include "PlimPeripheralExport.h"
 
+#include <QMetaType>
 #include <QString>
 
 namespace plim {
@@ -33,7 +34,7 @@ public:
     };
 
     /** That error. Of a number that is none of them it becomes UnlikelyError. */
-    AttError(Code code); // NOLINT(google-explicit-constructor): a code is an error
+    AttError(Code code = UnlikelyError); // NOLINT(google-explicit-constructor): a code is an error
 
     /**
      * An error that the application defines: what it means stands in the description of its service.
@@ -65,3 +66,5 @@ private:
 };
 
 } // namespace plim
+
+Q_DECLARE_METATYPE(plim::AttError)

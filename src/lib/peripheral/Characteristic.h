@@ -11,6 +11,7 @@
 #include <QDBusContext>
 #include <QElapsedTimer>
 #include <QList>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -23,6 +24,7 @@ namespace plim {
 namespace detail {
 class AttributeServer;
 class DaemonWatch;
+class TreeProblems;
 } // namespace detail
 
 /** Answers a read, now or later. */
@@ -136,9 +138,12 @@ public slots:
     QDBusVariant Get(const QString& interface, const QString& name);
 
 private:
+    friend class detail::TreeProblems;
+
     Characteristic(GattService* service, const QString& uuid, const QString& dbusPath, const Access& access,
                    GattCharacteristic* control);
-    bool refuse(bool allowed);
+    bool refusesSubscribing();
+    bool hasPage() const;
     bool notifyAcquired() const;
     void store(const QByteArray& value, const QVariantMap& options, bool notify);
     void watchDaemon();
@@ -146,7 +151,7 @@ private:
     void unsubscribe(const QString& path);
     void unsubscribeAll();
 
-    const Access m_access;
+    const QPointer<GattCharacteristic> m_control;
     const std::unique_ptr<detail::AttributeServer> m_server;
     std::shared_ptr<detail::DaemonWatch> m_daemon;
     QElapsedTimer m_sinceDisconnection;

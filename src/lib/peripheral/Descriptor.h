@@ -19,7 +19,8 @@ namespace plim {
 
 namespace detail {
 class AttributeServer;
-}
+class TreeProblems;
+} // namespace detail
 
 /**
  * A descriptor with protected access, and with requests that know who asks and may be refused. Otherwise it is
@@ -68,6 +69,8 @@ public slots:
     void WriteValue(const QByteArray& value, const QVariantMap& flags);
 
 private:
+    friend class detail::TreeProblems;
+
     Descriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
                const Access& access);
 

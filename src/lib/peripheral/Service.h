@@ -15,6 +15,10 @@ class GattApplication;
 
 namespace plim {
 
+namespace detail {
+class TreeProblems;
+}
+
 /**
  * A service with what the base class leaves out: handles that stay, included services, a path of its own.
  * Where none of these is asked for, it is the base class on the bus, too.
@@ -80,6 +84,8 @@ signals:
     void handleAssigned(quint16 handle);
 
 private:
+    friend class detail::TreeProblems;
+
     Service(GattApplication* application, const QString& uuid, bool primary, const QString& dbusPath);
     void showOptionalMembers();
 

@@ -1,0 +1,240 @@
+#include "Characteristic.h"
+
+#include "AcquireNotifyAdaptor.h"
+#include "AttributeServer.h"
+#include "DaemonWatch.h"
+#include "GattApplication.h"
+#include "GattService.h"
+#include "TreePath.h"
+#include "plimlog.h"
+
+#include <QDBusObjectPath>
+#include <QPointer>
+#include <QSignalBlocker>
+
+#include <utility>
+
+namespace {
+
+log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+
+/** BlueZ ends the indications that it still waits for right after it tells that the link is lost. */
+constexpr int endOfIndicationsMs = 500;
+
+/** Nobody has so many centrals; whoever calls could otherwise fill the memory. */
+constexpr int maximumSubscribers = 256;
+
+/** What the base class makes of an access. */
+GattCharacteristic::Option optionOf(const plim::Access& access)
+{
+    return GattCharacteristic::Option((access.allowsRead() ? GattCharacteristic::Read : 0) |
+                                      (access.allowsWrite() ? GattCharacteristic::Write : 0) |
+                                      (access.allowsSubscribing() ? GattCharacteristic::Notify : 0));
+}
+
+} // namespace
+
+plim::Characteristic* plim::Characteristic::create(GattService* service, const QString& uuid,
+                                                   const Access& access, const QString& pathElement,
+                                                   GattCharacteristic* control)
+{
+    const detail::TreePath place(service->dbusPath(), uuid, pathElement);
+    return static_cast<Characteristic*>(
+        service->record(new Characteristic(service, uuid, place.path(), access, control), place.key()));
+}
+
+plim::Characteristic::Characteristic(GattService* service, const QString& uuid, const QString& dbusPath,
+                                     const Access& access, GattCharacteristic* control)
+    : GattCharacteristic(service, uuid, dbusPath, optionOf(access), control),
+      m_control(control),
+      m_server(new detail::AttributeServer(this, access, dbusPath))
+{
+    if (access.allowsIndications()) {
+        watchDaemon();
+    }
+}
+
+plim::Characteristic::~Characteristic()
+{
+    if (m_daemon) {
+        // Not what arrives in an event loop of a slot of destroyed().
+        m_daemon->disconnect(this);
+    }
+}
+
+plim::Access plim::Characteristic::access() const
+{
+    return m_server->access();
+}
+
+QStringList plim::Characteristic::flags() const
+{
+    PLIM_LOG_ENTER(logger, TRACE, "QStringList GattCharacteristic::flags() const", "");
+    return m_server->access().flags();
+}
+
+void plim::Characteristic::setReadHandler(const ReadHandler& handler)
+{
+    m_server->setReadHandler(handler);
+}
+
+void plim::Characteristic::setWriteHandler(const WriteHandler& handler)
+{
+    m_server->setWriteHandler(handler);
+}
+
+void plim::Characteristic::trackSubscribers()
+{
+    if (m_tracking) {
+        return;
+    }
+    m_tracking = true;
+    // Of several adaptors for one interface the last one made is what BlueZ sees.
+    new AcquireNotifyAdaptor(this);
+    watchDaemon();
+    plim::connect(m_daemon.get(), &detail::DaemonWatch::forgotten, this, &Characteristic::unsubscribe);
+    plim::connect(m_daemon.get(), &detail::DaemonWatch::ended, this, &Characteristic::unsubscribeAll);
+    if (const auto* application = qobject_cast<GattApplication*>(parent() ? parent()->parent() : nullptr)) {
+        // It is registered anew, which takes all subscriptions away.
+        plim::connect(application, &GattApplication::applicationChanged, this,
+                      &Characteristic::unsubscribeAll);
+    }
+}
+
+QList<plim::Central> plim::Characteristic::subscribers() const
+{
+    return m_subscribers;
+}
+
+QByteArray plim::Characteristic::ReadValue(const QVariantMap& options)
+{
+    if (m_server->read(*this, options)) {
+        return {};
+    }
+    return GattCharacteristic::ReadValue(options);
+}
+
+void plim::Characteristic::WriteValue(const QByteArray& value, const QVariantMap& options)
+{
+    // With a negative page selected, the base class drops the write and says so.
+    if (!hasPage() || !m_server->write(*this, value, options, [=](bool notify) { store(value, options, notify); })) {
+        GattCharacteristic::WriteValue(value, options);
+    }
+}
+
+void plim::Characteristic::store(const QByteArray& value, const QVariantMap& options, bool notify)
+{
+    {
+        // The base class would notify, whatever was asked for.
+        const QSignalBlocker quiet(this);
+        GattCharacteristic::WriteValue(value, options);
+    }
+    if (!hasPage()) {
+        return;
+    }
+    const QPointer<Characteristic> self = this;
+    emit valueChanged();
+    if (self && notify) {
+        notifyValueChanged();
+    }
+}
+
+/** Whether a write has a page to go to: there is no control, or it selects none that is negative. */
+bool plim::Characteristic::hasPage() const
+{
+    return !m_control || m_control->value().toInt(nullptr, 10) >= 0;
+}
+
+bool plim::Characteristic::refusesSubscribing()
+{
+    if (!calledFromDBus() || m_server->access().allowsSubscribing()) {
+        return false;
+    }
+    m_server->refuse(*this, AttError::RequestNotSupported);
+    return true;
+}
+
+void plim::Characteristic::StartNotify()
+{
+    if (!refusesSubscribing()) {
+        GattCharacteristic::StartNotify();
+    }
+}
+
+void plim::Characteristic::StopNotify()
+{
+    const QPointer<Characteristic> self = this;
+    GattCharacteristic::StopNotify();
+    if (self) {
+        unsubscribeAll();
+    }
+}
+
+void plim::Characteristic::Confirm()
+{
+    GattCharacteristic::Confirm();
+    const bool linkWasLost =
+        m_sinceDisconnection.isValid() && !m_sinceDisconnection.hasExpired(endOfIndicationsMs);
+    if (m_server->access().allowsIndications() && !linkWasLost) {
+        emit confirmed();
+    }
+}
+
+void plim::Characteristic::AcquireNotify(const QVariantMap& options)
+{
+    if (!calledFromDBus() || refusesSubscribing()) {
+        return;
+    }
+    // BlueZ then calls StartNotify().
+    m_server->refuse(*this, AttError::RequestNotSupported);
+    const Central central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path());
+    if (!central.isNull() && !m_subscribers.contains(central) && m_subscribers.size() < maximumSubscribers) {
+        m_subscribers << central;
+        emit subscribed(central);
+    }
+}
+
+QDBusVariant plim::Characteristic::Get(const QString& interface, const QString& name)
+{
+    if (!m_tracking && name == QLatin1String("NotifyAcquired")) {
+        return QDBusVariant(QVariant());
+    }
+    return GattCharacteristic::Get(interface, name);
+}
+
+bool plim::Characteristic::notifyAcquired() const
+{
+    return false; // sockets are declined
+}
+
+void plim::Characteristic::watchDaemon()
+{
+    if (!m_daemon) {
+        m_daemon = detail::DaemonWatch::shared();
+        plim::connect(m_daemon.get(), &detail::DaemonWatch::disconnected, this,
+                      &Characteristic::on_disconnected);
+    }
+}
+
+void plim::Characteristic::on_disconnected(const QString& /*path*/)
+{
+    m_sinceDisconnection.start();
+}
+
+void plim::Characteristic::unsubscribe(const QString& path)
+{
+    if (m_subscribers.removeOne(Central(path))) {
+        emit unsubscribed(Central(path));
+    }
+}
+
+void plim::Characteristic::unsubscribeAll()
+{
+    const QPointer<Characteristic> self = this;
+    for (const Central& central : std::exchange(m_subscribers, {})) {
+        emit unsubscribed(central);
+        if (!self) {
+            return;
+        }
+    }
+}
