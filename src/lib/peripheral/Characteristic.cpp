@@ -56,8 +56,9 @@ plim::Characteristic::Characteristic(GattService* service, const QString& uuid, 
 
 plim::Characteristic::~Characteristic()
 {
+    // Qt alone ends these after destroyed(), of which the application hears too.
+    disconnect(m_treeChanges);
     if (m_daemon) {
-        // Not what arrives in an event loop of a slot of destroyed().
         m_daemon->disconnect(this);
     }
 }
@@ -96,8 +97,8 @@ void plim::Characteristic::trackSubscribers()
     plim::connect(m_daemon.get(), &detail::DaemonWatch::ended, this, &Characteristic::unsubscribeAll);
     if (const auto* application = qobject_cast<GattApplication*>(parent() ? parent()->parent() : nullptr)) {
         // It is registered anew, which takes all subscriptions away.
-        plim::connect(application, &GattApplication::applicationChanged, this,
-                      &Characteristic::unsubscribeAll);
+        m_treeChanges = plim::connect(application, &GattApplication::applicationChanged, this,
+                                      &Characteristic::unsubscribeAll);
     }
 }
 

@@ -154,6 +154,7 @@ private:
     const QPointer<GattCharacteristic> m_control;
     const std::unique_ptr<detail::AttributeServer> m_server;
     std::shared_ptr<detail::DaemonWatch> m_daemon;
+    QMetaObject::Connection m_treeChanges;
     QElapsedTimer m_sinceDisconnection;
     bool m_tracking = false;
     QList<Central> m_subscribers;
