@@ -385,9 +385,9 @@ void tst_peripheral_tree::includesOutOfOrderAreFound()
     battery->include(elsewhere.createService("180a"_qs, true));
     const BleFindings found = plim::problems(*m_app);
     QCOMPARE(found.size(), 2);
-    QCOMPARE(found[0].where, "/app/180f"_qs);
-    QVERIFY(found[0].what.contains("comes after its own"_qs));
-    QVERIFY(found[1].what.contains("another application"_qs));
+    QCOMPARE(found[0].location, "/app/180f"_qs);
+    QVERIFY(found[0].message.contains("comes after its own"_qs));
+    QVERIFY(found[1].message.contains("another application"_qs));
     QCOMPARE(found[0].severity, BleFinding::Error);
 }
 
@@ -400,7 +400,7 @@ void tst_peripheral_tree::lateRefusalsAreFound()
     plain->setWriteHandler([](const plim::WriteRequest&) {});
     const BleFindings found = plim::problems(*m_app);
     QCOMPARE(found.size(), 1);
-    QCOMPARE(found[0].where, command->dbusPath());
+    QCOMPARE(found[0].location, command->dbusPath());
     QCOMPARE(found[0].severity, BleFinding::Warning);
 }
 
@@ -411,7 +411,7 @@ void tst_peripheral_tree::protectedAttributesAreFoundOnce()
     plim::Characteristic::create(m_service, "bbbb"_qs, Access().write(Access::Authenticated));
     const BleFindings found = plim::problems(*m_app);
     QCOMPARE(found.size(), 1);
-    QCOMPARE(found[0].where, descriptor->dbusPath());
+    QCOMPARE(found[0].location, descriptor->dbusPath());
     QCOMPARE(found[0].severity, BleFinding::Warning);
 }
 
@@ -421,7 +421,7 @@ void tst_peripheral_tree::trackingWithoutSubscribingIsFound()
     characteristic->trackSubscribers();
     const BleFindings found = plim::problems(*m_app);
     QCOMPARE(found.size(), 1);
-    QCOMPARE(found[0].where, characteristic->dbusPath());
+    QCOMPARE(found[0].location, characteristic->dbusPath());
 }
 
 void tst_peripheral_tree::versionsThatCannotAreFound()
