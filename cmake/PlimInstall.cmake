@@ -1,9 +1,11 @@
-# What an installed consumer finds: the CMake package plim_ble with plim::ble, and the pkg-config file plim_ble.
+# What an installed consumer finds: the CMake package plim_ble with plim::ble and plim::peripheral, and the pkg-config
+# files plim_ble and plim_peripheral.
 #
 # Every install rule of this project names its component, which is also the package that it goes into (PlimPackages):
-#   runtime  what a finished device needs: the shared libraries
-#   dev      what building against them takes: headers, linker names, CMake and pkg-config files
-#   tools    programs for people: the stand-in daemon, the doctor
+#   runtime             what a finished device needs: the shared libraries
+#   peripheral-runtime  the same of the layer for products
+#   dev                 what building against them takes: headers, linker names, CMake and pkg-config files
+#   tools               programs for people: the stand-in daemon, the doctor
 
 include(CMakePackageConfigHelpers)
 
@@ -20,10 +22,16 @@ install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR} CO
 get_target_property(PLIM_QT_FLAGS Qt5::Core INTERFACE_COMPILE_OPTIONS)
 list(JOIN PLIM_QT_FLAGS " " PLIM_QT_FLAGS)
 set(AT @)
-configure_file(${PROJECT_SOURCE_DIR}/packaging/plim_ble.pc.in ${PROJECT_BINARY_DIR}/plim_ble.pc.in @ONLY)
-# The prefix is not known before installation (cmake --install --prefix), so the file is finished then.
-install(CODE "
-    set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
-    configure_file(\"${PROJECT_BINARY_DIR}/plim_ble.pc.in\" \"${PROJECT_BINARY_DIR}/plim_ble.pc\" @ONLY)"
-    COMPONENT dev)
-install(FILES ${PROJECT_BINARY_DIR}/plim_ble.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+# The prefix is not known before installation (cmake --install --prefix), so a file is finished then.
+function(plim_install_pkg_config name)
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc.in @ONLY)
+    install(CODE "
+        set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
+        configure_file(\"${PROJECT_BINARY_DIR}/${name}.pc.in\" \"${PROJECT_BINARY_DIR}/${name}.pc\" @ONLY)"
+        COMPONENT dev)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endfunction()
+plim_install_pkg_config(plim_ble)
+if(PLIM_BUILD_PERIPHERAL)
+    plim_install_pkg_config(plim_peripheral)
+endif()

@@ -13,7 +13,11 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime dev tools)
+set(runtimes runtime)
+if(PLIM_BUILD_PERIPHERAL)
+    list(APPEND runtimes peripheral-runtime)
+endif()
+set(CPACK_COMPONENTS_ALL ${runtimes} dev tools)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
@@ -22,7 +26,11 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 # Where dpkg-shlibdeps finds our own libraries, which no package on the machine holds.
-foreach(library IN ITEMS core dbus ble)
+set(libraries core dbus ble)
+if(PLIM_BUILD_PERIPHERAL)
+    list(APPEND libraries peripheral)
+endif()
+foreach(library IN LISTS libraries)
     get_target_property(folder plim_${library} BINARY_DIR)
     list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${folder})
 endforeach()
@@ -39,9 +47,18 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "Bluetooth Low Energy peripherals through BlueZ: shared libraries\n${about}")
 
+set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_NAME libplim-peripheral${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_PERIPHERAL-RUNTIME_DEPENDS runtime)
+set(CPACK_COMPONENT_PERIPHERAL-RUNTIME_DESCRIPTION
+    "Bluetooth Low Energy peripherals through BlueZ: the layer for products\n${about}
+ This package holds the library for what a product needs beyond that: protected
+ access, requests that know who asks and may be refused, subscribers.")
+
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libplim-ble-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+set(CPACK_COMPONENT_DEV_DEPENDS ${runtimes})
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev (>= 5.15), liblog4cplus-dev (>= 2.0)")
 # The stand-in daemon, for find_package(plim_ble COMPONENTS testing)
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "plim-ble-tools")

@@ -37,9 +37,11 @@ class Caller : public RawBusClient
 public:
     static QStringList options(int offset = 0, const QString& device = phonePath)
     {
-        QStringList entries{"device"_qs, "o"_qs, device, "link"_qs, "s"_qs, "LE"_qs, "mtu"_qs, "q"_qs, "517"_qs};
+        QStringList entries{"device"_qs, "o"_qs,   device, "link"_qs, "s"_qs,
+                            "LE"_qs,     "mtu"_qs, "q"_qs, "517"_qs};
         if (offset != 0) {
-            entries << "offset"_qs << "q"_qs << QString::number(offset);
+            entries << "offset"_qs
+                    << "q"_qs << QString::number(offset);
         }
         entries.prepend(QString::number(entries.size() / 3));
         return entries;
@@ -93,7 +95,8 @@ private:
     }
 };
 
-/** What an answer says: "method_return", or the error's name without what all have in common, and its text. */
+/** What an answer says: "method_return", or the error's name without what all have in common, and its text.
+ */
 inline QString outcome(const BusMessage& message)
 {
     return message.isError() ? QString(message.errorName).remove("org.bluez.Error."_qs) + QLatin1Char(' ') +

@@ -63,7 +63,8 @@ private:
     {
         return m_client.call("/app"_qs, "org.freedesktop.DBus.ObjectManager"_qs, "GetManagedObjects"_qs);
     }
-    /** The entry of an object in what BlueZ asks for, for instance {"Primary": <b true>, "UUID": <s "1812">}. */
+    /** The entry of an object in what BlueZ asks for, for instance {"Primary": <b true>, "UUID": <s "1812">}.
+     */
     QString shown(const QString& path)
     {
         const QRegularExpression entry("\"%1\": \\{\"[^\"]*\": (\\{[^}]*\\})\\}"_qs.arg(path));
@@ -174,10 +175,10 @@ void tst_peripheral_tree::severalCharacteristicsWithOneUuidStandSideBySide()
     QCOMPARE(texts(m_app->problems()), QStringList());
     for (const GattCharacteristic* report : reports) {
         QCOMPARE(report->uUID(), reportUuid);
-        QCOMPARE(m_client
-                     .call(report->dbusPath(), characteristicInterface(), "ReadValue"_qs, "a{sv}"_qs, {"0"_qs})
-                     .bytes(),
-                 report->value());
+        QCOMPARE(
+            m_client.call(report->dbusPath(), characteristicInterface(), "ReadValue"_qs, "a{sv}"_qs, {"0"_qs})
+                .bytes(),
+            report->value());
         QVERIFY(!shown(report->dbusPath()).isEmpty());
     }
     delete reports[1];
@@ -222,8 +223,9 @@ void tst_peripheral_tree::whatIsNotAskedForIsAbsent()
              (QStringList{"Flags"_qs, "Notifying"_qs, "Service"_qs, "UUID"_qs, "Value"_qs}));
     QCOMPARE(m_client.get(m_service->dbusPath(), serviceInterface(), "Handle"_qs).errorName,
              "org.freedesktop.DBus.Error.UnknownProperty"_qs);
-    QCOMPARE(m_client.get(characteristic->dbusPath(), characteristicInterface(), "NotifyAcquired"_qs).errorName,
-             "org.freedesktop.DBus.Error.UnknownProperty"_qs);
+    QCOMPARE(
+        m_client.get(characteristic->dbusPath(), characteristicInterface(), "NotifyAcquired"_qs).errorName,
+        "org.freedesktop.DBus.Error.UnknownProperty"_qs);
     QCOMPARE(m_client
                  .call(characteristic->dbusPath(), characteristicInterface(), "AcquireNotify"_qs, "a{sv}"_qs,
                        {"0"_qs})
@@ -242,7 +244,8 @@ void tst_peripheral_tree::aHandleIsShownOnceItIsSet()
     QCOMPARE(changed.size(), 1);
     m_service->setHandle(0x100);
     QCOMPARE(changed.size(), 1);
-    QCOMPARE(shown(m_service->dbusPath()), R"({"Handle": <q 256>, "Primary": <b true>, "UUID": <s "1812">})"_qs);
+    QCOMPARE(shown(m_service->dbusPath()),
+             R"({"Handle": <q 256>, "Primary": <b true>, "UUID": <s "1812">})"_qs);
     m_service->setHandle(0x200);
     QCOMPARE(changed.size(), 2);
     QCOMPARE(m_service->handle(), quint16(0x200));
@@ -327,9 +330,9 @@ void tst_peripheral_tree::trackedSubscribersShowNotifyAcquired()
     managedObjects();
     characteristic->trackSubscribers();
     characteristic->trackSubscribers();
-    QCOMPARE(namesIn(shown(characteristic->dbusPath())),
-             (QStringList{"Flags"_qs, "NotifyAcquired"_qs, "Notifying"_qs, "Service"_qs, "UUID"_qs,
-                          "Value"_qs}));
+    QCOMPARE(
+        namesIn(shown(characteristic->dbusPath())),
+        (QStringList{"Flags"_qs, "NotifyAcquired"_qs, "Notifying"_qs, "Service"_qs, "UUID"_qs, "Value"_qs}));
     QVERIFY(managedObjects().text.contains(R"("NotifyAcquired": <b false>)"_qs));
     QCOMPARE(m_client.get(characteristic->dbusPath(), characteristicInterface(), "NotifyAcquired"_qs).text,
              "<b false>"_qs);
@@ -361,7 +364,8 @@ void tst_peripheral_tree::busctlIntrospectsEveryForm()
         QTRY_COMPARE_WITH_TIMEOUT(busctl.state(), QProcess::NotRunning, 50000);
         QVERIFY2(busctl.exitCode() == 0, busctl.readAllStandardError().constData());
         QStringList lines;
-        for (const QString& each : QString::fromUtf8(busctl.readAllStandardOutput()).split(QLatin1Char('\n'))) {
+        for (const QString& each :
+             QString::fromUtf8(busctl.readAllStandardOutput()).split(QLatin1Char('\n'))) {
             lines << each.simplified();
         }
         QCOMPARE(lines.count(line), 1);
@@ -393,7 +397,8 @@ void tst_peripheral_tree::includesOutOfOrderAreFound()
 
 void tst_peripheral_tree::lateRefusalsAreFound()
 {
-    auto* command = plim::Characteristic::create(m_service, "aaaa"_qs, Access().write().writeWithoutResponse());
+    auto* command =
+        plim::Characteristic::create(m_service, "aaaa"_qs, Access().write().writeWithoutResponse());
     auto* plain = plim::Characteristic::create(m_service, "bbbb"_qs, Access().write());
     QCOMPARE(texts(plim::problems(*m_app)), QStringList());
     command->setWriteHandler([](const plim::WriteRequest&) {});

@@ -218,8 +218,7 @@ void tst_request_lifetimes::handlersMayReplaceThemselves()
 {
     const auto owned = std::make_shared<QByteArray>("first");
     m_tree->characteristic->setReadHandler([this, owned](const ReadRequest& request) {
-        m_tree->characteristic->setReadHandler(
-            [](const ReadRequest& later) { later.accept("second"); });
+        m_tree->characteristic->setReadHandler([](const ReadRequest& later) { later.accept("second"); });
         request.accept(*owned);
     });
     QCOMPARE(m_caller.read(m_characteristicPath).bytes(), QByteArray("first"));
@@ -232,8 +231,8 @@ void tst_request_lifetimes::handlersMayOwnTheirRequests()
     // The requests end with the handler, which ends with the characteristic.
     m_tree->characteristic->setReadHandler(
         [kept = std::make_shared<QVector<ReadRequest>>()](const ReadRequest& request) { *kept << request; });
-    m_tree->characteristic->setWriteHandler(
-        [kept = std::make_shared<QVector<WriteRequest>>()](const WriteRequest& request) { *kept << request; });
+    m_tree->characteristic->setWriteHandler([kept = std::make_shared<QVector<WriteRequest>>()](
+                                                const WriteRequest& request) { *kept << request; });
     const int read = m_caller.startRead(m_characteristicPath);
     const int write = m_caller.startWrite(m_characteristicPath, "x");
     m_caller.ping();
@@ -289,9 +288,8 @@ void tst_request_lifetimes::attributesMayEndWhileOtherThreadsAnswer()
 {
     for (int i = 0; i < 100; ++i) {
         std::thread writer;
-        m_tree->characteristic->setWriteHandler([&](const WriteRequest& request) {
-            writer = std::thread([request] { request.accept(); });
-        });
+        m_tree->characteristic->setWriteHandler(
+            [&](const WriteRequest& request) { writer = std::thread([request] { request.accept(); }); });
         const int call = m_caller.startWrite(m_characteristicPath, "x");
         QTRY_VERIFY(writer.joinable());
         m_tree.reset();
@@ -320,12 +318,14 @@ void tst_request_lifetimes::strangersGetAnswersAndDoNoHarm()
         {"1"_qs, "link"_qs, "o"_qs, "/x"_qs},
     };
     for (const QStringList& each : options) {
-        QVERIFY(!m_caller.call(m_characteristicPath, interface, "ReadValue"_qs, "a{sv}"_qs, each).type.isEmpty());
+        QVERIFY(
+            !m_caller.call(m_characteristicPath, interface, "ReadValue"_qs, "a{sv}"_qs, each).type.isEmpty());
         QVERIFY(!m_caller
                      .call(m_characteristicPath, interface, "WriteValue"_qs, "aya{sv}"_qs,
                            QStringList{"616263"_qs} + each)
                      .type.isEmpty());
-        QVERIFY(m_caller.call(m_characteristicPath, interface, "AcquireNotify"_qs, "a{sv}"_qs, each).isError());
+        QVERIFY(
+            m_caller.call(m_characteristicPath, interface, "AcquireNotify"_qs, "a{sv}"_qs, each).isError());
     }
     QVERIFY(m_caller.call(m_characteristicPath, interface, "AcquireNotify"_qs, "s"_qs, {"x"_qs}).isError());
     QVERIFY(m_tree->characteristic->value().size() <= 512);

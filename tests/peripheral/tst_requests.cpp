@@ -217,7 +217,9 @@ void tst_requests::aRefusedWriteChangesNothing()
 {
     QFETCH(QString, path);
     QCOMPARE(m_caller.write(path, "old").type, "method_return"_qs);
-    const auto handler = [&](const WriteRequest& request) { request.reject(AttError::InsufficientAuthorization); };
+    const auto handler = [&](const WriteRequest& request) {
+        request.reject(AttError::InsufficientAuthorization);
+    };
     m_tree->characteristic->setWriteHandler(handler);
     m_tree->descriptor->setWriteHandler(handler);
     QSignalSpy ofCharacteristic(m_tree->characteristic, &GattCharacteristic::valueChanged);
@@ -239,8 +241,7 @@ void tst_requests::anAcceptedWriteIsNotNotifiedUnlessAskedFor()
     m_caller.write(m_path, "loud");
     const QVector<BusMessage> notified = m_caller.takeSignals();
     QCOMPARE(notified.size(), 1);
-    QCOMPARE(notified.first().text,
-             R"("org.bluez.GattCharacteristic1", {"Value": <ay [6c6f7564]>}, [])"_qs);
+    QCOMPARE(notified.first().text, R"("org.bluez.GattCharacteristic1", {"Value": <ay [6c6f7564]>}, [])"_qs);
 }
 
 void tst_requests::aValueSetWhileAWriteIsAcceptedIsNotified()
@@ -336,16 +337,16 @@ void tst_requests::anAnswerMayComeLater()
 void tst_requests::anAnswerMayComeFromAnotherThread()
 {
     QThread* storedOn = nullptr;
-    QObject::connect(m_tree->characteristic, &GattCharacteristic::valueChanged, m_tree->characteristic,
-                     [&] { storedOn = QThread::currentThread(); }, Qt::DirectConnection);
+    QObject::connect(
+        m_tree->characteristic, &GattCharacteristic::valueChanged, m_tree->characteristic,
+        [&] { storedOn = QThread::currentThread(); }, Qt::DirectConnection);
     std::thread reader;
     std::thread writer;
     m_tree->characteristic->setReadHandler([&](const ReadRequest& request) {
         reader = std::thread([request] { request.accept("from elsewhere"); });
     });
-    m_tree->characteristic->setWriteHandler([&](const WriteRequest& request) {
-        writer = std::thread([request] { request.accept(); });
-    });
+    m_tree->characteristic->setWriteHandler(
+        [&](const WriteRequest& request) { writer = std::thread([request] { request.accept(); }); });
     QCOMPARE(m_caller.read(m_path).bytes(), QByteArray("from elsewhere"));
     QCOMPARE(outcome(m_caller.write(m_path, "new")), "method_return"_qs);
     QCOMPARE(m_tree->characteristic->value(), QByteArray("new"));
@@ -447,7 +448,8 @@ void tst_requests::handlersInsideEachOtherEnd()
 {
     QVector<int> calls;
     const auto answered = [&] {
-        return std::count_if(calls.cbegin(), calls.cend(), [this](int call) { return m_caller.isAnswered(call); });
+        return std::count_if(calls.cbegin(), calls.cend(),
+                             [this](int call) { return m_caller.isAnswered(call); });
     };
     int depth = 0;
     int deepest = 0;
@@ -469,8 +471,8 @@ void tst_requests::handlersInsideEachOtherEnd()
     }
     QCOMPARE(deepest, 32);
     QCOMPARE(accepted, 32);
-    QCOMPARE(log.texts(log4cplus::ERROR_LOG_LEVEL).count(
-                 "Handler of /app/aaaa/c0 not called: too many are running"_qs),
+    QCOMPARE(log.texts(log4cplus::ERROR_LOG_LEVEL)
+                 .count("Handler of /app/aaaa/c0 not called: too many are running"_qs),
              8);
 }
 

@@ -42,16 +42,17 @@ private:
         }
         return all;
     }
-    void setConnected(const QString& device, bool connected, const QString& interface = "org.bluez.Device1"_qs)
+    void setConnected(const QString& device, bool connected,
+                      const QString& interface = "org.bluez.Device1"_qs)
     {
-        m_daemon->emitSignal(device, "org.freedesktop.DBus.Properties"_qs, "PropertiesChanged"_qs, "sa{sv}as"_qs,
-                            {interface, "1"_qs, "Connected"_qs, "b"_qs,
-                             connected ? "true"_qs : "false"_qs, "0"_qs});
+        m_daemon->emitSignal(
+            device, "org.freedesktop.DBus.Properties"_qs, "PropertiesChanged"_qs, "sa{sv}as"_qs,
+            {interface, "1"_qs, "Connected"_qs, "b"_qs, connected ? "true"_qs : "false"_qs, "0"_qs});
     }
     void remove(const QString& device, const QString& interface)
     {
-        m_daemon->emitSignal("/"_qs, "org.freedesktop.DBus.ObjectManager"_qs, "InterfacesRemoved"_qs, "oas"_qs,
-                            {device, "1"_qs, interface});
+        m_daemon->emitSignal("/"_qs, "org.freedesktop.DBus.ObjectManager"_qs, "InterfacesRemoved"_qs,
+                             "oas"_qs, {device, "1"_qs, interface});
         m_daemon->ping();
     }
     void subscribe(const QString& device)
@@ -169,9 +170,10 @@ void tst_subscribers::subscribersAreNotCountedWithoutEnd()
 void tst_subscribers::aCallWithoutACentralNamesNobody()
 {
     QSignalSpy subscribed(m_characteristic, &plim::Characteristic::subscribed);
-    for (const QStringList& options : {QStringList{"0"_qs}, QStringList{"1"_qs, "device"_qs, "s"_qs, "/x"_qs}}) {
+    for (const QStringList& options :
+         {QStringList{"0"_qs}, QStringList{"1"_qs, "device"_qs, "s"_qs, "/x"_qs}}) {
         QCOMPARE(outcome(m_daemon->call(m_path, "org.bluez.GattCharacteristic1"_qs, "AcquireNotify"_qs,
-                                       "a{sv}"_qs, options)),
+                                        "a{sv}"_qs, options)),
                  "NotSupported "_qs);
     }
     QVERIFY(m_characteristic->subscribers().isEmpty() && subscribed.isEmpty());
@@ -215,7 +217,8 @@ void tst_subscribers::othersPropertiesAreNoEndOfALink()
     setConnected(phonePath, true);
     setConnected(phonePath, false, "org.bluez.MediaControl1"_qs);
     Caller stranger;
-    stranger.emitSignal(phonePath, "org.freedesktop.DBus.Properties"_qs, "PropertiesChanged"_qs, "sa{sv}as"_qs,
+    stranger.emitSignal(phonePath, "org.freedesktop.DBus.Properties"_qs, "PropertiesChanged"_qs,
+                        "sa{sv}as"_qs,
                         {"org.bluez.Device1"_qs, "1"_qs, "Connected"_qs, "b"_qs, "false"_qs, "0"_qs});
     stranger.ping();
     m_daemon->plainCall(m_path, "Confirm");

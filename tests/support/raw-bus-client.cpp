@@ -290,8 +290,8 @@ void emitSignal(Client& client, const Fields& fields)
         Arguments
     };
     sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_signal(client.bus, &message, fields.at(Path).c_str(), fields.at(Interface).c_str(),
-                                    fields.at(Member).c_str()),
+    check(sd_bus_message_new_signal(client.bus, &message, fields.at(Path).c_str(),
+                                    fields.at(Interface).c_str(), fields.at(Member).c_str()),
           "make signal");
     Appender(message, fields, Arguments).append(fields.at(Signature));
     check(sd_bus_send(client.bus, message, nullptr), "send");

@@ -7,10 +7,14 @@ namespace {
 QLatin1String prefix(plim::Access::Level level)
 {
     switch (level) {
-        case plim::Access::Open: break;
-        case plim::Access::Encrypted: return QLatin1String("encrypt-");
-        case plim::Access::Authenticated: return QLatin1String("encrypt-authenticated-");
-        case plim::Access::SecureConnections: return QLatin1String("secure-");
+    case plim::Access::Open:
+        break;
+    case plim::Access::Encrypted:
+        return QLatin1String("encrypt-");
+    case plim::Access::Authenticated:
+        return QLatin1String("encrypt-authenticated-");
+    case plim::Access::SecureConnections:
+        return QLatin1String("secure-");
     }
     return QLatin1String("");
 }

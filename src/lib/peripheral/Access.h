@@ -24,9 +24,10 @@ public:
     /** What the link has to be before BlueZ lets the central through. */
     enum Level
     {
-        Open,         ///< anything
-        Encrypted,    ///< encrypted: the central is paired, by whatever method
-        Authenticated, ///< paired by a method that keeps a third party out: a passkey, a comparison, out of band
+        Open,          ///< anything
+        Encrypted,     ///< encrypted: the central is paired, by whatever method
+        Authenticated, ///< paired by a method that keeps a third party out: a passkey, a comparison, out of
+                       ///< band
         SecureConnections ///< authenticated, and by LE Secure Connections
     };
 
@@ -51,7 +52,8 @@ public:
     /** Notifications too. The level is what subscribing takes. Not for descriptors. */
     [[nodiscard]] Access notify(Level level = Open) const;
 
-    /** Indications too, which the central confirms. The level is what subscribing takes. Not for descriptors. */
+    /** Indications too, which the central confirms. The level is what subscribing takes. Not for descriptors.
+     */
     [[nodiscard]] Access indicate(Level level = Open) const;
 
     /** Whether it may be read. */

@@ -13,8 +13,8 @@ namespace plim {
  *     request.reject(plim::AttError::InsufficientAuthorization);
  *     request.reject(plim::AttError::application(0x81));
  *
- * Only the errors that BlueZ can pass on are here. Those about the link's protection are not: BlueZ gives them
- * itself, by the attribute's Access.
+ * Only the errors that BlueZ can pass on are here. Those about the link's protection are not: BlueZ gives
+ * them itself, by the attribute's Access.
  */
 class PLIM_PERIPHERAL_EXPORT AttError
 {

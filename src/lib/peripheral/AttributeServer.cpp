@@ -14,7 +14,8 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 /** Bytes in the longest attribute value that ATT knows. */
 constexpr int maximumSize = 512;
 
-/** Handlers that may run inside each other, which those that run an event loop do: a process has one stack. */
+/** Handlers that may run inside each other, which those that run an event loop do: a process has one stack.
+ */
 constexpr int maximumNesting = 32;
 thread_local int nesting = 0;
 
@@ -125,7 +126,6 @@ void plim::detail::AttributeServer::refuse(const QDBusContext& context, const At
              context.message().member() << " of " << m_path << " refused: " << error.text());
     context.setDelayedReply(true);
     if (context.message().isReplyRequired()) {
-        context.connection().send(
-            context.message().createErrorReply(error.dbusName(), error.dbusText()));
+        context.connection().send(context.message().createErrorReply(error.dbusName(), error.dbusText()));
     }
 }

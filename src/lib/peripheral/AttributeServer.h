@@ -18,8 +18,8 @@ class QObject;
 namespace plim {
 namespace detail {
 
-/** What characteristics and descriptors share: it refuses what the access does not allow, and hands the rest to
- * the handlers. Internal: not installed. */
+/** What characteristics and descriptors share: it refuses what the access does not allow, and hands the rest
+ * to the handlers. Internal: not installed. */
 class AttributeServer
 {
 public:

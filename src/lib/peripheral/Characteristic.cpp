@@ -118,7 +118,8 @@ QByteArray plim::Characteristic::ReadValue(const QVariantMap& options)
 void plim::Characteristic::WriteValue(const QByteArray& value, const QVariantMap& options)
 {
     // With a negative page selected, the base class drops the write and says so.
-    if (!hasPage() || !m_server->write(*this, value, options, [=](bool notify) { store(value, options, notify); })) {
+    if (!hasPage() ||
+        !m_server->write(*this, value, options, [=](bool notify) { store(value, options, notify); })) {
         GattCharacteristic::WriteValue(value, options);
     }
 }

@@ -37,8 +37,8 @@ using WriteHandler = std::function<void(WriteRequest)>;
  * indications, requests that know who asks and may be refused, and who has subscribed.
  *
  * Without handlers it answers as the base class does, except that what its access does not allow is refused
- * with the error NotPermitted: BlueZ itself lets such reads and writes through. The program's own calls of the
- * slots, which come from no bus, do what they do in the base class.
+ * with the error NotPermitted: BlueZ itself lets such reads and writes through. The program's own calls of
+ * the slots, which come from no bus, do what they do in the base class.
  *
  * Made by create() and owned by its service. Lives on the thread of the application, like all of the tree.
  */
@@ -55,11 +55,11 @@ public:
      * @param service      not null; of this layer or not
      * @param uuid         as GattService::createCharacteristic() takes it
      * @param access       what centrals may do with it
-     * @param pathElement  what the object path ends in, of letters, digits and "_"; empty for the UUID with "_"
-     * for "-". Several characteristics with one UUID, as a keyboard's reports, need different elements.
+     * @param pathElement  what the object path ends in, of letters, digits and "_"; empty for the UUID with
+     * "_" for "-". Several characteristics with one UUID, as a keyboard's reports, need different elements.
      * @param control      the characteristic that selects the page of long values, or null; not owned
-     * @return the characteristic; null only if a slot of handlesChanged() or applicationChanged() deleted it at
-     * once
+     * @return the characteristic; null only if a slot of handlesChanged() or applicationChanged() deleted it
+     * at once
      */
     static Characteristic* create(GattService* service, const QString& uuid, const Access& access,
                                   const QString& pathElement = QString(),
@@ -80,8 +80,8 @@ public:
      *
      * It runs on this object's thread, and may do anything: answer, keep the request for later, delete this
      * object, replace itself. What it throws is logged at ERROR, and the request rejected with
-     * AttError::UnlikelyError, unless it was answered before or is kept elsewhere. The same happens to requests
-     * that arrive while 32 handlers run inside each other, each in an event loop of the one before.
+     * AttError::UnlikelyError, unless it was answered before or is kept elsewhere. The same happens to
+     * requests that arrive while 32 handlers run inside each other, each in an event loop of the one before.
      */
     void setReadHandler(const ReadHandler& handler);
 
@@ -90,8 +90,8 @@ public:
      * the base class. It runs like a read handler.
      *
      * What no attribute can be written, more than 512 bytes or beyond byte 512, does not reach it and is
-     * rejected. Where the access allows writes without an answer, a refusal only keeps the value as it is: the
-     * central has been told otherwise.
+     * rejected. Where the access allows writes without an answer, a refusal only keeps the value as it is:
+     * the central has been told otherwise.
      */
     void setWriteHandler(const WriteHandler& handler);
 
@@ -104,11 +104,11 @@ public:
     /**
      * The centrals that are subscribed, in the order in which they did; empty without trackSubscribers().
      *
-     * It is as much as BlueZ tells. A central stands here from its subscribing until BlueZ says that nobody is
-     * subscribed any more, forgets the central (an unpaired one some 30 s after it has gone), or ends; or until
-     * a change of the tree makes the application register anew, which takes everybody's subscription away. So
-     * of several centrals one that has unsubscribed may still be here, as may a paired one that is away and
-     * still subscribed. One that subscribed before the program started is not here.
+     * It is as much as BlueZ tells. A central stands here from its subscribing until BlueZ says that nobody
+     * is subscribed any more, forgets the central (an unpaired one some 30 s after it has gone), or ends; or
+     * until a change of the tree makes the application register anew, which takes everybody's subscription
+     * away. So of several centrals one that has unsubscribed may still be here, as may a paired one that is
+     * away and still subscribed. One that subscribed before the program started is not here.
      */
     QList<Central> subscribers() const;
 

@@ -28,7 +28,8 @@ std::shared_ptr<plim::detail::DaemonWatch> plim::detail::DaemonWatch::shared()
 }
 
 plim::detail::DaemonWatch::DaemonWatch()
-    : m_daemon(DBusBluezServiceName(), QDBusConnection::systemBus(), QDBusServiceWatcher::WatchForUnregistration)
+    : m_daemon(DBusBluezServiceName(), QDBusConnection::systemBus(),
+               QDBusServiceWatcher::WatchForUnregistration)
 {
     plim::connect(&m_daemon, &QDBusServiceWatcher::serviceUnregistered, this, &DaemonWatch::ended);
     QDBusConnection bus = QDBusConnection::systemBus();
@@ -37,8 +38,8 @@ plim::detail::DaemonWatch::DaemonWatch()
                 QStringLiteral("PropertiesChanged"), {deviceInterface()}, QString(), this,
                 SLOT(on_propertiesChanged(QString, QVariantMap, QStringList, QDBusMessage)));
     bus.connect(DBusBluezServiceName(), DBusBluezObjectManagerPath(),
-                QStringLiteral("org.freedesktop.DBus.ObjectManager"), QStringLiteral("InterfacesRemoved"), this,
-                SLOT(on_interfacesRemoved(QDBusObjectPath, QStringList)));
+                QStringLiteral("org.freedesktop.DBus.ObjectManager"), QStringLiteral("InterfacesRemoved"),
+                this, SLOT(on_interfacesRemoved(QDBusObjectPath, QStringList)));
 }
 
 void plim::detail::DaemonWatch::on_propertiesChanged(const QString& /*interface*/, const QVariantMap& changed,
@@ -51,7 +52,8 @@ void plim::detail::DaemonWatch::on_propertiesChanged(const QString& /*interface*
     }
 }
 
-void plim::detail::DaemonWatch::on_interfacesRemoved(const QDBusObjectPath& path, const QStringList& interfaces)
+void plim::detail::DaemonWatch::on_interfacesRemoved(const QDBusObjectPath& path,
+                                                     const QStringList& interfaces)
 {
     if (interfaces.contains(deviceInterface())) {
         emit forgotten(path.path());

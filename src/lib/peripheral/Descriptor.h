@@ -23,8 +23,8 @@ class TreeProblems;
 } // namespace detail
 
 /**
- * A descriptor with protected access, and with requests that know who asks and may be refused. Otherwise it is
- * as far from its base class as a Characteristic is.
+ * A descriptor with protected access, and with requests that know who asks and may be refused. Otherwise it
+ * is as far from its base class as a Characteristic is.
  *
  * Made by create() and owned by its characteristic.
  */
@@ -40,9 +40,11 @@ public:
      * @param characteristic  not null; of this layer or not
      * @param uuid            as GattCharacteristic::addDescriptor() takes it
      * @param access          reads and writes; what else it allows is left out
-     * @param pathElement     what the object path ends in, of letters, digits and "_"; empty for the UUID with
+     * @param pathElement     what the object path ends in, of letters, digits and "_"; empty for the UUID
+     * with
      * "_" for "-", where the base class counts
-     * @return the descriptor; null only if a slot of handlesChanged() or applicationChanged() deleted it at once
+     * @return the descriptor; null only if a slot of handlesChanged() or applicationChanged() deleted it at
+     * once
      */
     static Descriptor* create(GattCharacteristic* characteristic, const QString& uuid, const Access& access,
                               const QString& pathElement = QString());

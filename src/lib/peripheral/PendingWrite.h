@@ -14,12 +14,13 @@ class OwnerThread;
 class PendingWrite : public PendingCall
 {
 public:
-    /** What accepting does with the value, on the attribute's thread. @param notify  see WriteRequest::accept() */
+    /** What accepting does with the value, on the attribute's thread. @param notify  see
+     * WriteRequest::accept() */
     using Store = std::function<void(bool notify)>;
 
     PendingWrite(const QDBusMessage& call, const QDBusConnection& connection, const QVariantMap& options,
-                 const QString& attribute, const QByteArray& value,
-                 const std::shared_ptr<OwnerThread>& owner, const Store& store)
+                 const QString& attribute, const QByteArray& value, const std::shared_ptr<OwnerThread>& owner,
+                 const Store& store)
         : PendingCall(call, connection, options, attribute), m_value(value), m_owner(owner), m_store(store)
     {
     }

@@ -22,9 +22,9 @@ class PendingCall;
  *
  * It is answered once, by accept() or reject(), at once or later, from any thread; what comes after the first
  * answer is ignored. BlueZ waits for 5 s. A request that has no answer by then, or whose last copy goes
- * without one, is rejected with AttError::UnlikelyError and a line at WARN. When the attribute is deleted, its
- * open requests are rejected the same way, without a line. Answers that come too late do nothing, whoever has
- * gone meanwhile: the attribute, the central or BlueZ.
+ * without one, is rejected with AttError::UnlikelyError and a line at WARN. When the attribute is deleted,
+ * its open requests are rejected the same way, without a line. Answers that come too late do nothing, whoever
+ * has gone meanwhile: the attribute, the central or BlueZ.
  */
 class PLIM_PERIPHERAL_EXPORT ReadRequest
 {
@@ -36,8 +36,8 @@ public:
     Central central() const;
 
     /**
-     * Where the central goes on reading, in bytes from the start of the value. A value that is longer than one
-     * packet is read in parts, and each part is a request of its own.
+     * Where the central goes on reading, in bytes from the start of the value. A value that is longer than
+     * one packet is read in parts, and each part is a request of its own.
      */
     int offset() const;
 

@@ -72,7 +72,8 @@ QList<QDBusObjectPath> plim::Service::includes() const
     return paths;
 }
 
-/** Of several adaptors for one interface the last one made is what BlueZ sees; the parent owns all of them. */
+/** Of several adaptors for one interface the last one made is what BlueZ sees; the parent owns all of them.
+ */
 void plim::Service::showOptionalMembers()
 {
     if (m_handle && !m_includes.isEmpty()) {

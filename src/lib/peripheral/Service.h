@@ -38,8 +38,8 @@ public:
      * @param application  not null
      * @param uuid         as GattApplication::createService() takes it
      * @param primary      true for a primary service, false for a secondary one, which others include
-     * @param pathElement  what the object path ends in, of letters, digits and "_"; empty for the UUID with "_"
-     * for "-". Two services with one UUID need different elements.
+     * @param pathElement  what the object path ends in, of letters, digits and "_"; empty for the UUID with
+     * "_" for "-". Two services with one UUID need different elements.
      * @return the service; null only if a slot of applicationChanged() deleted it at once
      */
     static Service* create(GattApplication* application, const QString& uuid, bool primary = true,
@@ -65,8 +65,8 @@ public:
      * Includes another service of the same application: a reference to it that phones find in this one.
      *
      * BlueZ takes services in the order of their object paths, and the included one has to come first: where
-     * the UUIDs do not put it there, give both services path elements that do. problems() names those that are
-     * out of order.
+     * the UUIDs do not put it there, give both services path elements that do. problems() names those that
+     * are out of order.
      *
      * Call it before the application is handed over; afterwards it makes the application register anew. A
      * service that is included already, or null, changes nothing; one that is deleted is included no longer.

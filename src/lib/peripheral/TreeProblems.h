@@ -16,7 +16,8 @@ class Service;
 
 namespace detail {
 
-/** Looks through a tree for what problems() tells beyond GattApplication::problems(). Internal: not installed. */
+/** Looks through a tree for what problems() tells beyond GattApplication::problems(). Internal: not
+ * installed. */
 class TreeProblems
 {
 public:

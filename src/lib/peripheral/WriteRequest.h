@@ -18,8 +18,8 @@ class PendingWrite;
 } // namespace detail
 
 /**
- * One write that waits for its answer. Copies, answers and their limits are those of a ReadRequest. Of a write
- * that nobody wants an answer to, the answer decides only whether the value is stored.
+ * One write that waits for its answer. Copies, answers and their limits are those of a ReadRequest. Of a
+ * write that nobody wants an answer to, the answer decides only whether the value is stored.
  */
 class PLIM_PERIPHERAL_EXPORT WriteRequest
 {

@@ -1,5 +1,5 @@
-// Preloaded into a test of the base classes, it makes their factories give the layer's classes instead, as a program
-// makes them that asks for nothing more. The test then says where these behave otherwise.
+// Preloaded into a test of the base classes, it makes their factories give the layer's classes instead, as a
+// program makes them that asks for nothing more. The test then says where these behave otherwise.
 
 #include "GattApplication.h"
 #include "plimlog.h"
