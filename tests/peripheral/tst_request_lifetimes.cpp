@@ -1,5 +1,6 @@
 #include "Attributes.h"
 #include "LogCapture.h"
+#include "OwnerThread.h"
 
 #include <QPointer>
 #include <QtTest>
@@ -60,6 +61,7 @@ private slots:
     void theCallerMayBeGone();
     void tokensMayOutliveTheirThread();
     void attributesMayEndWhileOtherThreadsAnswer();
+    void nothingRunsForAnOwnerThatHasEnded();
     void strangersGetAnswersAndDoNoHarm();
 
 private:
@@ -298,6 +300,24 @@ void tst_request_lifetimes::attributesMayEndWhileOtherThreadsAnswer()
         QVERIFY2(name == "method_return"_qs || name == "Failed 0x0e"_qs, qPrintable(name));
         init();
     }
+}
+
+void tst_request_lifetimes::nothingRunsForAnOwnerThatHasEnded()
+{
+    QStringList done;
+    auto object = std::make_unique<QObject>();
+    plim::detail::OwnerThread owner(object.get());
+    owner.run([&] { done << "at once"_qs; });
+    std::thread([&] { owner.run([&] { done << "queued"_qs; }); }).join();
+    QCOMPARE(done, QStringList{"at once"_qs});
+    QCoreApplication::processEvents();
+    QCOMPARE(done, (QStringList{"at once"_qs, "queued"_qs}));
+    // The owner still stands, as it does while its destructor runs.
+    owner.end();
+    owner.run([&] { done << "too late"_qs; });
+    std::thread([&] { owner.run([&] { done << "too late"_qs; }); }).join();
+    QCoreApplication::processEvents();
+    QCOMPARE(done.size(), 2);
 }
 
 void tst_request_lifetimes::strangersGetAnswersAndDoNoHarm()

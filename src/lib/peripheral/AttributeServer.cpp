@@ -62,14 +62,14 @@ plim::detail::AttributeServer::~AttributeServer()
     m_owner->end();
 }
 
-void plim::detail::AttributeServer::setReadHandler(const std::function<void(ReadRequest)>& handler)
+void plim::detail::AttributeServer::setReadHandler(const ReadHandler& handler)
 {
-    std::function<void(ReadRequest)>(handler).swap(m_readHandler);
+    ReadHandler(handler).swap(m_readHandler);
 }
 
-void plim::detail::AttributeServer::setWriteHandler(const std::function<void(WriteRequest)>& handler)
+void plim::detail::AttributeServer::setWriteHandler(const WriteHandler& handler)
 {
-    std::function<void(WriteRequest)>(handler).swap(m_writeHandler);
+    WriteHandler(handler).swap(m_writeHandler);
 }
 
 bool plim::detail::AttributeServer::read(const QDBusContext& context, const QVariantMap& options)

@@ -9,7 +9,6 @@
 #include <QString>
 #include <QVariantMap>
 
-#include <functional>
 #include <memory>
 
 class QDBusContext;
@@ -31,8 +30,8 @@ public:
     Q_DISABLE_COPY(AttributeServer)
 
     const Access& access() const { return m_access; }
-    void setReadHandler(const std::function<void(ReadRequest)>& handler);
-    void setWriteHandler(const std::function<void(WriteRequest)>& handler);
+    void setReadHandler(const ReadHandler& handler);
+    void setWriteHandler(const WriteHandler& handler);
     bool hasWriteHandler() const { return bool(m_writeHandler); }
 
     /**
@@ -51,8 +50,8 @@ private:
     const std::shared_ptr<OwnerThread> m_owner;
     const Access m_access;
     const QString m_path;
-    std::function<void(ReadRequest)> m_readHandler;
-    std::function<void(WriteRequest)> m_writeHandler;
+    ReadHandler m_readHandler;
+    WriteHandler m_writeHandler;
     PendingCalls m_pending;
 };
 

@@ -16,7 +16,6 @@
 #include <QStringList>
 #include <QVariantMap>
 
-#include <functional>
 #include <memory>
 
 namespace plim {
@@ -26,11 +25,6 @@ class AttributeServer;
 class DaemonWatch;
 class TreeProblems;
 } // namespace detail
-
-/** Answers a read, now or later. */
-using ReadHandler = std::function<void(ReadRequest)>;
-/** Answers a write, now or later. */
-using WriteHandler = std::function<void(WriteRequest)>;
 
 /**
  * A characteristic with what the base class leaves out: protected access, writes without an answer,

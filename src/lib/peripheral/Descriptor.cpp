@@ -46,12 +46,12 @@ QStringList plim::Descriptor::flags() const
     return m_server->access().flags();
 }
 
-void plim::Descriptor::setReadHandler(const std::function<void(ReadRequest)>& handler)
+void plim::Descriptor::setReadHandler(const ReadHandler& handler)
 {
     m_server->setReadHandler(handler);
 }
 
-void plim::Descriptor::setWriteHandler(const std::function<void(WriteRequest)>& handler)
+void plim::Descriptor::setWriteHandler(const WriteHandler& handler)
 {
     m_server->setWriteHandler(handler);
 }

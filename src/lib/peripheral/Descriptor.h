@@ -12,7 +12,6 @@
 #include <QStringList>
 #include <QVariantMap>
 
-#include <functional>
 #include <memory>
 
 namespace plim {
@@ -59,10 +58,10 @@ public:
     QStringList flags() const;
 
     /** Sets who answers reads. See Characteristic::setReadHandler(). */
-    void setReadHandler(const std::function<void(ReadRequest)>& handler);
+    void setReadHandler(const ReadHandler& handler);
 
     /** Sets who decides on writes. See Characteristic::setWriteHandler(). */
-    void setWriteHandler(const std::function<void(WriteRequest)>& handler);
+    void setWriteHandler(const WriteHandler& handler);
 
 public slots:
     /** BlueZ's read. */

@@ -8,6 +8,7 @@
 #include <QMetaType>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 namespace plim {
@@ -71,6 +72,9 @@ private:
 
     std::shared_ptr<detail::PendingCall> m_call;
 };
+
+/** Answers a read, now or later. */
+using ReadHandler = std::function<void(ReadRequest)>;
 
 } // namespace plim
 

@@ -8,6 +8,7 @@
 #include <QMetaType>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 namespace plim {
@@ -72,6 +73,9 @@ private:
 
     std::shared_ptr<detail::PendingWrite> m_call;
 };
+
+/** Answers a write, now or later. */
+using WriteHandler = std::function<void(WriteRequest)>;
 
 } // namespace plim
 
