@@ -1,15 +1,9 @@
 #pragma once
 
+#include "BluezVersion.h"
 #include "Refusal.h"
 
 #include <QVariantMap>
-
-/** The daemon versions whose rules can be applied. */
-enum class BluezVersion
-{
-    Bluez566,
-    Bluez582
-};
 
 /** Decides whether the daemon broadcasts an advertisement. */
 class AdvertisementJudge

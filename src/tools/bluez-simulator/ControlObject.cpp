@@ -5,6 +5,7 @@
 #include "Daemon.h"
 #include "Names.h"
 #include "Phone.h"
+#include "PhoneControl.h"
 #include "Simulator.h"
 
 #include <QCoreApplication>
@@ -28,7 +29,7 @@ QList<ObjectReference> references(const QList<Registration>& registrations)
 
 } // namespace
 
-ControlObject::ControlObject(Simulator& simulator) : m_simulator(simulator)
+ControlObject::ControlObject(Simulator& simulator) : ControlBase(simulator)
 {
     connect(&simulator, &Simulator::registered, this,
             [this](const QString& kind, const QString& path) { emit Registered(kind, pathOrRoot(path)); });
@@ -46,18 +47,18 @@ ControlObject::ControlObject(Simulator& simulator) : m_simulator(simulator)
 
 void ControlObject::Vanish()
 {
-    m_simulator.vanish(answerWhenDone());
+    simulator().vanish(answerWhenDone());
 }
 
 void ControlObject::Appear()
 {
-    m_simulator.appear(answerWhenDone());
+    simulator().appear(answerWhenDone());
 }
 
 void ControlObject::Restart()
 {
     const auto done = answerWhenDone();
-    m_simulator.vanish([this, done](const QString&) { m_simulator.appear(done); });
+    simulator().vanish([this, done](const QString&) { simulator().appear(done); });
 }
 
 void ControlObject::Quit()
@@ -67,12 +68,12 @@ void ControlObject::Quit()
 
 void ControlObject::AddAdapter(const QString& name)
 {
-    require(m_simulator.addAdapter(name));
+    require(simulator().addAdapter(name));
 }
 
 void ControlObject::RemoveAdapter(const QString& name)
 {
-    require(m_simulator.removeAdapter(name));
+    require(simulator().removeAdapter(name));
 }
 
 void ControlObject::Announce(const QDBusObjectPath& path, const QStringList& interfaces)
@@ -102,32 +103,32 @@ void ControlObject::SetProperty(const QDBusObjectPath& path, const QString& inte
 void ControlObject::SetAnswer(const QString& member, const QString& mode, const QString& errorName,
                               const QString& errorMessage, uint delayMs)
 {
-    require(m_simulator.state().faults.set(member, mode, errorName, errorMessage, delayMs));
+    require(simulator().state().faults.set(member, mode, errorName, errorMessage, delayMs));
 }
 
 void ControlObject::SetAcceptEverything(bool accept)
 {
-    m_simulator.state().acceptsEverything = accept;
+    simulator().state().acceptsEverything = accept;
 }
 
 QList<QVariantMap> ControlObject::Calls()
 {
-    return m_simulator.state().calls.calls();
+    return simulator().state().calls.calls();
 }
 
 void ControlObject::ClearCalls()
 {
-    m_simulator.state().calls.clear();
+    simulator().state().calls.clear();
 }
 
 QList<ObjectReference> ControlObject::Applications()
 {
-    return m_simulator.daemon() ? references(m_simulator.daemon()->applications()) : QList<ObjectReference>();
+    return simulator().daemon() ? references(simulator().daemon()->applications()) : QList<ObjectReference>();
 }
 
 QList<ObjectReference> ControlObject::Advertisements()
 {
-    return m_simulator.daemon() ? references(m_simulator.daemon()->advertisements())
+    return simulator().daemon() ? references(simulator().daemon()->advertisements())
                                 : QList<ObjectReference>();
 }
 
@@ -212,18 +213,27 @@ void ControlObject::Unsubscribe(const QDBusObjectPath& path)
 
 QList<QByteArray> ControlObject::Notifications(const QDBusObjectPath& path)
 {
-    return m_simulator.state().notifications.value(path.path());
+    return simulator().state().notifications.value(path.path());
 }
 
 void ControlObject::ClearNotifications()
 {
-    m_simulator.state().notifications.clear();
+    simulator().state().notifications.clear();
 }
 
-DelayedReplyPtr ControlObject::later()
+QDBusObjectPath ControlObject::AddPhone(const QString& adapter, const QString& address)
 {
-    setDelayedReply(true);
-    return std::make_shared<DelayedReply>(connection(), message());
+    QString device;
+    const QString error = simulator().addPhone(adapter, address, device);
+    require(error);
+    if (!error.isEmpty()) {
+        return QDBusObjectPath();
+    }
+    const QString path = QString(device).replace(Names::BluezPath, Names::ControlPath);
+    connection().registerObject(path, new PhoneControl(simulator(), device, this),
+                                QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals |
+                                    QDBusConnection::ExportAllProperties);
+    return QDBusObjectPath(path);
 }
 
 std::function<void(const QString&)> ControlObject::answerWhenDone()
@@ -235,21 +245,6 @@ std::function<void(const QString&)> ControlObject::answerWhenDone()
             reply->fail(Names::error("Failed"), error);
         }
     };
-}
-
-void ControlObject::require(const QString& error)
-{
-    if (!error.isEmpty()) {
-        sendErrorReply(Names::error("InvalidArgument"), error);
-    }
-}
-
-Daemon* ControlObject::presentDaemon()
-{
-    if (!m_simulator.daemon()) {
-        sendErrorReply(Names::error("Absent"), QStringLiteral("org.bluez is not on the bus"));
-    }
-    return m_simulator.daemon();
 }
 
 Phone* ControlObject::presentPhone()

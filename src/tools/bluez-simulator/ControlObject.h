@@ -1,20 +1,16 @@
 #pragma once
 
+#include "ControlBase.h"
 #include "ControlTypes.h"
-#include "DelayedReply.h"
 
-#include <QDBusContext>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
-#include <QObject>
 
-class Daemon;
 class Phone;
-class Simulator;
 struct Registration;
 
 /** The D-Bus interface that drives the simulator; README.md describes each method and signal. */
-class ControlObject : public QObject, protected QDBusContext
+class ControlObject : public ControlBase
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.plim.BluezSimulator1")
@@ -56,6 +52,8 @@ public slots:
     QList<QByteArray> Notifications(const QDBusObjectPath& path);
     void ClearNotifications();
 
+    QDBusObjectPath AddPhone(const QString& adapter, const QString& address);
+
 signals:
     void Registered(const QString& kind, const QDBusObjectPath& path);
     void Refused(const QString& kind, const QDBusObjectPath& path, const QString& errorName,
@@ -65,13 +63,8 @@ signals:
     void CallReceived(const QString& member, const QString& path);
 
 private:
-    DelayedReplyPtr later();
     std::function<void(const QString&)> answerWhenDone();
-    void require(const QString& error);
-    Daemon* presentDaemon();
     Phone* presentPhone();
     Registration find(const QList<Registration>& registrations, const QString& kind,
                       const QDBusObjectPath& path);
-
-    Simulator& m_simulator;
 };

@@ -1,6 +1,7 @@
 #include "Daemon.h"
 
 #include "AdvertisingManager.h"
+#include "AttPhone.h"
 #include "DBusValue.h"
 #include "GattManager.h"
 #include "Names.h"
@@ -9,6 +10,7 @@
 
 #include <QDBusConnectionInterface>
 #include <QTimer>
+#include <algorithm>
 
 namespace {
 
@@ -50,6 +52,9 @@ Daemon::Daemon(const QDBusConnection& connection, State& state, QObject* parent)
     m_tree.add(Names::BluezPath,
                {Names::Introspectable, Names::Properties, QStringLiteral("org.bluez.AgentManager1"),
                 QStringLiteral("org.bluez.ProfileManager1")});
+    for (auto& phone : m_state.phones) {
+        addPhone(phone.second);
+    }
     m_connection.registerVirtualObject(QStringLiteral("/"), this, QDBusConnection::SubPath);
 }
 
@@ -74,10 +79,16 @@ void Daemon::announce(const QString& path, const QStringList& interfaces)
         m_advertisingManagers[path] = new AdvertisingManager(path, this);
         serve(m_advertisingManagers[path]);
     }
-    QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/"), Names::ObjectManager,
-                                                     QStringLiteral("InterfacesAdded"));
-    signal << QVariant::fromValue(QDBusObjectPath(path)) << QVariant::fromValue(added);
-    m_connection.send(signal);
+    sendInterfacesAdded(path, added);
+}
+
+void Daemon::announceObject(const QString& path, const QString& interface, const QVariantMap& properties)
+{
+    m_tree.add(path, {Names::Introspectable, Names::Properties, interface});
+    for (auto property = properties.begin(); property != properties.end(); ++property) {
+        m_tree.setProperty(path, interface, property.key(), property.value());
+    }
+    sendInterfacesAdded(path, m_tree.interfaces(path));
 }
 
 void Daemon::withdraw(const QString& path, const QStringList& interfaces)
@@ -107,7 +118,51 @@ void Daemon::addAdapter(const QString& name)
 
 void Daemon::removeAdapter(const QString& name)
 {
+    for (AttPhone* phone : qAsConst(m_attPhones)) {
+        if (phone->state().adapter == adapterPath(name)) {
+            phone->forget();
+        }
+    }
     withdraw(adapterPath(name), adapterInterfaces());
+}
+
+void Daemon::addPhone(PhoneState& state)
+{
+    auto* phone = new AttPhone(state, this);
+    m_attPhones[state.device()] = phone;
+    connect(phone, &AttPhone::notified, this, [this, phone](const QString& path, const QByteArray& value) {
+        emit phoneNotified(phone->state().device(), path, value);
+    });
+}
+
+Attribute Daemon::attribute(const QString& path, const QString& adapter) const
+{
+    const QList<Registration> registered = applications();
+    for (const Registration& application : registered) {
+        const DBusInterfaceList interfaces = application.objects.value(QDBusObjectPath(path));
+        for (const QString& interface : {Names::GattCharacteristic, Names::GattDescriptor}) {
+            if (interfaces.contains(interface) && (adapter.isEmpty() || adapter == application.manager)) {
+                return {application.sender, path, application.manager, interface,
+                        interfaces.value(interface)};
+            }
+        }
+    }
+    return Attribute();
+}
+
+bool Daemon::hasSubscriber(const QString& path) const
+{
+    return m_phone->isSubscribed(path) ||
+           std::any_of(m_attPhones.begin(), m_attPhones.end(),
+                       [&path](const AttPhone* phone) { return phone->isSubscribed(path); });
+}
+
+void Daemon::dropSubscriptions(const Registration& application)
+{
+    m_phone->forget(application);
+    for (AttPhone* phone : qAsConst(m_attPhones)) {
+        phone->drop(application);
+    }
 }
 
 QList<Registration> Daemon::applications() const
@@ -142,12 +197,19 @@ void Daemon::refuse(const QDBusMessage& call, const Refusal& refusal)
 bool Daemon::changeProperty(const QString& path, const QString& interface, const QString& name,
                             const QVariant& value)
 {
-    if (!m_tree.setProperty(path, interface, name, value)) {
-        return false;
+    return changeProperties(path, interface, {{name, value}});
+}
+
+bool Daemon::changeProperties(const QString& path, const QString& interface, const QVariantMap& values)
+{
+    for (auto value = values.begin(); value != values.end(); ++value) {
+        if (!m_tree.setProperty(path, interface, value.key(), value.value())) {
+            return false;
+        }
     }
     QDBusMessage signal =
         QDBusMessage::createSignal(path, Names::Properties, QStringLiteral("PropertiesChanged"));
-    signal << interface << QVariantMap{{name, value}} << QStringList();
+    signal << interface << values << QStringList();
     m_connection.send(signal);
     return true;
 }
@@ -192,6 +254,9 @@ void Daemon::onPropertiesChanged(const QDBusMessage& signal)
     const QVariantMap changed = DBusValue::variantMap(signal.arguments().at(1));
     if (interface == Names::GattCharacteristic) {
         m_phone->notice(signal.service(), signal.path(), changed);
+        for (AttPhone* phone : qAsConst(m_attPhones)) {
+            phone->notice(signal.service(), signal.path(), changed);
+        }
     } else if (interface == Names::Advertisement) {
         for (AdvertisingManager* manager : qAsConst(m_advertisingManagers)) {
             manager->update(signal.service(), signal.path(), changed);
@@ -210,6 +275,14 @@ void Daemon::send(const QDBusMessage& call, const QDBusMessage& reply)
     } else {
         m_connection.send(reply);
     }
+}
+
+void Daemon::sendInterfacesAdded(const QString& path, const DBusInterfaceList& added)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/"), Names::ObjectManager,
+                                                     QStringLiteral("InterfacesAdded"));
+    signal << QVariant::fromValue(QDBusObjectPath(path)) << QVariant::fromValue(added);
+    m_connection.send(signal);
 }
 
 void Daemon::dispatch(const QDBusMessage& call)

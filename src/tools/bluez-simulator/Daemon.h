@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Attribute.h"
 #include "ObjectTree.h"
 #include "Refusal.h"
 
@@ -10,9 +11,11 @@
 #include <QMap>
 
 class AdvertisingManager;
+class AttPhone;
 class GattManager;
 class Phone;
 class RegistrationManager;
+struct PhoneState;
 struct Registration;
 struct State;
 
@@ -32,6 +35,9 @@ public:
     /** Adds interfaces to a path and announces them; managers among them are served from now on. */
     void announce(const QString& path, const QStringList& interfaces);
 
+    /** Adds an object with one interface and these properties, and announces it. */
+    void announceObject(const QString& path, const QString& interface, const QVariantMap& properties);
+
     /** Removes interfaces from a path and announces that; registrations with managers among them are
      * dropped. */
     void withdraw(const QString& path, const QStringList& interfaces);
@@ -42,6 +48,18 @@ public:
     QDBusConnection connection() const { return m_connection; }
     State& state() const { return m_state; }
     Phone& phone() const { return *m_phone; }
+
+    /** Lets a further phone connect. @param state  outlives the daemon */
+    void addPhone(PhoneState& state);
+    /** The phone with this device, which has been added. */
+    AttPhone& attPhone(const QString& device) const { return *m_attPhones.value(device); }
+
+    /** The characteristic or descriptor at a path in what is registered, with one adapter or any. */
+    Attribute attribute(const QString& path, const QString& adapter = QString()) const;
+    /** Whether a phone is subscribed to the characteristic. */
+    bool hasSubscriber(const QString& path) const;
+    /** Ends the subscriptions to an application that is gone. */
+    void dropSubscriptions(const Registration& application);
 
     /** The registrations of all GATT managers, without those still being read. */
     QList<Registration> applications() const;
@@ -62,6 +80,8 @@ public:
      * the path. */
     bool changeProperty(const QString& path, const QString& interface, const QString& name,
                         const QVariant& value);
+    /** The same of several properties, in one signal. */
+    bool changeProperties(const QString& path, const QString& interface, const QVariantMap& values);
 
     QString introspect(const QString& path) const override;
     bool handleMessage(const QDBusMessage& call, const QDBusConnection& connection) override;
@@ -71,6 +91,7 @@ signals:
     void refused(const QString& kind, const QString& path, const QString& errorName,
                  const QString& errorMessage);
     void unregistered(const QString& kind, const QString& path);
+    void phoneNotified(const QString& device, const QString& path, const QByteArray& value);
 
 private slots:
     void onClientVanished(const QString& sender);
@@ -78,6 +99,7 @@ private slots:
 
 private:
     void send(const QDBusMessage& call, const QDBusMessage& reply);
+    void sendInterfacesAdded(const QString& path, const DBusInterfaceList& added);
     void dispatch(const QDBusMessage& call);
     bool handleManagerCall(const QDBusMessage& call);
     bool handlePropertiesCall(const QDBusMessage& call);
@@ -88,6 +110,7 @@ private:
     QDBusConnection m_connection;
     State& m_state;
     Phone* m_phone = nullptr;
+    QMap<QString, AttPhone*> m_attPhones; // by their devices
     ObjectTree m_tree;
     QMap<QString, GattManager*> m_gattManagers;               // by path
     QMap<QString, AdvertisingManager*> m_advertisingManagers; // by path

@@ -4,7 +4,6 @@
 #include "Daemon.h"
 #include "GattJudge.h"
 #include "Names.h"
-#include "Phone.h"
 
 #include <QDBusArgument>
 
@@ -27,10 +26,42 @@ Refusal GattManager::judge(Registration& registration, const QDBusMessage& answe
         DBusValue::signature(objects) == QLatin1String("a{oa{sa{sv}}}")) {
         registration.objects = qdbus_cast<DBusManagedObjectList>(objects);
     }
-    return GattJudge(registration.objects).judge();
+    const Refusal refusal = GattJudge(registration.objects).judge();
+    if (refusal) {
+        return refusal;
+    }
+    const auto placement = m_handles.place(registration.objects);
+    if (!placement) {
+        return Refusal::failed(QStringLiteral("Failed to create entry in database"));
+    }
+    registration.placement = *placement;
+    return Refusal();
+}
+
+void GattManager::onRegistered(const Registration& registration)
+{
+    m_handles.take(registration.placement);
+    // Whoever shows a handle of 0 is told which one it got.
+    const auto& objects = registration.objects;
+    for (auto object = objects.begin(); object != objects.end(); ++object) {
+        for (const QString& interface :
+             {Names::GattService, Names::GattCharacteristic, Names::GattDescriptor}) {
+            const QVariant shown = object->value(interface).value(QStringLiteral("Handle"));
+            if (!shown.isValid() || shown.toUInt() != 0) {
+                continue;
+            }
+            const quint16 handle = registration.placement.handles.value(object.key().path());
+            QDBusMessage set = QDBusMessage::createMethodCall(registration.sender, object.key().path(),
+                                                              Names::Properties, QStringLiteral("Set"));
+            set << interface << QStringLiteral("Handle")
+                << QVariant::fromValue(QDBusVariant(QVariant::fromValue(handle)));
+            daemon()->connection().send(set);
+        }
+    }
 }
 
 void GattManager::onRemoved(const Registration& registration)
 {
-    daemon()->phone().forget(registration);
+    m_handles.release(registration.placement);
+    daemon()->dropSubscriptions(registration);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HandleTable.h"
 #include "RegistrationManager.h"
 
 /** Plays org.bluez.GattManager1. */
@@ -13,5 +14,9 @@ public:
 protected:
     QDBusMessage readRequest(const Registration& registration) const override;
     Refusal judge(Registration& registration, const QDBusMessage& answer) const override;
+    void onRegistered(const Registration& registration) override;
     void onRemoved(const Registration& registration) override;
+
+private:
+    HandleTable m_handles;
 };

@@ -10,6 +10,7 @@ inline const QString BluezPath = QStringLiteral("/org/bluez");
 
 inline const QString Adapter = QStringLiteral("org.bluez.Adapter1");
 inline const QString GattManager = QStringLiteral("org.bluez.GattManager1");
+inline const QString Device = QStringLiteral("org.bluez.Device1");
 inline const QString AdvertisingManager = QStringLiteral("org.bluez.LEAdvertisingManager1");
 
 inline const QString GattProfile = QStringLiteral("org.bluez.GattProfile1");

@@ -14,16 +14,6 @@ constexpr quint16 SmallestTransferUnit = 23;
 constexpr int SmallestPiece = SmallestTransferUnit - 1; // one byte says what the packet is
 constexpr int MaximumPages = 65536;
 
-QString interfaceOf(const DBusInterfaceList& interfaces)
-{
-    for (const QString& interface : {Names::GattCharacteristic, Names::GattDescriptor}) {
-        if (interfaces.contains(interface)) {
-            return interface;
-        }
-    }
-    return QString();
-}
-
 } // namespace
 
 Phone::Phone(Daemon* daemon) : QObject(daemon), m_daemon(daemon) {}
@@ -52,13 +42,14 @@ void Phone::write(const QString& path, const QByteArray& value, quint16 offset, 
 void Phone::subscribe(const QString& path, const DelayedReplyPtr& reply)
 {
     // The daemon listens from the moment it asks, so a value that arrives before the answer counts.
-    m_subscriptions[path] = applicationOf(path).sender;
+    m_subscriptions[path] = m_daemon->attribute(path).sender;
     call(path, QStringLiteral("StartNotify"), {}, reply, [reply](const QDBusMessage&) { reply->send({}); });
 }
 
 void Phone::unsubscribe(const QString& path, const DelayedReplyPtr& reply)
 {
-    if (m_subscriptions.remove(path) == 0 && !applicationOf(path).path.isEmpty()) {
+    const bool wasSubscribed = m_subscriptions.remove(path) != 0;
+    if (m_daemon->attribute(path) && (!wasSubscribed || m_daemon->hasSubscriber(path))) {
         reply->send({}); // the daemon does not bother a client that nobody listens to
         return;
     }
@@ -88,18 +79,16 @@ void Phone::forget(const Registration& application)
 void Phone::call(const QString& path, const QString& member, const QVariantList& arguments,
                  const DelayedReplyPtr& reply, const Next& next)
 {
-    const Registration application = applicationOf(path);
-    if (application.path.isEmpty()) {
+    const Attribute attribute = m_daemon->attribute(path);
+    if (!attribute) {
         m_subscriptions.remove(path);
         reply->fail(
             Names::error("UnknownPath"),
             QStringLiteral("No registered application has a characteristic or descriptor %1").arg(path));
         return;
     }
-    QDBusMessage request = QDBusMessage::createMethodCall(
-        application.sender, path, interfaceOf(application.objects.value(QDBusObjectPath(path))), member);
-    request.setArguments(arguments);
-    auto* watcher = new QDBusPendingCallWatcher(m_daemon->connection().asyncCall(request), this);
+    auto* watcher = new QDBusPendingCallWatcher(
+        m_daemon->connection().asyncCall(attribute.call(member, arguments)), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this, path, member, reply, next](QDBusPendingCallWatcher* finished) {
                 finished->deleteLater();
@@ -175,24 +164,12 @@ void Phone::fetchPage(const std::shared_ptr<PageFetch>& fetch)
 
 QVariantMap Phone::options(const QString& path, int offset, quint16 transferUnit) const
 {
-    QVariantMap options{{QStringLiteral("device"),
-                         QVariant::fromValue(QDBusObjectPath(applicationOf(path).manager +
-                                                             QStringLiteral("/dev_00_AA_01_01_00_01")))},
+    const QString device = devicePath(m_daemon->attribute(path).adapter, address());
+    QVariantMap options{{QStringLiteral("device"), QVariant::fromValue(QDBusObjectPath(device))},
                         {QStringLiteral("link"), QStringLiteral("LE")},
                         {QStringLiteral("mtu"), QVariant::fromValue(transferUnit)}};
     if (offset != 0) {
         options[QStringLiteral("offset")] = QVariant::fromValue(quint16(offset));
     }
     return options;
-}
-
-Registration Phone::applicationOf(const QString& path) const
-{
-    const QList<Registration> applications = m_daemon->applications();
-    for (const Registration& application : applications) {
-        if (!interfaceOf(application.objects.value(QDBusObjectPath(path))).isEmpty()) {
-            return application;
-        }
-    }
-    return Registration();
 }

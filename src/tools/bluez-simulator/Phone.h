@@ -21,6 +21,9 @@ class Phone : public QObject
 public:
     explicit Phone(Daemon* daemon);
 
+    /** The address by which clients know it. */
+    static QString address() { return QStringLiteral("00:AA:01:01:00:01"); }
+
     /** Reads once, from an offset on. */
     void read(const QString& path, quint16 offset, const DelayedReplyPtr& reply);
 
@@ -39,6 +42,8 @@ public:
 
     /** Ends the notifications. */
     void unsubscribe(const QString& path, const DelayedReplyPtr& reply);
+
+    bool isSubscribed(const QString& path) const { return m_subscriptions.contains(path); }
 
     /** Handles changed properties of a characteristic. */
     void notice(const QString& sender, const QString& path, const QVariantMap& changed);
@@ -69,7 +74,6 @@ private:
                     const Next& next);
     void fetchPage(const std::shared_ptr<PageFetch>& fetch);
     QVariantMap options(const QString& path, int offset, quint16 transferUnit) const;
-    Registration applicationOf(const QString& path) const;
 
     Daemon* m_daemon = nullptr;
     QMap<QString, QString> m_subscriptions; // the characteristic's path to its application's sender

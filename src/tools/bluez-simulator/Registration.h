@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DBusTypes.h"
+#include "HandleTable.h"
 
 #include <QDBusMessage>
 
@@ -14,4 +15,5 @@ struct Registration
     QDBusMessage call;             // waits for its answer until the registration is decided
     bool isRegistered = false;     // false while the client's objects are being read
     DBusManagedObjectList objects; // as read from the client
+    HandlePlacement placement;     // of an application
 };

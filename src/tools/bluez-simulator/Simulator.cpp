@@ -1,5 +1,6 @@
 #include "Simulator.h"
 
+#include "AttPhone.h"
 #include "Daemon.h"
 #include "Names.h"
 #include "Phone.h"
@@ -51,6 +52,7 @@ void Simulator::appear(const Done& done)
     connect(m_daemon, &Daemon::refused, this, &Simulator::refused);
     connect(m_daemon, &Daemon::unregistered, this, &Simulator::unregistered);
     connect(&m_daemon->phone(), &Phone::notified, this, &Simulator::notified);
+    connect(m_daemon, &Daemon::phoneNotified, this, &Simulator::phoneNotified);
     if (!m_daemon->takeName()) {
         disconnectDaemon();
         done(QStringLiteral("the name %1 is already taken on this bus").arg(Names::BluezService));
@@ -98,6 +100,30 @@ QString Simulator::removeAdapter(const QString& name)
     }
     if (m_daemon) {
         m_daemon->removeAdapter(name);
+    }
+    return QString();
+}
+
+QString Simulator::addPhone(const QString& adapter, const QString& address, QString& device)
+{
+    static const QRegularExpression pattern(QStringLiteral("^([0-9A-F]{2}:){5}[0-9A-F]{2}$"));
+    if (!pattern.match(address).hasMatch()) {
+        return QStringLiteral("\"%1\" is no address such as 00:AA:01:01:00:02").arg(address);
+    }
+    if (!m_adapters.contains(adapter)) {
+        return QStringLiteral("There is no adapter %1").arg(adapter);
+    }
+    PhoneState state;
+    state.adapter = Names::BluezPath + QLatin1Char('/') + adapter;
+    state.address = address;
+    device = state.device();
+    if (address == Phone::address() || m_state.phones.count(device) != 0) {
+        return QStringLiteral("There is a phone %1 already").arg(address);
+    }
+    PhoneState& kept = m_state.phones[device] = state;
+    if (m_daemon) {
+        m_daemon->addPhone(kept);
+        m_daemon->attPhone(device).connectLink();
     }
     return QString();
 }

@@ -39,6 +39,10 @@ public:
     QString addAdapter(const QString& name);
     QString removeAdapter(const QString& name);
 
+    /** Lets a further phone connect to an adapter, now or when the daemon is there and it is told to. device
+     * becomes the path of the daemon's object for it; returns what is wrong with it or an empty text. */
+    QString addPhone(const QString& adapter, const QString& address, QString& device);
+
     /** The daemon while it is on the bus, otherwise null. */
     Daemon* daemon() const { return m_daemon; }
 
@@ -50,6 +54,7 @@ signals:
                  const QString& errorMessage);
     void unregistered(const QString& kind, const QString& path);
     void notified(const QString& path, const QByteArray& value);
+    void phoneNotified(const QString& device, const QString& path, const QByteArray& value);
 
 private slots:
     void onNameReleased();

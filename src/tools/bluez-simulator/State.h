@@ -1,11 +1,13 @@
 #pragma once
 
-#include "AdvertisementJudge.h"
+#include "BluezVersion.h"
 #include "CallLog.h"
 #include "Faults.h"
+#include "PhoneState.h"
 
 #include <QByteArrayList>
 #include <QMap>
+#include <map>
 
 /** The data that survives when the daemon vanishes from the bus. */
 struct State
@@ -14,5 +16,7 @@ struct State
     Faults faults;
     BluezVersion version = BluezVersion::Bluez582;
     bool acceptsEverything = false;
-    QMap<QString, QByteArrayList> notifications; // by the characteristic's path
+    QMap<QString, QByteArrayList>
+        notifications;                    // of the phone that is always there, by the characteristic's path
+    std::map<QString, PhoneState> phones; // the others, by the paths of their devices
 };

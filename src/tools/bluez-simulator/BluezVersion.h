@@ -1,0 +1,8 @@
+#pragma once
+
+/** The daemon versions whose rules can be applied. */
+enum class BluezVersion
+{
+    Bluez566,
+    Bluez582
+};
