@@ -147,12 +147,97 @@ public:
      * error. */
     static QDBusMessage control(const QString& method, const QVariantList& arguments = {})
     {
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(service(), QStringLiteral("/org/plim/BluezSimulator"),
-                                           QStringLiteral("org.plim.BluezSimulator1"), method);
-        call.setArguments(arguments);
-        return QDBusConnection::systemBus().call(call, QDBus::BlockWithGui);
+        return call(QStringLiteral("/org/plim/BluezSimulator"), QStringLiteral("org.plim.BluezSimulator1"),
+                    method, arguments);
     }
+
+    /**
+     * A further phone. The daemon is as strict with it as the real one: the flags and the protection of its
+     * link decide what it may do, and it gets the errors of the Attribute Protocol. Create it after a
+     * PlimBleTest. It connects to the adapter hci0 at once.
+     */
+    class Phone
+    {
+    public:
+        /** @param address  a Bluetooth address, different for each phone; 00:AA:01:01:00:01 is taken */
+        explicit Phone(const QString& address = QStringLiteral("00:AA:01:01:00:02"))
+        {
+            const QVariant answer = order(QStringLiteral("AddPhone"), {QStringLiteral("hci0"), address});
+            m_path = answer.value<QDBusObjectPath>().path();
+        }
+
+        /** The path of BlueZ's object for it, which a request's central has. */
+        QString device() const
+        {
+            return QString(m_path).replace(QLatin1String("/org/plim/BluezSimulator"),
+                                           QLatin1String("/org/bluez"));
+        }
+
+        /** The link is lost. A phone that is not bonded loses its subscriptions. */
+        void disconnect() { tell(QStringLiteral("Disconnect")); }
+        /** It connects again. */
+        void connect() { tell(QStringLiteral("Connect")); }
+        /** The link is lost, and the daemon forgets the phone. */
+        void forget() { tell(QStringLiteral("Forget")); }
+
+        /** From now on its link is "open", "encrypted", "authenticated" or "secure-connections". It is bonded
+         * by anything but "open". */
+        void protect(const QString& level) { tell(QStringLiteral("SetProtection"), {level}); }
+
+        /** Whether it confirms indications, as it does at first. It gets no further one before it has. */
+        void confirmIndications(bool confirms) { tell(QStringLiteral("SetConfirming"), {confirms}); }
+
+        /** Reads a value, at most 512 bytes. */
+        QByteArray read(const QString& path, quint16 offset = 0)
+        {
+            return tell(QStringLiteral("Read"), {asPath(path), QVariant::fromValue(offset)}).toByteArray();
+        }
+        /** Writes, with response. */
+        void write(const QString& path, const QByteArray& value)
+        {
+            tell(QStringLiteral("Write"), {asPath(path), value, QVariant::fromValue(quint16(0))});
+        }
+        /** Writes without response; it is not told what becomes of it. */
+        void writeWithoutResponse(const QString& path, const QByteArray& value)
+        {
+            tell(QStringLiteral("WriteWithoutResponse"), {asPath(path), value});
+        }
+
+        /** Asks for notifications. */
+        void subscribe(const QString& path)
+        {
+            tell(QStringLiteral("Subscribe"), {asPath(path), QStringLiteral("notifications")});
+        }
+        /** Asks for indications. */
+        void subscribeToIndications(const QString& path)
+        {
+            tell(QStringLiteral("Subscribe"), {asPath(path), QStringLiteral("indications")});
+        }
+        /** Ends either. */
+        void unsubscribe(const QString& path) { tell(QStringLiteral("Unsubscribe"), {asPath(path)}); }
+        /** All values that it was notified of, or that were indicated to it, in order. */
+        QList<QByteArray> notifications(const QString& path)
+        {
+            return qdbus_cast<QList<QByteArray>>(tell(QStringLiteral("Notifications"), {asPath(path)}));
+        }
+
+        /** The Attribute Protocol's error that ended the last call, for instance "0x0f Insufficient
+         * Encryption"; empty after a success. Such an error does not fail the test; any other does. */
+        QString error() const { return m_error; }
+
+    private:
+        QVariant tell(const QString& method, const QVariantList& arguments = {})
+        {
+            const QDBusMessage answer =
+                call(m_path, QStringLiteral("org.plim.BluezSimulator1.Phone"), method, arguments);
+            const bool isRefusal = answer.errorName() == service() + QLatin1String(".Error.Att");
+            m_error = isRefusal ? answer.errorMessage() : QString();
+            return isRefusal ? QVariant() : resultOf(answer, method);
+        }
+
+        QString m_path;
+        QString m_error;
+    };
 
 private:
     /** A process that ends with this one. */
@@ -226,9 +311,22 @@ private:
     static QVariant asPath(const QString& path) { return QVariant::fromValue(QDBusObjectPath(path)); }
     static void fail(const QString& reason) { QTest::qFail(qPrintable(reason), "PlimBleTest.h", __LINE__); }
 
+    static QDBusMessage call(const QString& path, const QString& interface, const QString& method,
+                             const QVariantList& arguments)
+    {
+        QDBusMessage call = QDBusMessage::createMethodCall(service(), path, interface, method);
+        call.setArguments(arguments);
+        return QDBusConnection::systemBus().call(call, QDBus::BlockWithGui);
+    }
+
     static QVariant order(const QString& method, const QVariantList& arguments = {})
     {
-        const QDBusMessage answer = control(method, arguments);
+        return resultOf(control(method, arguments), method);
+    }
+
+    /** What a method answered; an error fails the test. */
+    static QVariant resultOf(const QDBusMessage& answer, const QString& method)
+    {
         if (answer.type() != QDBusMessage::ReplyMessage) {
             fail(method + QLatin1String(": ") + answer.errorMessage());
         }
