@@ -245,6 +245,42 @@ private slots:
                                        "(org.bluez.Error.NotPermitted)"));
     }
 
+    void lock()
+    {
+        PlimBleTest ble;
+        Example example("example-09-lock");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/lock"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/lock/advertisement"));
+        const QString code = ble.find(own(9, 2));
+        const QString state = ble.find(own(9, 3));
+        PlimBleTest::Phone phone;
+        phone.write(code, "2580");
+        QCOMPARE(phone.error(), "0x0f Insufficient Encryption");
+        phone.protect("encrypted");
+        phone.subscribeToIndications(state);
+        phone.write(code, "0000");
+        QCOMPARE(phone.error(), "0x80 Application Error");
+        EVENTUALLY_VERIFY(example.says("wrong code from /org/bluez/hci0/dev_00_AA_01_01_00_02"));
+        QCOMPARE(phone.read(state), QByteArray("locked"));
+        phone.write(code, "2580");
+        QCOMPARE(phone.error(), "");
+        QCOMPARE(phone.read(state), QByteArray("open"));
+        EVENTUALLY_VERIFY(example.says("a phone knows the state"));
+        EVENTUALLY_COMPARE(phone.notifications(state), (QList<QByteArray>{"open", "locked"}));
+
+        PlimBleTest::Phone stranger("00:AA:01:01:00:03");
+        stranger.protect("encrypted");
+        for (int i = 0; i < 3; ++i) {
+            stranger.write(code, "1234");
+            QCOMPARE(stranger.error(), "0x80 Application Error");
+        }
+        stranger.write(code, "2580");
+        QCOMPARE(stranger.error(), "0x08 Insufficient Authorization");
+        QCOMPARE(stranger.read(state), QByteArray("locked"));
+        phone.write(code, "2580");
+        QCOMPARE(phone.error(), "");
+    }
+
     void demo()
     {
         PlimBleTest ble;
