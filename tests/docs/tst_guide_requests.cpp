@@ -1,0 +1,133 @@
+// What docs/guide.md says of access, requests, subscribers and indications.
+
+#include "BleManager.h"
+#include "GattApplication.h"
+#include "PlimBleTest.h"
+
+#include <plim/peripheral.h>
+
+#include <QTimer>
+
+using plim::Access;
+
+namespace {
+
+const QString report = QStringLiteral("00002a4d-0000-1000-8000-00805f9b34fb");
+
+} // namespace
+
+#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
+
+class TestGuideRequests : public QObject
+{
+    Q_OBJECT
+
+private:
+    void add()
+    {
+        BleManager::instance()->add(m_app.get());
+        EVENTUALLY_COMPARE(m_ble->applications().size(), 1);
+    }
+    plim::Characteristic* create(const Access& access)
+    {
+        return plim::Characteristic::create(m_service, "c0de0002-5f2a-4d6b-9a57-1f6d0a3b000a", access);
+    }
+
+    std::unique_ptr<PlimBleTest> m_ble;
+    std::unique_ptr<GattApplication> m_app;
+    plim::Service* m_service = nullptr;
+
+private slots:
+    void init()
+    {
+        m_ble = std::make_unique<PlimBleTest>();
+        m_app = std::make_unique<GattApplication>(nullptr, "/com/example/guide", "com.example.Guide");
+        m_service = plim::Service::create(m_app.get(), "c0de0001-5f2a-4d6b-9a57-1f6d0a3b000a");
+    }
+    void cleanup()
+    {
+        m_app.reset();
+        m_ble.reset();
+    }
+
+    void aReadIsAnsweredLater()
+    {
+        plim::Characteristic* temperature = create(Access().read());
+        temperature->setReadHandler([](const plim::ReadRequest& request) {
+            QTimer::singleShot(200, qApp, [request] { request.accept("21.5"); });
+        });
+        add();
+        PlimBleTest::Phone phone;
+        QCOMPARE(phone.read(temperature->dbusPath()), QByteArray("21.5"));
+    }
+
+    void writtenValuesAreNotNotifiedUnlessAskedFor()
+    {
+        plim::Characteristic* setting = create(Access().read().write().notify());
+        setting->setWriteHandler([](const plim::WriteRequest& request) {
+            const bool forAll = request.value().startsWith("all");
+            request.accept(forAll ? plim::WriteRequest::Notify : plim::WriteRequest::DoNotNotify);
+        });
+        add();
+        PlimBleTest::Phone phone;
+        phone.subscribe(setting->dbusPath());
+        phone.write(setting->dbusPath(), "one");
+        phone.write(setting->dbusPath(), "all");
+        EVENTUALLY_COMPARE(phone.notifications(setting->dbusPath()), QList<QByteArray>{"all"});
+    }
+
+    void subscribersAreGreeted()
+    {
+        plim::Characteristic* news = create(Access().notify());
+        news->trackSubscribers();
+        QStringList greeted;
+        QObject::connect(news, &plim::Characteristic::subscribed, news, [&](const plim::Central& central) {
+            greeted << central.path(); // /org/bluez/hci0/dev_00_AA_01_01_00_02
+        });
+        add();
+        PlimBleTest::Phone phone;
+        phone.subscribe(news->dbusPath());
+        QCOMPARE(greeted, QStringList("/org/bluez/hci0/dev_00_AA_01_01_00_02"));
+        QCOMPARE(news->subscribers().size(), 1);
+    }
+
+    void reportsOfOneUuidAreToldApart()
+    {
+        auto* keys = plim::Characteristic::create(m_service, report, Access().read().notify(), "keys");
+        auto* leds = plim::Characteristic::create(m_service, report, Access().read().write(), "leds");
+        keys->setValue("k");
+        leds->setValue("l");
+        add();
+        PlimBleTest::Phone phone;
+        QCOMPARE(phone.read(keys->dbusPath()), QByteArray("k"));
+        QCOMPARE(phone.read(leds->dbusPath()), QByteArray("l"));
+    }
+
+    void problemsAreFoundBeforehand()
+    {
+        create(Access().write(Access::Encrypted).writeWithoutResponse())->setWriteHandler([](const auto&) {});
+        const BleFindings problems = plim::problems(*m_app);
+        QStringList texts;
+        for (const BleFinding& problem : problems) {
+            texts << problem.text();
+        }
+        QCOMPARE(texts.filter("acknowledges writes before the write handler decides").size(), 1);
+        QCOMPARE(texts.filter("takes a protected link").size(), 1);
+    }
+
+    void aTestHasPhonesOfItsOwn()
+    {
+        plim::Characteristic* secret = create(Access().read(Access::Encrypted));
+        secret->setValue("secret");
+        add();
+        const QString path = secret->dbusPath();
+        PlimBleTest::Phone phone;
+        phone.read(path);
+        QCOMPARE(phone.error(), "0x0f Insufficient Encryption");
+        phone.protect("encrypted");
+        QCOMPARE(phone.read(path), QByteArray("secret"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestGuideRequests)
+#include "tst_guide_requests.moc"
