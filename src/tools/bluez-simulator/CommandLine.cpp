@@ -33,7 +33,8 @@ QString CommandLine::parse(const QStringList& arguments)
     const QCommandLineOption versionOption(
         QStringLiteral("bluez"),
         QStringLiteral(
-            "The BlueZ version whose rules for advertisements are applied: 5.66 or 5.82. Default: 5.82."),
+            "The BlueZ version whose rules for advertisements and errors are applied: 5.66 or 5.82. Default: "
+            "5.82."),
         QStringLiteral("version"), QStringLiteral("5.82"));
     const QCommandLineOption acceptOption(QStringLiteral("accept-everything"),
                                           QStringLiteral("Accept any advertisement."));
