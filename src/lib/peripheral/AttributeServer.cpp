@@ -33,6 +33,7 @@ struct Nested
  * @param path     a copy: its attribute may end
  */
 template <typename Request>
+// cppcheck-suppress passedByValue
 void callHandler(const std::function<void(Request)> handler, const Request& request, const QString path)
 {
     if (nesting >= maximumNesting) {
