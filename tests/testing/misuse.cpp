@@ -25,6 +25,14 @@ private slots:
         QVERIFY(ble.read("/nowhere").isEmpty());
     }
 
+    void readsWithAPhoneThatHasLeft()
+    {
+        PlimBleTest ble;
+        PlimBleTest::Phone phone;
+        phone.disconnect();
+        QVERIFY(phone.read("/nowhere").isEmpty());
+    }
+
     void givesWrongArguments() { PlimBleTest ble({"--bluez", "4.2"}); }
 
     void hasUsedTheBusBefore()

@@ -121,6 +121,11 @@ private slots:
 
     void anErrorFailsTheTest() { FAILS_WITH("readsWhatIsNotThere", "ReadLong: "); }
 
+    void anErrorThatIsNoneOfThePhonesFailsTheTest()
+    {
+        FAILS_WITH("readsWithAPhoneThatHasLeft", "Read: The phone 00:AA:01:01:00:02 is not connected");
+    }
+
     void aSimulatorThatDoesNotStartEndsTheProgram()
     {
         FAILS_WITH("givesWrongArguments", "--bluez accepts 5.66 and 5.82, not '4.2'");

@@ -239,7 +239,7 @@ void AttPhone::drop(const Registration& application)
 /** Answers the reply where the phone cannot ask for it: it has no link, or there is no such attribute. */
 Attribute AttPhone::find(const QString& path, const DelayedReplyPtr& reply) const
 {
-    const Attribute attribute = m_daemon->attribute(path, m_state.adapter);
+    Attribute attribute = m_daemon->attribute(path, m_state.adapter);
     if (!m_isConnected) {
         reply->fail(Names::error("NotConnected"),
                     QStringLiteral("The phone %1 is not connected").arg(m_state.address));

@@ -26,7 +26,7 @@ Refusal GattManager::judge(Registration& registration, const QDBusMessage& answe
         DBusValue::signature(objects) == QLatin1String("a{oa{sa{sv}}}")) {
         registration.objects = qdbus_cast<DBusManagedObjectList>(objects);
     }
-    const Refusal refusal = GattJudge(registration.objects).judge();
+    Refusal refusal = GattJudge(registration.objects).judge();
     if (refusal) {
         return refusal;
     }
