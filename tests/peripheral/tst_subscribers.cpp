@@ -28,6 +28,7 @@ private slots:
     void withoutTrackingNobodyIsNamed();
     void aConfirmationIsTold();
     void theEndOfALinkIsNoConfirmation();
+    void whatIsSentAfterTheEndOfALinkIsConfirmed();
     void othersPropertiesAreNoEndOfALink();
     void onlyIndicationsAreConfirmed();
     void slotsMayDeleteTheCharacteristic_data();
@@ -207,6 +208,18 @@ void tst_subscribers::theEndOfALinkIsNoConfirmation()
     QCOMPARE(confirmed.size(), 0);
     setConnected(phonePath, true);
     QTest::qWait(600); // what is not told is a matter of time
+    m_daemon->plainCall(m_path, "Confirm");
+    QCOMPARE(confirmed.size(), 1);
+}
+
+void tst_subscribers::whatIsSentAfterTheEndOfALinkIsConfirmed()
+{
+    QSignalSpy confirmed(m_characteristic, &plim::Characteristic::confirmed);
+    setConnected(phonePath, false);
+    m_daemon->plainCall(m_path, "Confirm");
+    QCOMPARE(confirmed.size(), 0);
+    subscribe(tabletPath);
+    m_characteristic->setValue("new");
     m_daemon->plainCall(m_path, "Confirm");
     QCOMPARE(confirmed.size(), 1);
 }

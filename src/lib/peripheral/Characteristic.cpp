@@ -51,6 +51,10 @@ plim::Characteristic::Characteristic(GattService* service, const QString& uuid, 
 {
     if (access.allowsIndications()) {
         watchDaemon();
+        // What BlueZ ends with a link was sent before. What is sent now is really confirmed, perhaps by a
+        // central that came in between.
+        plim::connect(this, &GattCharacteristic::PropertiesChanged, this,
+                      [this] { m_sinceDisconnection.invalidate(); });
     }
 }
 
