@@ -64,9 +64,10 @@ public:
     /**
      * Includes another service of the same application: a reference to it that phones find in this one.
      *
-     * BlueZ takes services in the order of their object paths, and the included one has to come first: where
-     * the UUIDs do not put it there, give both services path elements that do. problems() names those that
-     * are out of order.
+     * BlueZ takes services in the order of their object paths, and the included one has to come first.
+     * Otherwise BlueZ registers both services, but phones do not find the reference. Where the UUIDs do not
+     * put the included one first, give both services path elements that do. problems() names those that are
+     * out of order.
      *
      * Call it before the application is handed over; afterwards it makes the application register anew. A
      * service that is included already, or null, changes nothing; one that is deleted is included no longer.
