@@ -58,6 +58,15 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"set", &Interpreter::set},
     {"add", &Interpreter::add},
     {"log", &Interpreter::log},
+    {"plim-service", &Interpreter::plimService},
+    {"plim-characteristic", &Interpreter::plimCharacteristic},
+    {"plim-descriptor", &Interpreter::plimDescriptor},
+    {"reads", &Interpreter::reads},
+    {"writes", &Interpreter::writes},
+    {"track", &Interpreter::track},
+    {"subscribers", &Interpreter::subscribers},
+    {"handle", &Interpreter::handle},
+    {"include", &Interpreter::include},
     {"nothing", &Interpreter::nothing},
 };
 
@@ -102,11 +111,7 @@ void Interpreter::characteristic(const QStringList& words)
         find<GattService>(words.value(2))
             ->createCharacteristic(words.value(3), options<GattCharacteristic::Option>(words.value(4)),
                                    control);
-    m_objects[name] = object;
-    connect(object, &GattCharacteristic::valueChanged, this,
-            [=] { say("written " + name + ' ' + object->value().toHex()); });
-    connect(object, &GattCharacteristic::notifyStateChanged, this,
-            [=](bool notifying) { say("notifying " + name + (notifying ? " 1" : " 0")); });
+    keep(name, object);
 }
 
 void Interpreter::descriptor(const QStringList& words)
@@ -115,9 +120,23 @@ void Interpreter::descriptor(const QStringList& words)
     GattDescriptor* object =
         find<GattCharacteristic>(words.value(2))
             ->addDescriptor(words.value(3), options<GattDescriptor::Option>(words.value(4)));
-    m_objects[name] = object;
-    connect(object, &GattDescriptor::valueChanged, this,
-            [=] { say("written " + name + ' ' + object->value().toHex()); });
+    keep(name, object);
+}
+
+void Interpreter::keep(const QString& name, GattCharacteristic* characteristic)
+{
+    m_objects[name] = characteristic;
+    connect(characteristic, &GattCharacteristic::valueChanged, this,
+            [=] { say("written " + name + ' ' + characteristic->value().toHex()); });
+    connect(characteristic, &GattCharacteristic::notifyStateChanged, this,
+            [=](bool notifying) { say("notifying " + name + (notifying ? " 1" : " 0")); });
+}
+
+void Interpreter::keep(const QString& name, GattDescriptor* descriptor)
+{
+    m_objects[name] = descriptor;
+    connect(descriptor, &GattDescriptor::valueChanged, this,
+            [=] { say("written " + name + ' ' + descriptor->value().toHex()); });
 }
 
 void Interpreter::value(const QStringList& words)
@@ -242,14 +261,4 @@ void Interpreter::log(const QStringList& words)
 {
     log4cplus::Logger::getRoot().setLogLevel(
         log4cplus::getLogLevelManager().fromString(words.value(1).toStdString()));
-}
-
-template <typename Object>
-Object* Interpreter::find(const QString& name) const
-{
-    auto* object = qobject_cast<Object*>(m_objects.value(name));
-    if (!object) {
-        throw "the name " + name;
-    }
-    return object;
 }

@@ -8,6 +8,8 @@
 #include <QPointer>
 #include <QStringList>
 
+#include <functional>
+
 /**
  * Builds and changes a peripheral as it is told on standard input, one command a line, each answered with
  * "done" or "wrong REASON" on standard output. In between it prints what happens to the peripheral:
@@ -15,6 +17,14 @@
  *     written NAME HEX      a peer wrote; HEX is the whole value then
  *     asked NAME            a read callback was called
  *     notifying NAME 0|1    a peer subscribed or unsubscribed
+ *
+ * and of what the commands in PeripheralCommands.cpp made:
+ *
+ *     request NAME read|write CENTRAL OFFSET [HEX]    a handler was called
+ *     answered NAME                                   it answers later than at once
+ *     subscribed NAME CENTRAL, unsubscribed NAME CENTRAL
+ *     confirmed NAME                                  a central confirmed an indication
+ *     handle NAME NUMBER                              the daemon chose a service's handle
  */
 class Interpreter : public QObject
 {
@@ -64,11 +74,44 @@ private:
     void add(const QStringList& words);
     // log LEVEL
     void log(const QStringList& words);
+
+    // plim-service NAME UUID primary|secondary [PATHELEMENT]
+    void plimService(const QStringList& words);
+    // plim-characteristic NAME SERVICE UUID ACCESS,ACCESS... [PATHELEMENT]
+    //     ACCESS is read, write, write-without-response, notify or indicate; all but write-without-response
+    //     may end in :encrypted, :authenticated or :secure
+    void plimCharacteristic(const QStringList& words);
+    // plim-descriptor NAME CHARACTERISTIC UUID ACCESS,ACCESS...
+    void plimDescriptor(const QStringList& words);
+    // reads NAME accept HEX|reject CODE|keep - [MILLISECONDS]: a read handler; "keep" never answers
+    void reads(const QStringList& words);
+    // writes NAME accept|notify|reject CODE|keep - [MILLISECONDS]: a write handler
+    void writes(const QStringList& words);
+    // track CHARACTERISTIC: trackSubscribers
+    void track(const QStringList& words);
+    // subscribers CHARACTERISTIC: prints "subscribers NAME CENTRAL CENTRAL..."
+    void subscribers(const QStringList& words);
+    // handle SERVICE NUMBER
+    void handle(const QStringList& words);
+    // include SERVICE INCLUDED
+    void include(const QStringList& words);
+
     // nothing: only the answer, which says that everything printed before has been printed
     void nothing(const QStringList&) {}
 
     template <typename Object>
-    Object* find(const QString& name) const;
+    Object* find(const QString& name) const
+    {
+        auto* object = qobject_cast<Object*>(m_objects.value(name));
+        if (!object) {
+            throw "the name " + name;
+        }
+        return object;
+    }
+    void keep(const QString& name, GattCharacteristic* characteristic);
+    void keep(const QString& name, GattDescriptor* descriptor);
+    template <typename Request>
+    std::function<void(Request)> handler(const QStringList& words);
     void countOnce(const QString& name, quint32 number, quint32 last, int interval);
 
     GattApplication* m_application = nullptr;

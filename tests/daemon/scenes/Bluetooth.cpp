@@ -9,6 +9,7 @@
 #include <QDBusObjectPath>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 
 namespace {
 
@@ -21,6 +22,11 @@ const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
 bool powered(const QString& adapter)
 {
     return Remote::properties(adapter, Remote::adapterInterface).value("Powered").toBool();
+}
+
+QString addressOf(const QString& adapter)
+{
+    return Remote::properties(adapter, Remote::adapterInterface).value("Address").toString();
 }
 
 void configureDaemon(const QByteArray& configuration)
@@ -46,7 +52,7 @@ bool Bluetooth::usesMachine()
     return onMachine;
 }
 
-Bluetooth::Bluetooth(Nothing)
+Bluetooth::Bluetooth(Nothing, Controllers controllers) : m_kind(controllers)
 {
     Expect::setSpoilt([this] {
         noteEmulatorDeath();
@@ -55,7 +61,8 @@ Bluetooth::Bluetooth(Nothing)
 }
 
 // By way of the other constructor, so that the destructor is run even if this one ends with an exception.
-Bluetooth::Bluetooth(const QByteArray& configuration) : Bluetooth(Nothing())
+Bluetooth::Bluetooth(const QByteArray& configuration, Controllers controllers)
+    : Bluetooth(Nothing(), controllers)
 {
     if (!onMachine) {
         startAll(configuration);
@@ -148,7 +155,8 @@ void Bluetooth::awaitAdapters()
 
 bool Bluetooth::adaptersPowered() const
 {
-    return powered(device()) && powered(phone());
+    return powered(device()) && powered(phone()) &&
+           (m_kind == DualMode || onMachine || powered(secondPhone()));
 }
 
 void Bluetooth::unplug()
@@ -165,7 +173,8 @@ void Bluetooth::plugIn()
     // What a scan finds follows the answer to "scan" so closely that with several processors the kernel,
     // still busy with the answer, drops it, and btvirt reports each advertiser only once. So the machine has
     // one processor, on which the kernel's own workers go first.
-    m_controllers = std::make_unique<Child>("btvirt", "btvirt", QStringList{"-l2"});
+    m_controllers = std::make_unique<Child>(
+        "btvirt", "btvirt", m_kind == LowEnergy ? QStringList{"-L", "-l3"} : QStringList{"-l2"});
 }
 
 QString Bluetooth::device() const
@@ -178,17 +187,54 @@ QString Bluetooth::phone() const
     return "/org/bluez/" + phoneName;
 }
 
+QString Bluetooth::secondPhone() const
+{
+    if (onMachine) {
+        throw Expect::Unsupported{"the machine has one controller for phones"};
+    }
+    return "/org/bluez/hci2";
+}
+
 QString Bluetooth::deviceAddress() const
 {
-    return Remote::properties(device(), Remote::adapterInterface).value("Address").toString();
+    return addressOf(device());
 }
 
 QString Bluetooth::phoneAddress() const
 {
-    return Remote::properties(phone(), Remote::adapterInterface).value("Address").toString();
+    return addressOf(phone());
+}
+
+QString Bluetooth::secondPhoneAddress() const
+{
+    return addressOf(secondPhone());
 }
 
 QString Bluetooth::monitored() const
 {
     return m_monitor->text();
+}
+
+QString Bluetooth::traffic() const
+{
+    if (!m_traffic) {
+        throw Expect::Unsupported{"the machine's bus is not watched"};
+    }
+    return m_traffic->text();
+}
+
+QStringList Bluetooth::monitoredErrors() const
+{
+    const QRegularExpression error("> ACL Data RX:[^\n]*\\[" + phoneName +
+                                   "\\][^\n]*\n +ATT: Error Response[^\n]*\n[^\n]*\n"
+                                   " +Handle: (0x[0-9a-f]{4})[^\n]*\n +Error: [^\n]*\\((0x[0-9a-f]{2})\\)");
+    QStringList errors;
+    auto match = error.globalMatch(monitored());
+    while (match.hasNext()) {
+        const QRegularExpressionMatch found = match.next();
+        if (found.captured(2) != "0x0a") { // Attribute Not Found
+            errors << found.captured(1) + ' ' + found.captured(2);
+        }
+    }
+    return errors;
 }

@@ -17,6 +17,15 @@
 class Bluetooth
 {
 public:
+    /** What the virtual controllers can do. */
+    enum Controllers
+    {
+        DualMode,
+        /** Three that cannot do classic Bluetooth. After pairing over one that can, the daemon tries classic
+         * Bluetooth too, which ends in a fault of the kernel's. */
+        LowEnergy
+    };
+
     /** Uses the machine's own controllers, given by name ("hci0"). */
     static void useMachine(const QString& device, const QString& phone);
     static bool usesMachine();
@@ -25,7 +34,7 @@ public:
      * Starts everything afresh, and waits until both adapters are powered.
      * @param configuration  what the daemon's main.conf is to say, nothing for its defaults
      */
-    explicit Bluetooth(const QByteArray& configuration = {});
+    explicit Bluetooth(const QByteArray& configuration = {}, Controllers controllers = DualMode);
     ~Bluetooth();
     Q_DISABLE_COPY(Bluetooth)
 
@@ -47,20 +56,29 @@ public:
     /** The adapter of the device under test, and the phone's. */
     QString device() const;
     QString phone() const;
+    /** The adapter of another phone, where the controllers are LowEnergy. */
+    QString secondPhone() const;
     QString deviceAddress() const;
     QString phoneAddress() const;
+    QString secondPhoneAddress() const;
 
     /** What the controllers and the kernel have said to each other, as btmon tells it. */
     QString monitored() const;
+    /** What has gone over the bus, as dbus-monitor tells it. */
+    QString traffic() const;
+    /** The ATT errors that the phone's controller received, as btmon tells it, without those that end a
+     * search for attributes: "0x0021 0x0e" for handle and error. */
+    QStringList monitoredErrors() const;
 
 private:
     struct Nothing
     {
     };
-    explicit Bluetooth(Nothing);
+    Bluetooth(Nothing, Controllers controllers);
     void noteEmulatorDeath();
     void startAll(const QByteArray& configuration);
 
+    const Controllers m_kind;
     std::unique_ptr<Child> m_bus;
     std::unique_ptr<Child> m_traffic;
     std::unique_ptr<Child> m_monitor;

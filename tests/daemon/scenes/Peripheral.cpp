@@ -62,6 +62,17 @@ QString Peripheral::answer(const QString& step, int number) const
     return answers.at(number - 1);
 }
 
+QStringList Peripheral::told(const QString& what) const
+{
+    QStringList rests;
+    for (const QString& line : m_lines) {
+        if (line == what || line.startsWith(what + ' ')) {
+            rests << line.mid(what.size() + 1);
+        }
+    }
+    return rests;
+}
+
 int Peripheral::succeeded(const QString& step) const
 {
     return count("D-Bus call success: " + step + '\n');
@@ -81,6 +92,7 @@ void Peripheral::awaitRegistration(const QStringList& steps, int times)
 
 void Peripheral::onLine(const QString& line)
 {
+    m_lines << line;
     const QStringList words = line.split(' ');
     const QString name = words.value(1);
     if (words.first() == "done") {

@@ -23,6 +23,10 @@ public:
     int asked(const QString& name) const { return m_asked.value(name); }
     /** What notifyStateChanged said, in order. */
     QStringList notifying(const QString& name) const { return m_notifying.value(name); }
+    /** What it printed that begins with this word and name, in order and without them. */
+    QStringList told(const QString& what) const;
+    /** Everything that it printed, in order. */
+    QStringList lines() const { return m_lines; }
     /** The tree by the library's own account, in Phone::tree()'s words; look() was called before. */
     QStringList tree() const { return m_tree; }
     /** The object paths by UUID. */
@@ -53,6 +57,7 @@ private:
     QMap<QString, QList<QByteArray>> m_written;
     QMap<QString, int> m_asked;
     QMap<QString, QStringList> m_notifying;
+    QStringList m_lines;
     QStringList m_tree;
     QMap<QString, QString> m_paths;
     QStringList m_problems;

@@ -142,19 +142,25 @@ QStringList Phone::tree() const
     return lines;
 }
 
-QString Phone::find(const QString& uuid) const
+QMap<QString, QString> Phone::paths() const
 {
+    QMap<QString, QString> paths;
     const DBusManagedObjectList objects = Remote::objects();
     for (auto object = objects.cbegin(); object != objects.cend(); ++object) {
-        if (object.key().path().startsWith(devicePath() + '/')) {
-            for (const QVariantMap& properties : *object) {
-                if (properties.value("UUID") == uuid) {
-                    return object.key().path();
-                }
+        const QString path = object.key().path();
+        for (const QVariantMap& properties : *object) {
+            const QString uuid = properties.value("UUID").toString();
+            if (path.startsWith(devicePath() + '/') && !paths.contains(uuid)) {
+                paths[uuid] = path;
             }
         }
     }
-    return {};
+    return paths;
+}
+
+QString Phone::find(const QString& uuid) const
+{
+    return paths().value(uuid);
 }
 
 QString Phone::pathOf(const QString& uuid) const
@@ -175,6 +181,20 @@ QByteArray Phone::read(const QString& uuid, const QVariantMap& options)
 {
     const QString path = pathOf(uuid);
     return Remote::call(path, interfaceOf(path), "ReadValue", {options}).arguments().value(0).toByteArray();
+}
+
+QList<QDBusPendingCall> Phone::beginReads(const QStringList& uuids)
+{
+    const QMap<QString, QString> known = paths();
+    QList<QDBusPendingCall> calls;
+    for (const QString& uuid : uuids) {
+        const QString path = known.value(uuid);
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(DBusBluezServiceName(), path, interfaceOf(path), "ReadValue");
+        call << QVariantMap();
+        calls << QDBusConnection::systemBus().asyncCall(call, 60000);
+    }
+    return calls;
 }
 
 void Phone::write(const QString& uuid, const QByteArray& value, const QVariantMap& options)

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QList>
 #include <QMap>
 #include <QObject>
@@ -50,6 +51,8 @@ public:
 
     /** A read as the daemon does it: long values in several steps. */
     QByteArray read(const QString& uuid, const QVariantMap& options = {});
+    /** Begins a read of each and returns at once. */
+    QList<QDBusPendingCall> beginReads(const QStringList& uuids);
     void write(const QString& uuid, const QByteArray& value, const QVariantMap& options = {});
     /** The error with which a write ends, empty for none. */
     QString tryWrite(const QString& uuid, const QByteArray& value);
@@ -71,6 +74,7 @@ private slots:
 private:
     QString devicePath() const;
     QString interfaceOf(const QString& path) const;
+    QMap<QString, QString> paths() const;
     QString pathOf(const QString& uuid) const;
     static QString describe(const DBusManagedObjectList& objects, const DBusInterfaceList& object);
 

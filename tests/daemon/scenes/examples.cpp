@@ -1,8 +1,12 @@
-// The example that products begin with.
+// The examples that products begin with.
 
+#include "Agent.h"
+#include "AttClient.h"
 #include "Bluetooth.h"
 #include "Expect.h"
 #include "Phone.h"
+#include "ProductStage.h"
+#include "Remote.h"
 #include "scenes.h"
 
 #include <QCoreApplication>
@@ -13,6 +17,8 @@ const QString manufacturerName = QStringLiteral("00002a29-0000-1000-8000-00805f9
 const QString batteryLevel = QStringLiteral("00002a19-0000-1000-8000-00805f9b34fb");
 const QString thermostat = QStringLiteral("c0de0001-5f2a-4d6b-9a57-1f6d0a3b0005");
 const QString target = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0005");
+const QString lockCode = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0009");
+const QString lockState = QStringLiteral("c0de0003-5f2a-4d6b-9a57-1f6d0a3b0009");
 
 } // namespace
 
@@ -45,4 +51,51 @@ void Scenes::device()
     phone.meet();
     Expect::equal(phone.read(target), QByteArray(1, 25), "it is back after the daemon's restart");
     Expect::that(!example.wrote("ERROR"), "the log has no error", example.text());
+}
+
+void Scenes::lock()
+{
+    Bluetooth bluetooth(QByteArray(), Bluetooth::LowEnergy);
+    const QString phonePath = devicePath(bluetooth.device(), bluetooth.phoneAddress());
+    const Child example("example", "stdbuf",
+                        {"-oL", QCoreApplication::applicationDirPath() + "/example-09-lock"});
+    const Agent agent("NoInputNoOutput");
+    AttClient phone(bluetooth.phoneAddress(), bluetooth.deviceAddress());
+    phone.connectDevice();
+    const quint16 code = phone.handle(lockCode);
+    const quint16 state = phone.handle(lockState);
+    const auto states = [&] {
+        QStringList values;
+        for (const AttClient::Notification& indication : phone.notifications()) {
+            values << QString::fromLatin1(indication.value);
+        }
+        return values;
+    };
+
+    Expect::equal(phone.read(state).value, QByteArray("locked"), "the phone reads that it is locked");
+    Expect::equal(phone.subscribe(state, 2).error, 0, "it subscribes to the state");
+    Expect::equal(phone.write(code, "2580").error, 0x0f, "not paired it gets 0x0f for the right code");
+    phone.protect(AttClient::Encrypted);
+    Expect::require(
+        [&] { return Remote::properties(phonePath, Remote::deviceInterface).value("Paired").toBool(); },
+        "the pairing");
+    Expect::equal(phone.write(code, "1234").error, 0x80, "paired it gets 0x80 for a wrong code");
+    Expect::eventually([&] { return example.wrote("wrong code from " + phonePath); },
+                       "the example says who wrote it");
+    Expect::equal(phone.read(state).value, QByteArray("locked"), "it stays locked");
+    Expect::equal(phone.write(code, "2580").error, 0, "the right code is taken");
+    Expect::eventually([&] { return states() == QStringList{"open"}; }, "an indication says that it is open",
+                       [&] { return states().join(','); });
+    Expect::eventually([&] { return example.wrote("a phone knows the state"); },
+                       "the example hears that the phone knows");
+    Expect::eventually(
+        [&] {
+            return states() == QStringList{"open", "locked"};
+        },
+        "5 s later it is locked again");
+    for (int failure = 0; failure < 3; ++failure) {
+        Expect::equal(phone.write(code, "1234").error, 0x80, "a wrong code");
+    }
+    Expect::equal(phone.write(code, "2580").error, 0x08, "after three of them the right one gets 0x08");
+    Expect::that(!example.wrote("ERROR"), "no error is logged", example.text());
 }

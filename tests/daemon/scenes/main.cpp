@@ -45,6 +45,13 @@ const Scene scenes[] = {
     {"same", Scenes::same, true, "what the stand-in daemon is checked for too: options, notifications"},
     {"preflight", Scenes::preflight, true,
      "problems that the library finds beforehand, and what the daemon does; the stand-in, too"},
+    {"access", Scenes::access, true, "protected attributes: refused before pairing, allowed after it"},
+    {"errors", Scenes::errors, true, "every error of a request, as the phone gets it"},
+    {"requests", Scenes::requests, true, "requests answered late and never, refused writes, silent writes"},
+    {"pending", Scenes::pending, true, "50 reads at once, each answered after a while"},
+    {"subscribers", Scenes::subscribers, true, "indications, subscribers, two centrals one after the other"},
+    {"handles", Scenes::handles, true, "equal UUIDs, handles that stay, included services"},
+    {"lock", Scenes::lock, true, "example 09, a lock, as a phone pairs with it and opens it"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
 };
 
@@ -113,7 +120,7 @@ int main(int argc, char** argv)
     }
     for (const Scene& scene : scenes) {
         if (parser.isSet("list")) {
-            std::printf("%-10s %s\n", scene.name, scene.shows);
+            std::printf("%-11s %s\n", scene.name, scene.shows);
         } else if (parser.isSet("names") && scene.byDefault) {
             std::printf("%s\n", scene.name);
         } else if (parser.value("scene") == scene.name) {

@@ -29,6 +29,13 @@ void device();
 void doctor();
 void same();
 void preflight();
+void access();
+void errors();
+void requests();
+void pending();
+void subscribers();
+void handles();
+void lock();
 void demo();
 
 } // namespace Scenes
