@@ -31,8 +31,9 @@ class TreeProblems;
  * indications, requests that know who asks and may be refused, and who has subscribed.
  *
  * Without handlers it answers as the base class does, except that what its access does not allow is refused
- * with the error NotPermitted: BlueZ itself lets such reads and writes through. The program's own calls of
- * the slots, which come from no bus, do what they do in the base class.
+ * with the error NotPermitted: where only notifications or indications are allowed, BlueZ itself lets reads
+ * and writes through. The program's own calls of the slots, which come from no bus, do what they do in the
+ * base class.
  *
  * Made by create() and owned by its service. Lives on the thread of the application, like all of the tree.
  */
