@@ -6,6 +6,17 @@
 
 #include <sstream>
 
+namespace plim {
+
+/** The logger "Ble", to which all of the library writes. */
+inline const log4cplus::Logger& bleLogger()
+{
+    static const log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
+    return logger;
+}
+
+} // namespace plim
+
 /**
  * Writes one log line if the level is enabled; nothing of the text is evaluated otherwise.
  * Every statement has a stream of its own: log4cplus's macros share one per thread, which an argument that

@@ -1,5 +1,7 @@
 #include "BleManager.h"
 
+#include "BleManagerInternals.h"
+#include "BluezInterfaces.h"
 #include "DBusBluez.h"
 #include "DBusHelper.h"
 #include "GapAdvertisement.h"
@@ -8,15 +10,11 @@
 #include "OrgBluezGattManager1Interface.h"
 #include "OrgBluezLEAdvertisingManager1Interface.h"
 #include "OrgFreedesktopDBusObjectManagerInterface.h"
-#include "OwnConnections.h"
-#include "Registrations.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
-#include <QDBusError>
-#include <QDBusPendingCall>
+#include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QThread>
 
 #include <algorithm>
 
@@ -24,45 +22,30 @@
 Q_DECLARE_METATYPE(const GattApplication*)
 Q_DECLARE_METATYPE(const GapAdvertisement*)
 
+using Step = RegistrationTracker::Step;
+
 namespace {
 
 log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 
-const char gattManagerName[] = "org.bluez.GattManager1";
-const char advManagerName[] = "org.bluez.LEAdvertisingManager1";
+/** Whether the pointer is null, which is logged with this text. */
+bool isNull(const QObject* object, const char* text, const char* signature)
+{
+    if (!object) {
+        PLIM_LOG(logger, ERROR, signature, text);
+    }
+    return !object;
+}
+
+/** Removes the deleted object. Only its QObject part is left: compare addresses, never dereference. */
+template <typename Object>
+void removeDeleted(QList<const Object*>& held, const QObject* deleted)
+{
+    const auto isDeleted = [deleted](const QObject* object) { return object == deleted; };
+    held.erase(std::remove_if(held.begin(), held.end(), isDeleted), held.end());
+}
 
 } // namespace
-
-struct BleManager::Step
-{
-    const char* tag;
-    const char* method;
-    BleRegistrationState::Phase until; ///< how the object stands until the answer
-};
-
-template <>
-const BleManager::Kind<GattApplication> BleManager::kind<GattApplication> = {
-    "application",
-    "const GattApplication*",
-    &BleManager::m_applications,
-    &GattApplication::applicationChanged,
-    &BleManager::on_applicationChanged,
-    &BleManager::on_applicationDeleted,
-    &BleManager::registerApp,
-    &BleManager::unregisterApp,
-};
-
-template <>
-const BleManager::Kind<GapAdvertisement> BleManager::kind<GapAdvertisement> = {
-    "advertisement",
-    "const GapAdvertisement*",
-    &BleManager::m_advertisements,
-    &GapAdvertisement::dataChanged,
-    &BleManager::on_advertisementChanged,
-    &BleManager::on_advertisementDeleted,
-    &BleManager::registerAdv,
-    &BleManager::unregisterAdv,
-};
 
 BleManager* BleManager::instance()
 {
@@ -70,44 +53,54 @@ BleManager* BleManager::instance()
     return manager;
 }
 
-BleManager::BleManager(QObject* parent) : QObject(parent), m_registrations(new Registrations)
+BleManager::BleManager(QObject* parent) : QObject(parent), m_internals(new Internals(this))
 {
     registerDBusTypes();
     m_objectManager = new OrgFreedesktopDBusObjectManagerInterface(
         DBusBluezServiceName(), DBusBluezObjectManagerPath(), QDBusConnection::systemBus(), this);
     // Subscribe before asking, or a manager that appears in between is lost.
-    OwnConnections::add(m_connections,
-                        plim::connect(m_objectManager,
-                                      &OrgFreedesktopDBusObjectManagerInterface::InterfacesAdded, this,
-                                      &BleManager::on_interfacesAdded));
-    OwnConnections::add(m_connections,
-                        plim::connect(m_objectManager,
-                                      &OrgFreedesktopDBusObjectManagerInterface::InterfacesRemoved, this,
-                                      &BleManager::on_interfacesRemoved));
+    m_internals->connections.add(plim::connect(m_objectManager,
+                                               &OrgFreedesktopDBusObjectManagerInterface::InterfacesAdded,
+                                               this, &BleManager::on_interfacesAdded));
+    m_internals->connections.add(plim::connect(m_objectManager,
+                                               &OrgFreedesktopDBusObjectManagerInterface::InterfacesRemoved,
+                                               this, &BleManager::on_interfacesRemoved));
+    findManagers();
+}
+
+BleManager::~BleManager() = default;
+
+/** Asks BlueZ for its objects, and waits for the answer. */
+void BleManager::findManagers()
+{
     QDBusPendingReply<DBusManagedObjectList> reply = m_objectManager->GetManagedObjects();
     reply.waitForFinished();
     if (!reply.isValid()) {
         return;
     }
     const DBusManagedObjectList objects = reply.value();
-    m_gattManager = managerAt<OrgBluezGattManager1Interface>(
-        DBusHelper::findFirstObjectPath(objects, QLatin1String(gattManagerName)));
-    m_advManager = managerAt<OrgBluezLEAdvertisingManager1Interface>(
-        DBusHelper::findFirstObjectPath(objects, QLatin1String(advManagerName)));
+    const QString gattPath = DBusHelper::findFirstObjectPath(objects, BluezInterfaces::GattManager);
+    if (!gattPath.isEmpty()) {
+        setGattManager(gattPath);
+    }
+    const QString advPath = DBusHelper::findFirstObjectPath(objects, BluezInterfaces::AdvertisingManager);
+    if (!advPath.isEmpty()) {
+        setAdvManager(advPath);
+    }
 }
 
-BleManager::~BleManager() = default;
-
-/** A proxy for BlueZ's manager at the path, or null where there is no path. */
-template <typename Manager>
-QSharedPointer<Manager> BleManager::managerAt(const QString& path)
+void BleManager::setGattManager(const QString& path)
 {
-    if (path.isEmpty()) {
-        return {};
-    }
-    m_registrations->managerAppeared(Manager::staticInterfaceName(), path);
-    return QSharedPointer<Manager>(
-        new Manager(DBusBluezServiceName(), path, QDBusConnection::systemBus(), this));
+    m_internals->tracker.managerAppeared(BluezInterfaces::GattManager, path);
+    m_gattManager.reset(
+        new OrgBluezGattManager1Interface(DBusBluezServiceName(), path, QDBusConnection::systemBus(), this));
+}
+
+void BleManager::setAdvManager(const QString& path)
+{
+    m_internals->tracker.managerAppeared(BluezInterfaces::AdvertisingManager, path);
+    m_advManager.reset(new OrgBluezLEAdvertisingManager1Interface(DBusBluezServiceName(), path,
+                                                                  QDBusConnection::systemBus(), this));
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): log lines name the slot with these parameters
@@ -115,18 +108,18 @@ void BleManager::on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList inte
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface added: " << path << ", interfaces: " << LogText::list(interfaces.keys()));
-    if (interfaces.contains(QLatin1String(gattManagerName))) {
+    if (interfaces.contains(BluezInterfaces::GattManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gatt Manager appears: " << path);
-        m_gattManager = managerAt<OrgBluezGattManager1Interface>(path.path());
+        setGattManager(path.path());
         const auto applications = m_applications;
         for (const GattApplication* app : applications) {
             registerApp(app);
         }
     }
-    if (interfaces.contains(QLatin1String(advManagerName))) {
+    if (interfaces.contains(BluezInterfaces::AdvertisingManager)) {
         // The spelling, and the missing separator, are what log readers know.
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Le Avertisement Manager appears" << path);
-        m_advManager = managerAt<OrgBluezLEAdvertisingManager1Interface>(path.path());
+        setAdvManager(path.path());
         const auto advertisements = m_advertisements;
         for (const GapAdvertisement* adv : advertisements) {
             registerAdv(adv);
@@ -140,239 +133,206 @@ void BleManager::on_interfacesRemoved(QDBusObjectPath path, QStringList interfac
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface removed: " << path << ", interfaces: " << LogText::list(interfaces));
     // Whatever object lost the interface: the path is deliberately not compared with the manager's.
-    if (interfaces.contains(QLatin1String(gattManagerName))) {
+    if (interfaces.contains(BluezInterfaces::GattManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gatt Manager was removed");
         m_gattManager.reset();
-        m_registrations->managerGone(gattManagerName);
+        m_internals->tracker.managerGone(BluezInterfaces::GattManager);
     }
-    if (interfaces.contains(QLatin1String(advManagerName))) {
+    if (interfaces.contains(BluezInterfaces::AdvertisingManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Le Avertisement Manager was removed");
         m_advManager.reset();
-        m_registrations->managerGone(advManagerName);
+        m_internals->tracker.managerGone(BluezInterfaces::AdvertisingManager);
     }
 }
 
 void BleManager::add(const GattApplication* app)
 {
-    hold(app, Q_FUNC_INFO);
+    if (isNull(app, "Cannot add a null application", Q_FUNC_INFO)) {
+        return;
+    }
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, app->dbusPath());
+    if (m_applications.contains(app)) {
+        return;
+    }
+    m_internals->otherThreads.add(app);
+    PLIM_LOG(logger, INFO, Q_FUNC_INFO, "Add application: " << app->dbusPath());
+    m_applications.append(app);
+    m_internals->tracker.add(app);
+    m_internals->connections.add(
+        plim::connect(app, &GattApplication::applicationChanged, this, &BleManager::on_applicationChanged));
+    m_internals->connections.add(
+        plim::connect(app, &QObject::destroyed, this, &BleManager::on_applicationDeleted));
+    registerApp(app);
 }
 
 void BleManager::add(const GapAdvertisement* adv)
 {
-    hold(adv, Q_FUNC_INFO);
-}
-
-template <typename Object>
-void BleManager::hold(const Object* object, const char* signature)
-{
-    if (!object) {
-        PLIM_LOG(logger, ERROR, signature, "Cannot add a null " << kind<Object>.name);
+    if (isNull(adv, "Cannot add a null advertisement", Q_FUNC_INFO)) {
         return;
     }
-    PLIM_LOG_ENTER(logger, DEBUG, signature, object->dbusPath());
-    auto& held = this->*kind<Object>.held;
-    if (held.contains(object)) {
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, adv->dbusPath());
+    if (m_advertisements.contains(adv)) {
         return;
     }
-    if (object->thread() != thread()) {
-        qRegisterMetaType<const Object*>(kind<Object>.pointerName);
-        m_pathsElsewhere.insert(object, object->dbusPath());
-    }
-    PLIM_LOG(logger, INFO, signature, "Add " << kind<Object>.name << ": " << object->dbusPath());
-    held.append(object);
-    m_registrations->hold(object);
-    OwnConnections::add(m_connections,
-                        plim::connect(object, kind<Object>.changed, this, kind<Object>.on_changed));
-    OwnConnections::add(m_connections,
-                        plim::connect(object, &QObject::destroyed, this, kind<Object>.on_deleted));
-    (this->*kind<Object>.registerStep)(object);
+    m_internals->otherThreads.add(adv);
+    PLIM_LOG(logger, INFO, Q_FUNC_INFO, "Add advertisement: " << adv->dbusPath());
+    m_advertisements.append(adv);
+    m_internals->tracker.add(adv);
+    m_internals->connections.add(
+        plim::connect(adv, &GapAdvertisement::dataChanged, this, &BleManager::on_advertisementChanged));
+    m_internals->connections.add(
+        plim::connect(adv, &QObject::destroyed, this, &BleManager::on_advertisementDeleted));
+    registerAdv(adv);
 }
 
 void BleManager::remove(const GattApplication* app)
 {
-    release(app, Q_FUNC_INFO);
+    if (isNull(app, "Cannot remove a null application", Q_FUNC_INFO)) {
+        return;
+    }
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, app->dbusPath());
+    if (!m_applications.contains(app)) {
+        return;
+    }
+    PLIM_LOG(logger, INFO, Q_FUNC_INFO, "Remove application: " << app->dbusPath());
+    m_applications.removeOne(app);
+    m_internals->tracker.remove(app);
+    plim::disconnect(app, &GattApplication::applicationChanged, this, &BleManager::on_applicationChanged);
+    plim::disconnect(app, &QObject::destroyed, this, &BleManager::on_applicationDeleted);
+    m_internals->otherThreads.removeLater(app);
+    unregisterApp(app);
 }
 
 void BleManager::remove(const GapAdvertisement* adv)
 {
-    release(adv, Q_FUNC_INFO);
-}
-
-template <typename Object>
-void BleManager::release(const Object* object, const char* signature)
-{
-    if (!object) {
-        PLIM_LOG(logger, ERROR, signature, "Cannot remove a null " << kind<Object>.name);
+    if (isNull(adv, "Cannot remove a null advertisement", Q_FUNC_INFO)) {
         return;
     }
-    PLIM_LOG_ENTER(logger, DEBUG, signature, object->dbusPath());
-    auto& held = this->*kind<Object>.held;
-    if (!held.contains(object)) {
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, adv->dbusPath());
+    if (!m_advertisements.contains(adv)) {
         return;
     }
-    PLIM_LOG(logger, INFO, signature, "Remove " << kind<Object>.name << ": " << object->dbusPath());
-    held.removeOne(object);
-    m_registrations->forget(object);
-    plim::disconnect(object, kind<Object>.changed, this, kind<Object>.on_changed);
-    plim::disconnect(object, &QObject::destroyed, this, kind<Object>.on_deleted);
-    if (m_pathsElsewhere.contains(object)) {
-        // Changes of it that are on their way arrive before this, when it may have ended.
-        QMetaObject::invokeMethod(
-            this,
-            [this, object] {
-                if (!(this->*kind<Object>.held).contains(object)) {
-                    m_pathsElsewhere.remove(object);
-                }
-            },
-            Qt::QueuedConnection);
-    }
-    (this->*kind<Object>.unregisterStep)(object);
+    PLIM_LOG(logger, INFO, Q_FUNC_INFO, "Remove advertisement: " << adv->dbusPath());
+    m_advertisements.removeOne(adv);
+    m_internals->tracker.remove(adv);
+    plim::disconnect(adv, &GapAdvertisement::dataChanged, this, &BleManager::on_advertisementChanged);
+    plim::disconnect(adv, &QObject::destroyed, this, &BleManager::on_advertisementDeleted);
+    m_internals->otherThreads.removeLater(adv);
+    unregisterAdv(adv);
 }
 
 void BleManager::setRegistrationObserver(const BleRegistrationObserver& observer)
 {
-    m_registrations->setObserver(observer);
+    m_internals->tracker.setObserver(observer);
 }
 
 BleRegistrationState BleManager::registrationState(const GattApplication* app) const
 {
-    return m_registrations->state(app);
+    return m_internals->tracker.state(app);
 }
 
 BleRegistrationState BleManager::registrationState(const GapAdvertisement* adv) const
 {
-    return m_registrations->state(adv);
+    return m_internals->tracker.state(adv);
 }
 
 void BleManager::registerApp(const GattApplication* app)
 {
-    send(
-        m_gattManager, app,
-        [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterApplication(path, {}); },
-        {"registerApp", "RegisterApplication", BleRegistrationState::Pending}, Q_FUNC_INFO);
+    if (isNull(app, "Cannot register or unregister a null application", Q_FUNC_INFO)) {
+        return;
+    }
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, m_internals->otherThreads.pathOf(app));
+    if (!m_gattManager) {
+        return;
+    }
+    const Step step("registerApp", "RegisterApplication", app, m_internals->otherThreads.pathOf(app),
+                    *m_gattManager, BleRegistrationState::Pending);
+    if (m_internals->canBeSent(step, Q_FUNC_INFO)) {
+        m_internals->watch(m_gattManager->RegisterApplication(QDBusObjectPath(step.objectPath), {}), step);
+    }
 }
 
 void BleManager::unregisterApp(const GattApplication* app)
 {
-    send(
-        m_gattManager, app,
-        [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterApplication(path); },
-        {"unregisterApp", "UnregisterApplication", BleRegistrationState::Dropped}, Q_FUNC_INFO);
+    if (isNull(app, "Cannot register or unregister a null application", Q_FUNC_INFO)) {
+        return;
+    }
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, m_internals->otherThreads.pathOf(app));
+    if (!m_gattManager) {
+        return;
+    }
+    const Step step("unregisterApp", "UnregisterApplication", app, m_internals->otherThreads.pathOf(app),
+                    *m_gattManager, BleRegistrationState::Dropped);
+    if (m_internals->canBeSent(step, Q_FUNC_INFO)) {
+        m_internals->watch(m_gattManager->UnregisterApplication(QDBusObjectPath(step.objectPath)), step);
+    }
 }
 
 void BleManager::registerAdv(const GapAdvertisement* adv)
 {
-    send(
-        m_advManager, adv,
-        [](auto& manager, const QDBusObjectPath& path) { return manager.RegisterAdvertisement(path, {}); },
-        {"registerAdv", "RegisterAdvertisement", BleRegistrationState::Pending}, Q_FUNC_INFO);
+    if (isNull(adv, "Cannot register or unregister a null advertisement", Q_FUNC_INFO)) {
+        return;
+    }
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, m_internals->otherThreads.pathOf(adv));
+    if (!m_advManager) {
+        return;
+    }
+    const Step step("registerAdv", "RegisterAdvertisement", adv, m_internals->otherThreads.pathOf(adv),
+                    *m_advManager, BleRegistrationState::Pending);
+    if (m_internals->canBeSent(step, Q_FUNC_INFO)) {
+        m_internals->watch(m_advManager->RegisterAdvertisement(QDBusObjectPath(step.objectPath), {}), step);
+    }
 }
 
 void BleManager::unregisterAdv(const GapAdvertisement* adv)
 {
-    send(
-        m_advManager, adv,
-        [](auto& manager, const QDBusObjectPath& path) { return manager.UnregisterAdvertisement(path); },
-        {"unregisterAdv", "UnregisterAdvertisement", BleRegistrationState::Dropped}, Q_FUNC_INFO);
-}
-
-/** The object's path; one of another thread may be gone already, of which this one has not heard yet. */
-template <typename Object>
-QString BleManager::pathOf(const Object* object) const
-{
-    const auto it = m_pathsElsewhere.constFind(object);
-    return it == m_pathsElsewhere.constEnd() ? object->dbusPath() : *it;
-}
-
-/** One of the four steps: an asynchronous call about the object, if the manager for it is present. */
-template <typename Manager, typename Object, typename Call>
-void BleManager::send(const QSharedPointer<Manager>& manager, const Object* object, Call call,
-                      const Step& step, const char* signature)
-{
-    if (!object) {
-        PLIM_LOG(logger, ERROR, signature, "Cannot register or unregister a null " << kind<Object>.name);
+    if (isNull(adv, "Cannot register or unregister a null advertisement", Q_FUNC_INFO)) {
         return;
     }
-    PLIM_LOG_ENTER(logger, DEBUG, signature, pathOf(object));
-    if (!manager) {
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, m_internals->otherThreads.pathOf(adv));
+    if (!m_advManager) {
         return;
     }
-    const Registrations::Step told{object,
-                                   step.until,
-                                   QLatin1String(step.method),
-                                   pathOf(object),
-                                   QLatin1String(Manager::staticInterfaceName()),
-                                   manager->path()};
-    const QDBusObjectPath path(told.objectPath);
-    if (path.path().isEmpty()) {
-        // libdbus aborts a process that tries to send this.
-        const QDBusError error(QDBusError::InvalidObjectPath,
-                               QLatin1String("Invalid object path: ") + told.objectPath);
-        PLIM_LOG(logger, ERROR, signature,
-                 "D-Bus call from '" << step.tag << "' failed: " << error.message());
-        m_registrations->notSent(told, error);
-        return;
+    const Step step("unregisterAdv", "UnregisterAdvertisement", adv, m_internals->otherThreads.pathOf(adv),
+                    *m_advManager, BleRegistrationState::Dropped);
+    if (m_internals->canBeSent(step, Q_FUNC_INFO)) {
+        m_internals->watch(m_advManager->UnregisterAdvertisement(QDBusObjectPath(step.objectPath)), step);
     }
-    m_registrations->sent(told, watch(call(*manager, path), step.tag));
-}
-
-QDBusPendingCallWatcher* BleManager::watch(const QDBusPendingCall& call, const char* step)
-{
-    auto* watcher = new QDBusPendingCallWatcher(call);
-    watcher->setProperty("function", QString::fromLatin1(step));
-    plim::connect(watcher, &QDBusPendingCallWatcher::finished, this, &BleManager::on_dbusWatcher_finished);
-    // Only a manager made without instance() can end before its calls do.
-    plim::connect(this, &QObject::destroyed, watcher, &QObject::deleteLater);
-    return watcher;
 }
 
 void BleManager::on_applicationChanged(const GattApplication* app)
 {
-    onChanged(app, Q_FUNC_INFO);
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, m_internals->otherThreads.pathOf(app));
+    if (m_internals->otherThreads.isRemoved(app)) {
+        return;
+    }
+    // Back to back: the bus keeps the order, so that BlueZ forgets the old state before it reads the new one.
+    unregisterApp(app);
+    registerApp(app);
 }
 
 void BleManager::on_advertisementChanged(const GapAdvertisement* adv)
 {
-    onChanged(adv, Q_FUNC_INFO);
-}
-
-/** Back to back: the one bus connection keeps the order, so BlueZ forgets the old state before it reads the
- * new. */
-template <typename Object>
-void BleManager::onChanged(const Object* object, const char* signature)
-{
-    PLIM_LOG_ENTER(logger, DEBUG, signature, pathOf(object));
-    if (m_pathsElsewhere.contains(object) && !(this->*kind<Object>.held).contains(object)) {
-        return; // removed while the change was on its way from its thread
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, m_internals->otherThreads.pathOf(adv));
+    if (m_internals->otherThreads.isRemoved(adv)) {
+        return;
     }
-    (this->*kind<Object>.unregisterStep)(object);
-    (this->*kind<Object>.registerStep)(object);
+    unregisterAdv(adv);
+    registerAdv(adv);
 }
 
 void BleManager::on_applicationDeleted(QObject* obj)
 {
-    onDeleted<GattApplication>(obj, Q_FUNC_INFO);
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
+    removeDeleted(m_applications, obj);
+    m_internals->forget(obj);
 }
 
 void BleManager::on_advertisementDeleted(QObject* obj)
 {
-    onDeleted<GapAdvertisement>(obj, Q_FUNC_INFO);
-}
-
-/** Only the QObject is left of the dying object: held pointers are compared upwards, and nothing is followed.
- */
-template <typename Object>
-void BleManager::onDeleted(const QObject* dying, const char* signature)
-{
-    PLIM_LOG_ENTER(logger, DEBUG, signature, "");
-    auto& held = this->*kind<Object>.held;
-    const auto isDying = [dying](const QObject* object) { return object == dying; };
-    const auto it = std::find_if(held.begin(), held.end(), isDying);
-    if (it != held.end()) {
-        held.erase(it);
-    }
-    m_pathsElsewhere.remove(dying);
-    m_registrations->forget(dying);
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
+    removeDeleted(m_advertisements, obj);
+    m_internals->forget(obj);
 }
 
 void BleManager::on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher)

@@ -5,7 +5,6 @@
 #include "PlimBleExport.h"
 
 #include <QDBusObjectPath>
-#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QSharedPointer>
@@ -19,10 +18,7 @@ class GattApplication;
 class OrgBluezGattManager1Interface;
 class OrgBluezLEAdvertisingManager1Interface;
 class OrgFreedesktopDBusObjectManagerInterface;
-class OwnConnections;
-class QDBusPendingCall;
 class QDBusPendingCallWatcher;
-class Registrations;
 
 /**
  * Hands GATT applications and advertisements to BlueZ, for as long as they are held: whenever BlueZ's manager
@@ -118,47 +114,16 @@ private slots:
     void on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher);
 
 private:
-    struct Step;
+    struct Internals;
 
-    /** Where applications and advertisements differ. */
-    template <typename Object>
-    struct Kind
-    {
-        const char* name;
-        const char* pointerName;
-        QList<const Object*> BleManager::*held;
-        void (Object::*changed)(const Object*);
-        void (BleManager::*on_changed)(const Object*);
-        void (BleManager::*on_deleted)(QObject*);
-        void (BleManager::*registerStep)(const Object*);
-        void (BleManager::*unregisterStep)(const Object*);
-    };
-    template <typename Object>
-    static const Kind<Object> kind;
-
-    template <typename Object>
-    void hold(const Object* object, const char* signature);
-    template <typename Object>
-    void release(const Object* object, const char* signature);
-    template <typename Object>
-    void onChanged(const Object* object, const char* signature);
-    template <typename Object>
-    void onDeleted(const QObject* dying, const char* signature);
-    template <typename Object>
-    QString pathOf(const Object* object) const;
-    template <typename Manager, typename Object, typename Call>
-    void send(const QSharedPointer<Manager>& manager, const Object* object, Call call, const Step& step,
-              const char* signature);
-    template <typename Manager>
-    QSharedPointer<Manager> managerAt(const QString& path);
-    QDBusPendingCallWatcher* watch(const QDBusPendingCall& call, const char* step);
+    void findManagers();
+    void setGattManager(const QString& path);
+    void setAdvManager(const QString& path);
 
     OrgFreedesktopDBusObjectManagerInterface* m_objectManager;
     QSharedPointer<OrgBluezGattManager1Interface> m_gattManager;
     QList<const GattApplication*> m_applications;
     QSharedPointer<OrgBluezLEAdvertisingManager1Interface> m_advManager;
     QList<const GapAdvertisement*> m_advertisements;
-    QHash<const QObject*, QString> m_pathsElsewhere; ///< of objects on other threads, gone ones too
-    std::unique_ptr<Registrations> m_registrations;
-    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
+    const std::unique_ptr<Internals> m_internals; ///< last, so that its connections end first
 };

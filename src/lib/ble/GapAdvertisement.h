@@ -193,7 +193,7 @@ private slots:
 
 private:
     friend class AdvertisementPreflight;
-    friend class Registrations;
+    friend class RegistrationTracker;
 
     /** What every setter does, whether or not the value differs. */
     template <typename Member, typename Value>

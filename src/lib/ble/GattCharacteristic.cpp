@@ -1,5 +1,6 @@
 #include "GattCharacteristic.h"
 
+#include "BluezInterfaces.h"
 #include "DBusDetail.h"
 #include "DBusHelper.h"
 #include "GattCharacteristic1Adaptor.h"
@@ -16,11 +17,6 @@
 namespace {
 
 log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
-QString interfaceName()
-{
-    return QStringLiteral("org.bluez.GattCharacteristic1");
-}
 
 } // namespace
 
@@ -141,7 +137,7 @@ bool GattCharacteristic::notifying() const
 void GattCharacteristic::notifyValueChanged()
 {
     if (m_notifying) {
-        emit PropertiesChanged(interfaceName(), {{QStringLiteral("Value"), m_value}}, {});
+        emit PropertiesChanged(BluezInterfaces::GattCharacteristic, {{QStringLiteral("Value"), m_value}}, {});
     }
 }
 
@@ -238,17 +234,19 @@ void GattCharacteristic::WriteValue(const QByteArray& value, const QVariantMap& 
 
 QDBusVariant GattCharacteristic::Get(const QString& interface, const QString& name)
 {
-    return QDBusVariant(interface == interfaceName() ? property(name.toUtf8().constData()) : QVariant());
+    return QDBusVariant(interface == BluezInterfaces::GattCharacteristic ? property(name.toUtf8().constData())
+                                                                         : QVariant());
 }
 
 QVariantMap GattCharacteristic::GetAll(const QString& interface)
 {
-    return interface == interfaceName() ? dbusInterfaceList().value(interface) : QVariantMap();
+    return interface == BluezInterfaces::GattCharacteristic ? dbusInterfaceList().value(interface)
+                                                            : QVariantMap();
 }
 
 void GattCharacteristic::Set(const QString& interface, const QString& name, const QDBusVariant& value)
 {
-    if (interface == interfaceName()) {
+    if (interface == BluezInterfaces::GattCharacteristic) {
         setProperty(name.toUtf8().constData(), value.variant());
     }
 }

@@ -13,8 +13,6 @@
 
 namespace {
 
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
 /** Read callbacks that may run inside each other, which those that run an event loop do. */
 constexpr int maximumNesting = 32;
 thread_local int nesting = 0;
@@ -81,7 +79,8 @@ bool GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& b
 {
     const qint64 kept = qBound<qint64>(0, offset, value.size());
     if (kept + bytes.size() > DBusDetail::maximumLength) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Value of " << uuid << " would become too long to be sent");
+        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO,
+                 "Value of " << uuid << " would become too long to be sent");
         return false;
     }
     value.truncate(toInt(offset));
@@ -93,7 +92,7 @@ QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,
                                const std::function<QByteArray()>& callback, const QString& uuid)
 {
     if (nesting >= maximumNesting) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO,
+        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO,
                  "Read callback of " << uuid << " not called: too many are running");
         return value;
     }
@@ -110,9 +109,10 @@ QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,
         }
         return fresh;
     } catch (const std::exception& error) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << ownUuid << " failed: " << error.what());
+        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO,
+                 "Read callback of " << ownUuid << " failed: " << error.what());
     } catch (...) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Read callback of " << ownUuid << " failed");
+        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO, "Read callback of " << ownUuid << " failed");
     }
     return alive ? value : old;
 }

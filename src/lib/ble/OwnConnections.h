@@ -28,16 +28,7 @@ public:
     OwnConnections& operator=(const OwnConnections&) = delete;
 
     /** Ends this connection, too, with the holder; one that failed or has ended already may be given. */
-    static void add(std::shared_ptr<OwnConnections>& own, const QMetaObject::Connection& connection)
-    {
-        if (!own) {
-            own = std::make_shared<OwnConnections>();
-        }
-        own->append(connection);
-    }
-
-private:
-    void append(const QMetaObject::Connection& connection)
+    void add(const QMetaObject::Connection& connection)
     {
         if (m_all.size() >= m_sizeToTidyAt) {
             const auto isOver = [](const QMetaObject::Connection& each) { return !each; };
@@ -47,6 +38,16 @@ private:
         m_all.append(connection);
     }
 
+    /** The same for a holder that makes this object with its first connection. */
+    static void add(std::shared_ptr<OwnConnections>& own, const QMetaObject::Connection& connection)
+    {
+        if (!own) {
+            own = std::make_shared<OwnConnections>();
+        }
+        own->add(connection);
+    }
+
+private:
     QVector<QMetaObject::Connection> m_all;
     int m_sizeToTidyAt = 8;
 };

@@ -8,8 +8,6 @@
 
 namespace {
 
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
 constexpr int maximumSize = 4096;
 constexpr int maximumNames = 64;
 
@@ -63,7 +61,7 @@ void PropertiesAdaptor::Set(const QString& interface, const QString& name, const
     const QByteArray utf8 = name.toUtf8();
     if (servesInterface(interface) && !isDeclared(parent(), utf8) &&
         !isAffordable(parent(), utf8, value.variant())) {
-        PLIM_LOG(logger, WARN, Q_FUNC_INFO,
+        PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
                  "Property " << name.left(100) << " of " << message.path()
                              << " not set: it would take too much memory");
         return;

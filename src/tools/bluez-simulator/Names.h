@@ -1,5 +1,7 @@
 #pragma once
 
+#include "BluezInterfaces.h"
+
 #include <QString>
 
 /** The names that a Bluetooth daemon and its clients use on the bus, and those of the control interface. */
@@ -8,16 +10,9 @@ namespace Names {
 inline const QString BluezService = QStringLiteral("org.bluez");
 inline const QString BluezPath = QStringLiteral("/org/bluez");
 
-inline const QString Adapter = QStringLiteral("org.bluez.Adapter1");
-inline const QString GattManager = QStringLiteral("org.bluez.GattManager1");
+using namespace BluezInterfaces;
 inline const QString Device = QStringLiteral("org.bluez.Device1");
-inline const QString AdvertisingManager = QStringLiteral("org.bluez.LEAdvertisingManager1");
-
 inline const QString GattProfile = QStringLiteral("org.bluez.GattProfile1");
-inline const QString GattService = QStringLiteral("org.bluez.GattService1");
-inline const QString GattCharacteristic = QStringLiteral("org.bluez.GattCharacteristic1");
-inline const QString GattDescriptor = QStringLiteral("org.bluez.GattDescriptor1");
-inline const QString Advertisement = QStringLiteral("org.bluez.LEAdvertisement1");
 
 inline const QString Introspectable = QStringLiteral("org.freedesktop.DBus.Introspectable");
 inline const QString Properties = QStringLiteral("org.freedesktop.DBus.Properties");

@@ -1,5 +1,6 @@
 #include "Adapters.h"
 
+#include "BluezInterfaces.h"
 #include "DBusHelper.h"
 #include "Daemon.h"
 #include "Report.h"
@@ -7,10 +8,6 @@
 #include <QDBusArgument>
 
 namespace {
-
-const QString adapterInterface = QStringLiteral("org.bluez.Adapter1");
-const QString gattInterface = QStringLiteral("org.bluez.GattManager1");
-const QString advertisingInterface = QStringLiteral("org.bluez.LEAdvertisingManager1");
 
 QString nameOf(const QString& path)
 {
@@ -50,7 +47,7 @@ bool examineAdapter(const QString& path, const QVariantMap& properties, Report& 
     } else {
         report.problem("adapter.off", which + " is switched off.",
                        QString("Switch it on: busctl set-property org.bluez %1 %2 Powered b true")
-                           .arg(path, adapterInterface),
+                           .arg(path, BluezInterfaces::Adapter),
                        values);
     }
     return false;
@@ -113,7 +110,7 @@ Adapters::Manager firstManager(const Daemon& daemon, const QString& interface, c
     Adapters::Manager manager;
     manager.path = DBusHelper::findFirstObjectPath(daemon.objects, interface);
     const DBusInterfaceList adapter = daemon.objects.value(QDBusObjectPath(manager.path));
-    manager.address = adapter.value(adapterInterface).value("Address").toString();
+    manager.address = adapter.value(BluezInterfaces::Adapter).value("Address").toString();
     manager.isUsable = usable.contains(manager.path);
     return manager;
 }
@@ -136,7 +133,7 @@ void examineManagers(const Daemon& daemon, const Adapters& adapters, Report& rep
                        "/etc/bluetooth/main.conf.");
     } else {
         const QVariantMap properties =
-            daemon.objects.value(QDBusObjectPath(advertising)).value(advertisingInterface);
+            daemon.objects.value(QDBusObjectPath(advertising)).value(BluezInterfaces::AdvertisingManager);
         examineInstances(advertising, properties, report);
         examineCapabilities(advertising, properties, report);
     }
@@ -149,9 +146,9 @@ Adapters Adapters::examine(const Daemon& daemon, Report& report)
     QStringList all;
     QStringList usable;
     for (auto object = daemon.objects.begin(); object != daemon.objects.end(); ++object) {
-        if (object->contains(adapterInterface)) {
+        if (object->contains(BluezInterfaces::Adapter)) {
             all += object.key().path();
-            if (examineAdapter(all.constLast(), object->value(adapterInterface), report)) {
+            if (examineAdapter(all.constLast(), object->value(BluezInterfaces::Adapter), report)) {
                 usable += all.constLast();
             }
         }
@@ -171,8 +168,8 @@ Adapters Adapters::examine(const Daemon& daemon, Report& report)
                 .arg(nameOf(all.constFirst())),
             "Disconnect the adapters that the program should not use.");
     }
-    Adapters adapters{firstManager(daemon, gattInterface, usable),
-                      firstManager(daemon, advertisingInterface, usable)};
+    Adapters adapters{firstManager(daemon, BluezInterfaces::GattManager, usable),
+                      firstManager(daemon, BluezInterfaces::AdvertisingManager, usable)};
     examineManagers(daemon, adapters, report);
     return adapters;
 }

@@ -1,6 +1,7 @@
 #include "Name.h"
 
 #include "Adapters.h"
+#include "BluezInterfaces.h"
 #include "Bus.h"
 #include "Daemon.h"
 #include "Report.h"
@@ -82,7 +83,7 @@ bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
     QDBusConnection connection = QDBusConnection::systemBus();
     connection.registerVirtualObject(probePath, &probe);
     const QDBusMessage answer =
-        bus.askBluez(adapters.gatt.path, "org.bluez.GattManager1", "RegisterApplication",
+        bus.askBluez(adapters.gatt.path, BluezInterfaces::GattManager, "RegisterApplication",
                      {QVariant::fromValue(QDBusObjectPath(probePath)), QVariantMap()});
     connection.unregisterObject(probePath);
     const QString program =

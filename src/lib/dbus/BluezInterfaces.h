@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+
+/** The D-Bus interfaces of BlueZ that our libraries and tools name. Internal: not installed. */
+namespace BluezInterfaces {
+
+// BlueZ serves these, at the path of an adapter.
+inline const QString Adapter = QStringLiteral("org.bluez.Adapter1");
+inline const QString GattManager = QStringLiteral("org.bluez.GattManager1");
+inline const QString AdvertisingManager = QStringLiteral("org.bluez.LEAdvertisingManager1");
+
+// A peripheral's program serves these.
+inline const QString GattService = QStringLiteral("org.bluez.GattService1");
+inline const QString GattCharacteristic = QStringLiteral("org.bluez.GattCharacteristic1");
+inline const QString GattDescriptor = QStringLiteral("org.bluez.GattDescriptor1");
+inline const QString Advertisement = QStringLiteral("org.bluez.LEAdvertisement1");
+
+} // namespace BluezInterfaces
