@@ -10,16 +10,38 @@
 # KIND      -a for an adaptor, -p for a proxy
 # INCLUDES  headers that the generated header includes, separated by commas
 
+# Another version of the tool may write other texts: a text that is to be replaced and is missing ends the build.
+
+# replace_required(VARIABLE TEXT REPLACEMENT)
+function(replace_required variable text replacement)
+    string(FIND "${${variable}}" "${text}" found)
+    if(found EQUAL -1)
+        message(FATAL_ERROR "${TOOL} made ${CLASS} without this text, which has to be replaced:\n${text}")
+    endif()
+    string(REPLACE "${text}" "${replacement}" result "${${variable}}")
+    set(${variable} "${result}" PARENT_SCOPE)
+endfunction()
+
+# replace_required_regex(VARIABLE EXPRESSION REPLACEMENT)
+function(replace_required_regex variable expression replacement)
+    if(NOT ${variable} MATCHES "${expression}")
+        message(FATAL_ERROR "${TOOL} made ${CLASS} without a text like this, which has to be replaced:\n${expression}")
+    endif()
+    string(REGEX REPLACE "${expression}" "${replacement}" result "${${variable}}")
+    set(${variable} "${result}" PARENT_SCOPE)
+endfunction()
+
 string(REPLACE "," ";" includes "${INCLUDES}")
 list(TRANSFORM includes PREPEND "-i;")
 execute_process(COMMAND ${TOOL} ${includes} -c ${CLASS} ${KIND} ${CLASS} ${XML} COMMAND_ERROR_IS_FATAL ANY)
 
 # Semicolons and brackets have a meaning in CMake lists; the files are treated as plain strings throughout.
 file(READ ${CLASS}.h header)
-string(REGEX REPLACE " \\* Command line was: [^\n]*\n" "" header "${header}")
-string(REPLACE "class ${CLASS}: public" "class ${EXPORT} ${CLASS}: public" header "${header}")
+replace_required_regex(header " \\* Command line was: [^\n]*\n" "")
+replace_required(header "class ${CLASS}: public" "class ${EXPORT} ${CLASS}: public")
 
 file(READ ${XML} xml)
+set(interface "${xml}")
 set(end "  </interface>\n")
 string(FIND "${xml}" "-->\n${end}" commentEnd REVERSE)
 if(KIND STREQUAL "-a" AND commentEnd GREATER -1)
@@ -30,19 +52,27 @@ if(KIND STREQUAL "-a" AND commentEnd GREATER -1)
     string(REPLACE "\"" "\\\"" comment "${comment}")
     string(REGEX REPLACE "([^\n]*)\n" "\"\\1\\\\n\"\n" comment "${comment}")
     set(generatedEnd "\"  </interface>\\n\"\n")
-    string(REPLACE "${generatedEnd}" "${comment}${generatedEnd}" header "${header}")
+    replace_required(header "${generatedEnd}" "${comment}${generatedEnd}")
 endif()
 file(WRITE ${CLASS}.h "${header}")
 
 if(KIND STREQUAL "-a")
     file(READ ${CLASS}.cpp source)
+    # Only methods with two results have this text.
     string(REGEX REPLACE "//return static_cast<YourObjectType \\*>\\(parent\\(\\)\\)->([A-Za-z]+)\\(options, mtu\\)."
         "QMetaObject::invokeMethod(parent(), \"\\1\", Q_ARG(QVariantMap, options));\n    mtu = 0;\n    return {};"
         source "${source}")
-    string(REPLACE "QMetaObject::invokeMethod(" "DBusDetail::invokeMethod(" source "${source}")
-    string(REGEX REPLACE "return qvariant_cast< ([^\n]*) >\\(parent\\(\\)->property\\((\"[A-Za-z]+\")\\)\\)"
-           "static thread_local ParentProperty property(\\2);\n    return property.read< \\1 >(parent())" source "${source}")
-    string(REPLACE "#include \"${CLASS}.h\"\n"
-           "#include \"${CLASS}.h\"\n#include \"DBusDetail.h\"\n#include \"ParentProperty.h\"\n" source "${source}")
+    if(source MATCHES "YourObjectType")
+        message(FATAL_ERROR "${TOOL} left something to be written by hand in ${CLASS}.cpp")
+    endif()
+    if(interface MATCHES "<method ")
+        replace_required(source "QMetaObject::invokeMethod(" "DBusDetail::invokeMethod(")
+    endif()
+    if(interface MATCHES "<property ")
+        replace_required_regex(source "return qvariant_cast< ([^\n]*) >\\(parent\\(\\)->property\\((\"[A-Za-z]+\")\\)\\)"
+            "static thread_local ParentProperty property(\\2);\n    return property.read< \\1 >(parent())")
+    endif()
+    replace_required(source "#include \"${CLASS}.h\"\n"
+        "#include \"${CLASS}.h\"\n#include \"DBusDetail.h\"\n#include \"ParentProperty.h\"\n")
     file(WRITE ${CLASS}.cpp "${source}")
 endif()
