@@ -1,12 +1,13 @@
 #include "AdvertisementPreflight.h"
 
-#include "GapAdvertisement.h"
-#include "ReadOnlyPropertiesAdaptor.h"
+#include "AdvertisementProperty.h"
 
 #include <QSet>
 #include <QStringList>
 
 #include <algorithm>
+
+namespace Property = AdvertisementProperty;
 
 namespace {
 
@@ -55,11 +56,11 @@ QString bytes(int count)
 
 } // namespace
 
-BleFindings AdvertisementPreflight::of(const GapAdvertisement& adv, int advertisingLimit,
-                                       int scanResponseLimit)
+BleFindings AdvertisementPreflight::findings(const AdvertisementSnapshot& adv, int advertisingLimit,
+                                             int scanResponseLimit)
 {
     AdvertisementPreflight preflight(adv);
-    preflight.m_findings = Preflight::pathFindings(&adv, adv.m_dbusPath);
+    preflight.m_findings = Preflight::pathFindings(adv.path, adv.exportState);
     preflight.checkType();
     preflight.checkRadioSettings();
     preflight.checkUuids();
@@ -71,13 +72,13 @@ BleFindings AdvertisementPreflight::of(const GapAdvertisement& adv, int advertis
 
 void AdvertisementPreflight::checkType()
 {
-    const bool isPeripheral = m_adv.m_type == GapAdvertisement::Peripheral;
-    if (!isPeripheral && m_adv.m_type != GapAdvertisement::Broadcast) {
-        add(BleFinding::Error, QStringLiteral("Type"),
-            QStringLiteral("There is no type %1, and BlueZ sees an empty text").arg(int(m_adv.m_type)),
+    const bool isPeripheral = m_adv.type == GapAdvertisement::Peripheral;
+    if (!isPeripheral && m_adv.type != GapAdvertisement::Broadcast) {
+        add(BleFinding::Error, Property::Type,
+            QStringLiteral("There is no type %1, and BlueZ sees an empty text").arg(int(m_adv.type)),
             QStringLiteral("Set GapAdvertisement::Peripheral or GapAdvertisement::Broadcast"));
-    } else if (m_adv.m_discoverable && !isPeripheral) {
-        add(BleFinding::Error, QStringLiteral("Discoverable"),
+    } else if (m_adv.discoverable && !isPeripheral) {
+        add(BleFinding::Error, Property::Discoverable,
             QStringLiteral("A broadcast cannot be discoverable, since nobody can connect to it"),
             QStringLiteral("Set the type GapAdvertisement::Peripheral, or do not call setDiscoverable()"));
     }
@@ -85,27 +86,27 @@ void AdvertisementPreflight::checkType()
 
 void AdvertisementPreflight::checkRadioSettings()
 {
-    if (shows("SecondaryChannel")) {
-        add(BleFinding::Error, QStringLiteral("SecondaryChannel"),
+    if (shows(Property::SecondaryChannel)) {
+        add(BleFinding::Error, Property::SecondaryChannel,
             QStringLiteral("It is shown empty, which every stock BlueZ refuses"),
             QStringLiteral("Construct the advertisement with GapAdvertisement::SetProperties"));
     }
-    if (shows("MinInterval")) {
-        checkInterval(QStringLiteral("MinInterval"), m_adv.m_minInterval);
+    if (shows(Property::MinInterval)) {
+        checkInterval(Property::MinInterval, m_adv.minInterval);
     }
-    if (shows("MaxInterval")) {
-        checkInterval(QStringLiteral("MaxInterval"), m_adv.m_maxInterval);
+    if (shows(Property::MaxInterval)) {
+        checkInterval(Property::MaxInterval, m_adv.maxInterval);
     }
-    if (m_adv.m_minInterval > m_adv.m_maxInterval) {
-        add(BleFinding::Error, QStringLiteral("MinInterval"),
+    if (m_adv.minInterval > m_adv.maxInterval) {
+        add(BleFinding::Error, Property::MinInterval,
             QStringLiteral("The shortest interval, %1 ms, is longer than the longest, %2 ms")
-                .arg(m_adv.m_minInterval)
-                .arg(m_adv.m_maxInterval),
+                .arg(m_adv.minInterval)
+                .arg(m_adv.maxInterval),
             QStringLiteral("Set both intervals"));
     }
-    const int txPower = m_adv.m_txPower;
-    if (shows("TxPower") && (txPower < lowestTxPower || txPower > highestTxPower)) {
-        add(BleFinding::Error, QStringLiteral("TxPower"),
+    const int txPower = m_adv.txPower;
+    if (shows(Property::TxPower) && (txPower < lowestTxPower || txPower > highestTxPower)) {
+        add(BleFinding::Error, Property::TxPower,
             QStringLiteral("Newer BlueZ daemons refuse %1 dBm").arg(txPower),
             QStringLiteral("Set %1 to %2 dBm, or leave it unset in the mode GapAdvertisement::SetProperties")
                 .arg(lowestTxPower)
@@ -125,36 +126,36 @@ void AdvertisementPreflight::checkInterval(const QString& property, unsigned int
 
 void AdvertisementPreflight::checkUuids()
 {
-    for (const QString& uuid : m_adv.m_serviceUUIDs) {
-        m_findings += Preflight::uuidFindings(QStringLiteral("ServiceUUIDs"), uuid);
+    for (const QString& uuid : m_adv.serviceUUIDs) {
+        m_findings += Preflight::uuidFindings(Property::ServiceUUIDs, uuid);
     }
-    for (const QString& uuid : m_adv.m_serviceData.keys()) {
-        m_findings += Preflight::uuidFindings(QStringLiteral("ServiceData"), uuid);
+    for (const QString& uuid : m_adv.serviceData.keys()) {
+        m_findings += Preflight::uuidFindings(Property::ServiceData, uuid);
     }
 }
 
 void AdvertisementPreflight::checkBlocks()
 {
-    const QString cure = QStringLiteral("Give it at least one byte");
-    for (auto it = m_adv.m_manufacturerData.begin(); it != m_adv.m_manufacturerData.end(); ++it) {
+    const QString remedy = QStringLiteral("Give it at least one byte");
+    for (auto it = m_adv.manufacturerData.begin(); it != m_adv.manufacturerData.end(); ++it) {
         if (it->isEmpty()) {
-            add(BleFinding::Error, QStringLiteral("ManufacturerData"),
-                QStringLiteral("The data of company %1 have no byte").arg(hex(it.key(), 4)), cure);
+            add(BleFinding::Error, Property::ManufacturerData,
+                QStringLiteral("The data of company %1 have no byte").arg(hex(it.key(), 4)), remedy);
         }
     }
-    for (auto it = m_adv.m_serviceData.begin(); it != m_adv.m_serviceData.end(); ++it) {
+    for (auto it = m_adv.serviceData.begin(); it != m_adv.serviceData.end(); ++it) {
         if (it->userType() != QMetaType::QByteArray || it->toByteArray().isEmpty()) {
-            add(BleFinding::Error, QStringLiteral("ServiceData"),
+            add(BleFinding::Error, Property::ServiceData,
                 QStringLiteral("What belongs to \"%1\" is no byte array, or one without a byte")
                     .arg(it.key()),
                 QStringLiteral("Give it a QByteArray of at least one byte"));
         }
     }
-    checkRaw(QStringLiteral("Data"), m_adv.m_advData);
-    if (shows("ScanResponseData")) {
-        checkRaw(QStringLiteral("ScanData"), m_adv.m_scanRspData);
-    } else if (!m_adv.m_scanRspData.isEmpty()) {
-        add(BleFinding::Warning, QStringLiteral("ScanData"),
+    checkRaw(Property::Data, m_adv.advData);
+    if (shows(Property::ScanResponseData)) {
+        checkRaw(Property::ScanData, m_adv.scanRspData);
+    } else if (!m_adv.scanRspData.isEmpty()) {
+        add(BleFinding::Warning, Property::ScanData,
             QStringLiteral("Stock BlueZ daemons read the scan response by another name"),
             QStringLiteral("Construct the advertisement with GapAdvertisement::SetProperties"));
     }
@@ -177,16 +178,16 @@ void AdvertisementPreflight::checkRaw(const QString& property, const DBusAdvData
 
 void AdvertisementPreflight::checkPayload(int limit)
 {
-    const bool isPeripheral = m_adv.m_type == GapAdvertisement::Peripheral;
-    const bool hasFlags = isPeripheral && shows("Discoverable");
+    const bool isPeripheral = m_adv.type == GapAdvertisement::Peripheral;
+    const bool hasFlags = isPeripheral && shows(Property::Discoverable);
     const QVector<QPair<QString, int>> parts{
         {QStringLiteral("flags"), hasFlags ? flagsLength : 0},
-        {QStringLiteral("ServiceUUIDs"), uuidsLength()},
-        {QStringLiteral("ManufacturerData"), blocksLength(m_adv.m_manufacturerData, companyLength)},
-        {QStringLiteral("ServiceData"), serviceDataLength()},
-        {QStringLiteral("Data"), blocksLength(m_adv.m_advData, 0)},
-        {QStringLiteral("Appearance"), shows("Appearance") ? appearanceLength : 0},
-        {QStringLiteral("tx-power"), m_adv.m_includeTxPower ? txPowerLength : 0},
+        {Property::ServiceUUIDs, uuidsLength()},
+        {Property::ManufacturerData, blocksLength(m_adv.manufacturerData, companyLength)},
+        {Property::ServiceData, serviceDataLength()},
+        {Property::Data, blocksLength(m_adv.advData, 0)},
+        {Property::Appearance, shows(Property::Appearance) ? appearanceLength : 0},
+        {QStringLiteral("tx-power"), m_adv.includeTxPower ? txPowerLength : 0},
     };
     QStringList account;
     int length = 0;
@@ -212,16 +213,16 @@ void AdvertisementPreflight::checkPayload(int limit)
 
 void AdvertisementPreflight::checkScanResponse(int limit)
 {
-    const int raw = shows("ScanResponseData") ? blocksLength(m_adv.m_scanRspData, 0) : 0;
-    const int name = m_adv.m_localName.toUtf8().size();
+    const int raw = shows(Property::ScanResponseData) ? blocksLength(m_adv.scanRspData, 0) : 0;
+    const int name = m_adv.localName.toUtf8().size();
     if (raw > limit) {
-        add(BleFinding::Error, QStringLiteral("ScanData"),
+        add(BleFinding::Error, Property::ScanData,
             QStringLiteral("The scan response takes %1, of which the controller can do %2")
                 .arg(bytes(raw))
                 .arg(limit),
             QStringLiteral("Shorten it"));
     } else if (name > 0 && raw + header + name > limit) {
-        add(BleFinding::Warning, QStringLiteral("LocalName"),
+        add(BleFinding::Warning, Property::LocalName,
             QStringLiteral("BlueZ cuts the name of %1 to the %2 that are left in the scan response")
                 .arg(bytes(name))
                 .arg(std::max(0, limit - raw - header)),
@@ -234,7 +235,7 @@ int AdvertisementPreflight::uuidsLength() const
 {
     QSet<int> sizes;
     int length = 0;
-    for (const QString& text : m_adv.m_serviceUUIDs) {
+    for (const QString& text : m_adv.serviceUUIDs) {
         const int size = Preflight::Uuid(text).size();
         if (size != 0) {
             sizes << size;
@@ -247,19 +248,19 @@ int AdvertisementPreflight::uuidsLength() const
 int AdvertisementPreflight::serviceDataLength() const
 {
     int length = 0;
-    for (auto it = m_adv.m_serviceData.begin(); it != m_adv.m_serviceData.end(); ++it) {
+    for (auto it = m_adv.serviceData.begin(); it != m_adv.serviceData.end(); ++it) {
         length += header + Preflight::Uuid(it.key()).size() + it->toByteArray().size();
     }
     return length;
 }
 
-bool AdvertisementPreflight::shows(const char* property) const
+bool AdvertisementPreflight::shows(const QString& property) const
 {
-    return m_adv.m_properties->shows(QLatin1String(property));
+    return m_adv.shownProperties.contains(property);
 }
 
-void AdvertisementPreflight::add(BleFinding::Severity severity, const QString& where, const QString& what,
-                                 const QString& cure)
+void AdvertisementPreflight::add(BleFinding::Severity severity, const QString& location,
+                                 const QString& message, const QString& remedy)
 {
-    m_findings << BleFinding{severity, where, what, cure};
+    m_findings << BleFinding{severity, location, message, remedy};
 }

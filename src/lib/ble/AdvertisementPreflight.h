@@ -1,18 +1,17 @@
 #pragma once
 
-#include "BleDBusTypes.h"
+#include "AdvertisementSnapshot.h"
 #include "Preflight.h"
-
-class GapAdvertisement;
 
 /** Looks through an advertisement for what BlueZ would refuse or not broadcast. Internal: not installed. */
 class AdvertisementPreflight
 {
 public:
-    static BleFindings of(const GapAdvertisement& adv, int advertisingLimit, int scanResponseLimit);
+    static BleFindings findings(const AdvertisementSnapshot& adv, int advertisingLimit,
+                                int scanResponseLimit);
 
 private:
-    explicit AdvertisementPreflight(const GapAdvertisement& adv) : m_adv(adv) {}
+    explicit AdvertisementPreflight(const AdvertisementSnapshot& adv) : m_adv(adv) {}
 
     void checkType();
     void checkRadioSettings();
@@ -25,9 +24,10 @@ private:
 
     int uuidsLength() const;
     int serviceDataLength() const;
-    bool shows(const char* property) const;
-    void add(BleFinding::Severity severity, const QString& where, const QString& what, const QString& cure);
+    bool shows(const QString& property) const;
+    void add(BleFinding::Severity severity, const QString& location, const QString& message,
+             const QString& remedy);
 
-    const GapAdvertisement& m_adv;
+    const AdvertisementSnapshot& m_adv;
     BleFindings m_findings;
 };

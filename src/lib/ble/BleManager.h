@@ -114,7 +114,7 @@ private slots:
     void on_dbusWatcher_finished(QDBusPendingCallWatcher* watcher);
 
 private:
-    struct Internals;
+    struct Q_DECL_HIDDEN Internals;
 
     void findManagers();
     void setGattManager(const QString& path);

@@ -1,10 +1,10 @@
 #include "GapAdvertisement.h"
 
 #include "AdvertisementPreflight.h"
+#include "AdvertisementProperty.h"
+#include "GapAdvertisementInternals.h"
 #include "LEAdvertisement1Adaptor.h"
 #include "LogText.h"
-#include "ReadOnlyPropertiesAdaptor.h"
-#include "ReleaseNotice.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -17,7 +17,7 @@ log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 } // namespace
 
 GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, PropertyExport propertyExport)
-    : QObject(parent), m_dbusPath(dbusPath), m_releaseNotice(new ReleaseNotice)
+    : QObject(parent), m_dbusPath(dbusPath), m_internals(new Internals)
 {
     PLIM_LOG_ENTER(logger, TRACE, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
                    "dbusPath: " << dbusPath);
@@ -27,12 +27,13 @@ GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, Pro
     qRegisterMetaType<DBusManufacturerData>("DBusManufacturerData");
     qDBusRegisterMetaType<DBusManufacturerData>();
     m_adaptor = new LEAdvertisement1Adaptor(this);
-    m_properties = new ReadOnlyPropertiesAdaptor(this, m_adaptor);
+    auto* properties = new ReadOnlyPropertiesAdaptor(this, m_adaptor);
+    m_internals->properties = properties;
     if (propertyExport == AllProperties) {
-        m_properties->showAll();
+        properties->showAll();
     } else {
-        m_properties->show(QStringLiteral("Type"));
-        m_properties->alias(QStringLiteral("ScanResponseData"), QStringLiteral("ScanData"));
+        properties->show(AdvertisementProperty::Type);
+        properties->alias(AdvertisementProperty::ScanResponseData, AdvertisementProperty::ScanData);
     }
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR, "GapAdvertisement::GapAdvertisement(QObject*, const QString&)",
@@ -42,118 +43,134 @@ GapAdvertisement::GapAdvertisement(QObject* parent, const QString& dbusPath, Pro
 
 BleFindings GapAdvertisement::problems(int advertisingLimit, int scanResponseLimit) const
 {
-    return AdvertisementPreflight::of(*this, advertisingLimit, scanResponseLimit);
+    AdvertisementSnapshot snapshot;
+    snapshot.path = m_dbusPath;
+    snapshot.exportState = Preflight::exportState(this, m_dbusPath);
+    snapshot.shownProperties = m_internals->properties->shown();
+    snapshot.type = m_type;
+    snapshot.discoverable = m_discoverable;
+    snapshot.includeTxPower = m_includeTxPower;
+    snapshot.txPower = m_txPower;
+    snapshot.minInterval = m_minInterval;
+    snapshot.maxInterval = m_maxInterval;
+    snapshot.localName = m_localName;
+    snapshot.serviceUUIDs = m_serviceUUIDs;
+    snapshot.serviceData = m_serviceData;
+    snapshot.manufacturerData = m_manufacturerData;
+    snapshot.advData = m_advData;
+    snapshot.scanRspData = m_scanRspData;
+    return AdvertisementPreflight::findings(snapshot, advertisingLimit, scanResponseLimit);
 }
 
 template <typename Member, typename Value>
-void GapAdvertisement::change(const char* property, Member& member, const Value& value)
+void GapAdvertisement::change(const QString& property, Member& member, const Value& value)
 {
     member = value;
-    m_properties->show(QLatin1String(property));
+    m_internals->properties->show(property);
     emit dataChanged(this);
 }
 
 void GapAdvertisement::setAppearance(unsigned short appearance)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "appearance: " << appearance);
-    change("Appearance", m_appearance, appearance);
+    change(AdvertisementProperty::Appearance, m_appearance, appearance);
 }
 
 void GapAdvertisement::setDiscoverable(bool discoverable)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "discoverable: " << discoverable);
-    change("Discoverable", m_discoverable, discoverable);
+    change(AdvertisementProperty::Discoverable, m_discoverable, discoverable);
 }
 
 void GapAdvertisement::setIncludeTxPower(bool include)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "include: " << include);
-    change("Includes", m_includeTxPower, include);
+    change(AdvertisementProperty::Includes, m_includeTxPower, include);
 }
 
 void GapAdvertisement::setTxPower(short power)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, power);
-    change("TxPower", m_txPower, power);
+    change(AdvertisementProperty::TxPower, m_txPower, power);
 }
 
 void GapAdvertisement::setTimeout(unsigned short seconds)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, seconds);
-    change("Timeout", m_timeout, seconds);
+    change(AdvertisementProperty::Timeout, m_timeout, seconds);
 }
 
 void GapAdvertisement::setMinInterval(unsigned int milliseconds)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, milliseconds);
-    change("MinInterval", m_minInterval, milliseconds);
+    change(AdvertisementProperty::MinInterval, m_minInterval, milliseconds);
 }
 
 void GapAdvertisement::setMaxInterval(unsigned int milliseconds)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, milliseconds);
-    change("MaxInterval", m_maxInterval, milliseconds);
+    change(AdvertisementProperty::MaxInterval, m_maxInterval, milliseconds);
 }
 
 void GapAdvertisement::setLocalName(const QString& name)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "name: " << name);
-    change("LocalName", m_localName, name);
+    change(AdvertisementProperty::LocalName, m_localName, name);
 }
 
 void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType& type)
 {
     PLIM_LOG_ENTER(logger, TRACE, "void GapAdvertisement::setType(const GapAdvertisement::GapDeviceType&)",
                    "type: " << int(type));
-    change("Type", m_type, type);
+    change(AdvertisementProperty::Type, m_type, type);
 }
 
 void GapAdvertisement::setServiceUUIDs(const QStringList& uuids)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("ServiceUUIDs", m_serviceUUIDs, uuids);
+    change(AdvertisementProperty::ServiceUUIDs, m_serviceUUIDs, uuids);
 }
 
 void GapAdvertisement::setSolicitUUIDs(const QStringList& uuids)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("ServiceUUIDs", m_serviceUUIDs, uuids);
+    change(AdvertisementProperty::ServiceUUIDs, m_serviceUUIDs, uuids);
 }
 
 void GapAdvertisement::setServiceData(const QVariantMap& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("ServiceData", m_serviceData, data);
+    change(AdvertisementProperty::ServiceData, m_serviceData, data);
 }
 
 void GapAdvertisement::setManufacturerData(const GapManufacturerData& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("ManufacturerData", m_manufacturerData, data);
+    change(AdvertisementProperty::ManufacturerData, m_manufacturerData, data);
 }
 
 void GapAdvertisement::setAdvData(const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("Data", m_advData, parseAdvertisementData(data));
+    change(AdvertisementProperty::Data, m_advData, parseAdvertisementData(data));
 }
 
 void GapAdvertisement::setScanRspData(const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("ScanData", m_scanRspData, parseAdvertisementData(data));
+    change(AdvertisementProperty::ScanData, m_scanRspData, parseAdvertisementData(data));
 }
 
 void GapAdvertisement::setAdvData(uint8_t type, const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("Data", m_advData[type], data);
+    change(AdvertisementProperty::Data, m_advData[type], data);
 }
 
 void GapAdvertisement::setScanRspData(uint8_t type, const QByteArray& data)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    change("ScanData", m_scanRspData[type], data);
+    change(AdvertisementProperty::ScanData, m_scanRspData[type], data);
 }
 
 DBusAdvData GapAdvertisement::parseAdvertisementData(const QByteArray& data) const
@@ -289,5 +306,5 @@ QStringList GapAdvertisement::includes() const
 void GapAdvertisement::Release()
 {
     PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gap advertisement release: " << m_dbusPath);
-    emit m_releaseNotice->released();
+    emit m_internals->releaseNotice.released();
 }

@@ -6,16 +6,14 @@
 
 #include <QByteArray>
 #include <QObject>
-#include <QSharedPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
 
 #include <cstdint>
+#include <memory>
 
 class LEAdvertisement1Adaptor;
-class ReadOnlyPropertiesAdaptor;
-class ReleaseNotice;
 
 using GapManufacturerData = DBusManufacturerData;
 
@@ -192,12 +190,12 @@ private slots:
     void Release();
 
 private:
-    friend class AdvertisementPreflight;
     friend class RegistrationTracker;
+    struct Q_DECL_HIDDEN Internals;
 
     /** What every setter does, whether or not the value differs. */
     template <typename Member, typename Value>
-    void change(const char* property, Member& member, const Value& value);
+    void change(const QString& property, Member& member, const Value& value);
 
     const QString m_dbusPath;
     LEAdvertisement1Adaptor* m_adaptor = nullptr;
@@ -218,6 +216,5 @@ private:
     bool m_discoverable = false;
     const unsigned short m_discoverableTimeout = 0;
     const unsigned short m_duration = 0;
-    ReadOnlyPropertiesAdaptor* m_properties = nullptr;
-    const QSharedPointer<ReleaseNotice> m_releaseNotice;
+    const std::shared_ptr<Internals> m_internals; ///< shared, since this class has an implicit destructor
 };

@@ -1,7 +1,8 @@
 #include "GattApplication.h"
 
-#include "GattDetail.h"
+#include "GattNode.h"
 #include "GattPreflight.h"
+#include "GattSnapshot.h"
 #include "ObjectManagerAdaptor.h"
 #include "OwnConnections.h"
 #include "plimlog.h"
@@ -44,7 +45,7 @@ QList<GattService*> GattApplication::services() const
 GattService* GattApplication::createService(const QString& uuid, bool primary)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid << " primary: " << primary);
-    const QString path = GattDetail::childPath(m_dbusPath, uuid);
+    const QString path = GattNode::childPath(m_dbusPath, uuid);
     return record(new GattService(this, uuid, primary, path), uuid);
 }
 
@@ -62,7 +63,17 @@ GattService* GattApplication::record(GattService* service, const QString& key)
 
 BleFindings GattApplication::problems() const
 {
-    return GattPreflight::of(*this);
+    return GattPreflight::findings(snapshot());
+}
+
+GattSnapshot GattApplication::snapshot() const
+{
+    GattSnapshot app;
+    app.path = m_dbusPath;
+    app.exportState = Preflight::exportState(this, m_dbusPath);
+    app.children = GattNode::childSnapshots(*this, m_services,
+                                            [](const GattService& service) { return service.snapshot(); });
+    return app;
 }
 
 DBusManagedObjectList GattApplication::GetManagedObjects()
@@ -94,7 +105,7 @@ void GattApplication::on_handlesChanged()
 void GattApplication::on_serviceDeleted(QObject* obj)
 {
     PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
-    if (GattDetail::forget(m_services, obj)) {
+    if (GattNode::forgetChild(m_services, obj)) {
         emit applicationChanged(this);
     }
 }

@@ -13,6 +13,7 @@
 #include <memory>
 
 class OwnConnections;
+struct GattSnapshot;
 
 /**
  * The root of one GATT server tree, exported on the system bus with the object manager that BlueZ reads it
@@ -93,7 +94,8 @@ private slots:
     void on_serviceDeleted(QObject* obj);
 
 private:
-    friend class GattPreflight;
+    /** What the preflight looks at. */
+    GattSnapshot snapshot() const;
 
     const QString m_dbusPath;
     QMap<QString, GattService*> m_services;

@@ -4,8 +4,10 @@
 #include "DBusDetail.h"
 #include "DBusHelper.h"
 #include "GattCharacteristic1Adaptor.h"
-#include "GattDetail.h"
+#include "GattNode.h"
 #include "GattService.h"
+#include "GattSnapshot.h"
+#include "GattValue.h"
 #include "LogText.h"
 #include "OwnConnections.h"
 #include "PropertiesAdaptor.h"
@@ -113,9 +115,9 @@ QDBusObjectPath GattCharacteristic::service() const
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
     // A service that is just deleting its children cannot be asked any more: the path is this one's without
     // its last element.
-    return GattDetail::objectPath(m_service ? m_service->dbusPath()
-                                            : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
-                                  m_servicePath);
+    return GattNode::objectPath(m_service ? m_service->dbusPath()
+                                          : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
+                                m_servicePath);
 }
 
 QString GattCharacteristic::dbusPath() const
@@ -125,7 +127,22 @@ QString GattCharacteristic::dbusPath() const
 
 QDBusObjectPath GattCharacteristic::objectPath() const
 {
-    return GattDetail::objectPath(m_dbusPath, m_objectPath);
+    return GattNode::objectPath(m_dbusPath, m_objectPath);
+}
+
+GattSnapshot GattCharacteristic::snapshot() const
+{
+    GattSnapshot characteristic;
+    characteristic.kind = GattSnapshot::Characteristic;
+    characteristic.path = m_dbusPath;
+    characteristic.exportState = Preflight::exportState(this, m_dbusPath);
+    characteristic.uuid = m_uuid;
+    characteristic.hasFlags = (m_option & (Read | Write | Notify)) != 0;
+    characteristic.notifies = (m_option & Notify) != 0;
+    characteristic.hasValue = !m_value.isNull() || m_hasPendingValue || m_readCallback;
+    characteristic.children = GattNode::childSnapshots(
+        *this, m_descriptors, [](const GattDescriptor& descriptor) { return descriptor.snapshot(); });
+    return characteristic;
 }
 
 bool GattCharacteristic::notifying() const
@@ -143,7 +160,7 @@ void GattCharacteristic::notifyValueChanged()
 
 DBusInterfaceList GattCharacteristic::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(GattDetail::servingAdaptor(this, m_adaptor));
+    return DBusHelper::generateDBusInterfaceList(GattNode::servingAdaptor(this, m_adaptor));
 }
 
 QList<GattDescriptor*> GattCharacteristic::descriptors() const
@@ -171,7 +188,7 @@ GattDescriptor* GattCharacteristic::record(GattDescriptor* descriptor, const QSt
 QByteArray GattCharacteristic::ReadValue(const QVariantMap& options)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << m_uuid << " options: " << LogText::map(options));
-    const qint64 offset = GattDetail::offsetOf(options);
+    const qint64 offset = GattValue::offsetOf(options);
     const QByteArray text = m_control ? m_control->value() : QByteArray();
     bool paged = false;
     const qint64 page = text.toInt(&paged, 10);
@@ -180,10 +197,10 @@ QByteArray GattCharacteristic::ReadValue(const QVariantMap& options)
     }
     const bool fetch = offset == 0 && page <= 0 && m_readCallback;
     const QPointer<GattCharacteristic> self = this;
-    const QByteArray value = fetch ? GattDetail::refresh(this, m_value, m_readCallback, m_uuid) : m_value;
-    QByteArray slice = paged && page >= 0 ? GattDetail::mid(value, offset + page * GattDetail::pageSize,
-                                                            GattDetail::pageSize - offset)
-                                          : GattDetail::mid(value, offset);
+    const QByteArray value = fetch ? GattValue::refresh(this, m_value, m_readCallback, m_uuid) : m_value;
+    QByteArray slice = paged && page >= 0 ? GattValue::mid(value, offset + page * GattValue::pageSize,
+                                                           GattValue::pageSize - offset)
+                                          : GattValue::mid(value, offset);
     if (self) {
         m_cachedValue = slice;
     }
@@ -213,16 +230,16 @@ void GattCharacteristic::WriteValue(const QByteArray& value, const QVariantMap& 
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "uuid: " << m_uuid << " size: " << value.size() << ", options: " << LogText::map(options));
-    qint64 offset = GattDetail::offsetOf(options);
+    qint64 offset = GattValue::offsetOf(options);
     if (m_control) {
         const qint64 page = m_control->value().toInt(nullptr, 10);
         if (page < 0) {
             PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Invalid page offset: " << page);
             return;
         }
-        offset += page * GattDetail::pageSize;
+        offset += page * GattValue::pageSize;
     }
-    if (!GattDetail::overwrite(m_value, offset, value, m_uuid)) {
+    if (!GattValue::overwrite(m_value, offset, value, m_uuid)) {
         return;
     }
     const QPointer<GattCharacteristic> self = this;
@@ -264,7 +281,7 @@ void GattCharacteristic::on_control_valueChanged()
 void GattCharacteristic::on_descriptorDeleted(QObject* obj)
 {
     PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
-    if (GattDetail::forget(m_descriptors, obj)) {
+    if (GattNode::forgetChild(m_descriptors, obj)) {
         emit handlesChanged();
     }
 }

@@ -22,6 +22,7 @@ class GattCharacteristic1Adaptor;
 class GattService;
 class OwnConnections;
 class PropertiesAdaptor;
+struct GattSnapshot;
 
 /**
  * One characteristic of a service, exported on the system bus as org.bluez.GattCharacteristic1.
@@ -174,10 +175,12 @@ private slots:
 
 private:
     friend class GattApplication;
-    friend class GattPreflight;
+    friend class GattService;
 
     /** The object path as D-Bus knows it; empty where dbusPath() is none. */
     QDBusObjectPath objectPath() const;
+    /** What the preflight looks at. */
+    GattSnapshot snapshot() const;
 
     const QPointer<GattService> m_service;
     const QString m_uuid;

@@ -3,7 +3,9 @@
 #include "DBusHelper.h"
 #include "GattCharacteristic.h"
 #include "GattDescriptor1Adaptor.h"
-#include "GattDetail.h"
+#include "GattNode.h"
+#include "GattSnapshot.h"
+#include "GattValue.h"
 #include "LogText.h"
 #include "ReadOnlyPropertiesAdaptor.h"
 #include "plimlog.h"
@@ -47,7 +49,18 @@ QString GattDescriptor::dbusPath() const
 
 QDBusObjectPath GattDescriptor::objectPath() const
 {
-    return GattDetail::objectPath(m_dbusPath, m_objectPath);
+    return GattNode::objectPath(m_dbusPath, m_objectPath);
+}
+
+GattSnapshot GattDescriptor::snapshot() const
+{
+    GattSnapshot descriptor;
+    descriptor.kind = GattSnapshot::Descriptor;
+    descriptor.path = m_dbusPath;
+    descriptor.exportState = Preflight::exportState(this, m_dbusPath);
+    descriptor.uuid = m_uuid;
+    descriptor.hasFlags = (m_option & (Read | Write)) != 0;
+    return descriptor;
 }
 
 DBusInterfaceList GattDescriptor::dbusInterfaceList() const
@@ -59,10 +72,9 @@ QDBusObjectPath GattDescriptor::characteristic() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
     // A characteristic that is just deleting its children cannot be asked any more.
-    return GattDetail::objectPath(m_characteristic
-                                      ? m_characteristic->dbusPath()
-                                      : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
-                                  m_characteristicPath);
+    return GattNode::objectPath(m_characteristic ? m_characteristic->dbusPath()
+                                                 : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
+                                m_characteristicPath);
 }
 
 QString GattDescriptor::uuid() const
@@ -93,17 +105,17 @@ QStringList GattDescriptor::flags() const
 QByteArray GattDescriptor::ReadValue(const QVariantMap& flags)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << m_uuid << " options: " << LogText::map(flags));
-    const qint64 offset = GattDetail::offsetOf(flags);
+    const qint64 offset = GattValue::offsetOf(flags);
     const bool fetch = offset == 0 && m_readCallback;
-    const QByteArray value = fetch ? GattDetail::refresh(this, m_value, m_readCallback, m_uuid) : m_value;
-    return GattDetail::mid(value, offset, GattDetail::pageSize - offset);
+    const QByteArray value = fetch ? GattValue::refresh(this, m_value, m_readCallback, m_uuid) : m_value;
+    return GattValue::mid(value, offset, GattValue::pageSize - offset);
 }
 
 void GattDescriptor::WriteValue(const QByteArray& value, const QVariantMap& flags)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "uuid: " << m_uuid << " size: " << value.size() << ", options: " << LogText::map(flags));
-    if (GattDetail::overwrite(m_value, GattDetail::offsetOf(flags), value, m_uuid)) {
+    if (GattValue::overwrite(m_value, GattValue::offsetOf(flags), value, m_uuid)) {
         emit valueChanged();
     }
 }

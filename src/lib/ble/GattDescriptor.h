@@ -15,6 +15,7 @@
 
 class GattCharacteristic;
 class GattDescriptor1Adaptor;
+struct GattSnapshot;
 
 /**
  * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
@@ -93,10 +94,12 @@ public slots:
 
 private:
     friend class GattApplication;
-    friend class GattPreflight;
+    friend class GattCharacteristic;
 
     /** The object path as D-Bus knows it; empty where dbusPath() is none. */
     QDBusObjectPath objectPath() const;
+    /** What the preflight looks at. */
+    GattSnapshot snapshot() const;
 
     const QPointer<GattCharacteristic> m_characteristic;
     const QString m_uuid;

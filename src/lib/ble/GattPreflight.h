@@ -1,29 +1,21 @@
 #pragma once
 
+#include "GattSnapshot.h"
 #include "Preflight.h"
-
-class GattApplication;
-class GattCharacteristic;
-class GattDescriptor;
-class GattService;
 
 /** Looks through a tree for what BlueZ would refuse or a phone could not use. Internal: not installed. */
 class GattPreflight
 {
 public:
-    static BleFindings of(const GattApplication& app);
+    static BleFindings findings(const GattSnapshot& app);
 
 private:
-    void check(const GattService& service);
-    void check(const GattCharacteristic& characteristic);
-    void check(const GattDescriptor& descriptor);
-    void checkUuid(const QString& path, const QString& uuid);
-    void checkFlags(const QString& path, bool any);
-    /** @return whether the object has its path, so that it makes sense to look at paths below */
-    bool checkPath(const QObject* object, const QString& path);
-    template <typename Child, typename Children>
-    void checkSiblings(const QObject& parent, const Children& recorded);
+    /** @param parentHasPath  otherwise no object below can have one, which is not worth a finding each */
+    void check(const GattSnapshot& object, bool parentHasPath);
+    void checkUuid(const GattSnapshot& object);
+    void checkUse(const GattSnapshot& object);
+    void add(BleFinding::Severity severity, const GattSnapshot& object, const QString& message,
+             const QString& remedy);
 
     BleFindings m_findings;
-    bool m_hasPath = true; ///< of the parent of what is being checked
 };

@@ -1,8 +1,9 @@
 #include "GattService.h"
 
 #include "DBusHelper.h"
-#include "GattDetail.h"
+#include "GattNode.h"
 #include "GattService1Adaptor.h"
+#include "GattSnapshot.h"
 #include "OwnConnections.h"
 #include "plimlog.h"
 
@@ -46,12 +47,26 @@ QString GattService::dbusPath() const
 
 QDBusObjectPath GattService::objectPath() const
 {
-    return GattDetail::objectPath(dbusPath(), m_objectPath);
+    return GattNode::objectPath(dbusPath(), m_objectPath);
+}
+
+GattSnapshot GattService::snapshot() const
+{
+    GattSnapshot service;
+    service.kind = GattSnapshot::Service;
+    service.path = m_dbusPath;
+    service.exportState = Preflight::exportState(this, m_dbusPath);
+    service.uuid = m_uuid;
+    service.children =
+        GattNode::childSnapshots(*this, m_characteristics, [](const GattCharacteristic& characteristic) {
+            return characteristic.snapshot();
+        });
+    return service;
 }
 
 DBusInterfaceList GattService::dbusInterfaceList() const
 {
-    return DBusHelper::generateDBusInterfaceList(GattDetail::servingAdaptor(this, m_adaptor));
+    return DBusHelper::generateDBusInterfaceList(GattNode::servingAdaptor(this, m_adaptor));
 }
 
 QList<GattCharacteristic*> GattService::characteristics() const
@@ -63,7 +78,7 @@ GattCharacteristic* GattService::createCharacteristic(const QString& uuid, GattC
                                                       GattCharacteristic* control)
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "uuid: " << uuid);
-    const QString path = GattDetail::childPath(m_dbusPath, uuid);
+    const QString path = GattNode::childPath(m_dbusPath, uuid);
     return record(new GattCharacteristic(this, uuid, path, option, control), uuid);
 }
 
@@ -82,7 +97,7 @@ GattCharacteristic* GattService::record(GattCharacteristic* characteristic, cons
 void GattService::on_characteristicDeleted(QObject* obj)
 {
     PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
-    if (GattDetail::forget(m_characteristics, obj)) {
+    if (GattNode::forgetChild(m_characteristics, obj)) {
         emit handlesChanged();
     }
 }

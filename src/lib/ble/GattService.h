@@ -13,6 +13,7 @@
 #include <memory>
 
 class GattService1Adaptor;
+struct GattSnapshot;
 class OwnConnections;
 
 /**
@@ -87,10 +88,11 @@ private slots:
 
 private:
     friend class GattApplication;
-    friend class GattPreflight;
 
     /** The object path as D-Bus knows it; empty where dbusPath() is none. */
     QDBusObjectPath objectPath() const;
+    /** What the preflight looks at. */
+    GattSnapshot snapshot() const;
 
     const QString m_uuid;
     const bool m_primary;

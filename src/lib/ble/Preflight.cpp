@@ -58,31 +58,46 @@ Preflight::Uuid::Uuid(const QString& text)
     }
 }
 
-BleFindings Preflight::pathFindings(const QObject* object, const QString& path)
+Preflight::ExportState Preflight::exportState(const QObject* object, const QString& path)
 {
     if (!isObjectPath(path)) {
-        return {{BleFinding::Error, path, QStringLiteral("This is no object path and cannot be exported"),
-                 QStringLiteral(
-                     "Use letters, digits and \"_\" between single slashes, and no \"/\" at the end")}};
+        return InvalidPath;
     }
     const QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected()) {
-        return {{BleFinding::Error, path, QStringLiteral("There is no connection to the system bus"),
-                 QStringLiteral("Start the bus before the program, or let DBUS_SYSTEM_BUS_ADDRESS name it")}};
+        return NoBus;
     }
-    if (bus.objectRegisteredAt(path) != object) {
-        return {{BleFinding::Error, path,
-                 QStringLiteral("It is not exported: the path was taken when it was made"),
-                 QStringLiteral("Give every object a path of its own")}};
+    return bus.objectRegisteredAt(path) == object ? Exported : PathTaken;
+}
+
+BleFindings Preflight::pathFindings(const QString& path, ExportState state)
+{
+    const auto error = [&path](const QString& message, const QString& remedy) {
+        return BleFindings{{BleFinding::Error, path, message, remedy}};
+    };
+    switch (state) {
+    case Exported:
+        break;
+    case InvalidPath:
+        return error(
+            QStringLiteral("This is no object path and cannot be exported"),
+            QStringLiteral("Use letters, digits and \"_\" between single slashes, and no \"/\" at the end"));
+    case NoBus:
+        return error(
+            QStringLiteral("There is no connection to the system bus"),
+            QStringLiteral("Start the bus before the program, or let DBUS_SYSTEM_BUS_ADDRESS name it"));
+    case PathTaken:
+        return error(QStringLiteral("It is not exported: the path was taken when it was made"),
+                     QStringLiteral("Give every object a path of its own"));
     }
     return {};
 }
 
-BleFindings Preflight::uuidFindings(const QString& where, const QString& uuid)
+BleFindings Preflight::uuidFindings(const QString& location, const QString& uuid)
 {
     if (Uuid(uuid).size() != 0) {
         return {};
     }
-    return {{BleFinding::Error, where, QStringLiteral("\"%1\" is no UUID").arg(uuid),
+    return {{BleFinding::Error, location, QStringLiteral("\"%1\" is no UUID").arg(uuid),
              QStringLiteral("Write it like \"180f\" or \"0000180f-0000-1000-8000-00805f9b34fb\"")}};
 }

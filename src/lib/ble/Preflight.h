@@ -30,10 +30,22 @@ private:
     uint m_number = 0;
 };
 
-/** What keeps the object from being reached at its path; nothing where that is the object's own. */
-BleFindings pathFindings(const QObject* object, const QString& path);
+/** Whether an object can be reached at its path. */
+enum ExportState
+{
+    Exported,
+    InvalidPath,
+    NoBus,
+    PathTaken ///< by another object
+};
+
+/** Asks this program's connection to the system bus. */
+ExportState exportState(const QObject* object, const QString& path);
+
+/** What keeps an object from being reached at its path. */
+BleFindings pathFindings(const QString& path, ExportState state);
 
 /** What BlueZ cannot read as a UUID. */
-BleFindings uuidFindings(const QString& where, const QString& uuid);
+BleFindings uuidFindings(const QString& location, const QString& uuid);
 
 } // namespace Preflight

@@ -11,14 +11,21 @@ ReadOnlyPropertiesAdaptor::ReadOnlyPropertiesAdaptor(QObject* parent, QDBusAbstr
 
 void ReadOnlyPropertiesAdaptor::show(const QString& property)
 {
+    Q_ASSERT(m_adaptor->metaObject()->indexOfProperty(property.toLatin1().constData()) >= 0);
     if (!m_shown.contains(property)) {
         m_shown << property;
     }
 }
 
-bool ReadOnlyPropertiesAdaptor::shows(const QString& name) const
+QStringList ReadOnlyPropertiesAdaptor::shown() const
 {
-    return m_shown.contains(m_aliases.value(name, name));
+    QStringList names = m_shown;
+    for (auto alias = m_aliases.cbegin(); alias != m_aliases.cend(); ++alias) {
+        if (m_shown.contains(*alias)) {
+            names << alias.key();
+        }
+    }
+    return names;
 }
 
 void ReadOnlyPropertiesAdaptor::showAll()
@@ -56,7 +63,8 @@ QVariantMap ReadOnlyPropertiesAdaptor::GetAll(const QString& interface, const QD
         DBusDetail::replyUnknownInterface(message, interface);
         return properties;
     }
-    for (const QString& name : m_shown + m_aliases.keys()) {
+    const QStringList names = shown();
+    for (const QString& name : names) {
         const QVariant value = property(name);
         if (value.isValid()) {
             properties.insert(name, value);
@@ -81,6 +89,12 @@ void ReadOnlyPropertiesAdaptor::Set(const QString& interface, const QString& nam
 bool ReadOnlyPropertiesAdaptor::serves(const QString& interface) const
 {
     return interface.isEmpty() || interface == DBusDetail::interfaceName(m_adaptor);
+}
+
+/** Whether a property, or the one that a second name stands for, is shown. */
+bool ReadOnlyPropertiesAdaptor::shows(const QString& name) const
+{
+    return m_shown.contains(m_aliases.value(name, name));
 }
 
 /** What the bus sees of a property, or an invalid variant where it sees none of that name. */

@@ -27,11 +27,11 @@ public:
      */
     ReadOnlyPropertiesAdaptor(QObject* parent, QDBusAbstractAdaptor* adaptor);
 
-    /** Shows a property from now on. */
+    /** Shows a property from now on; the adaptor must have it. */
     void show(const QString& property);
 
-    /** Whether a property, or what a second name stands for, is shown. */
-    bool shows(const QString& name) const;
+    /** The names of the properties that are shown, second names included. */
+    QStringList shown() const;
 
     /** Shows every property of the adaptor. */
     void showAll();
@@ -47,6 +47,7 @@ public slots:
 
 private:
     bool serves(const QString& interface) const;
+    bool shows(const QString& name) const;
     QVariant property(const QString& name) const;
 
     QDBusAbstractAdaptor* m_adaptor;

@@ -2,9 +2,8 @@
 
 #include "BluezInterfaces.h"
 #include "DBusBluez.h"
-#include "GapAdvertisement.h"
+#include "GapAdvertisementInternals.h"
 #include "GattApplication.h"
-#include "ReleaseNotice.h"
 #include "plimlog.h"
 
 #include <QDBusAbstractInterface>
@@ -61,7 +60,7 @@ void RegistrationTracker::add(const GapAdvertisement* adv)
 {
     add(adv, BluezInterfaces::AdvertisingManager);
     const QSharedPointer<QObject> context(new QObject);
-    plim::connect(adv->m_releaseNotice.data(), &ReleaseNotice::released, context.data(),
+    plim::connect(&adv->m_internals->releaseNotice, &ReleaseNotice::released, context.data(),
                   [this, adv, path = adv->dbusPath()] { onReleased(adv, path); });
     m_entries[adv].releaseContext = context;
 }

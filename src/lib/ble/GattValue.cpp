@@ -1,13 +1,10 @@
-#include "GattDetail.h"
+#include "GattValue.h"
 
 #include "DBusDetail.h"
 #include "plimlog.h"
 
-#include <QDBusAbstractAdaptor>
 #include <QPointer>
-#include <QStringBuilder>
 
-#include <algorithm>
 #include <exception>
 #include <limits>
 
@@ -33,37 +30,12 @@ int toInt(qint64 number)
 
 } // namespace
 
-QString GattDetail::childPath(const QString& parentPath, const QString& uuid)
-{
-    // QStringBuilder makes it exactly as long as it has to be: every object keeps one.
-    return parentPath % QLatin1Char('/') % QString(uuid).replace(QLatin1Char('-'), QLatin1Char('_'));
-}
-
-const QDBusObjectPath& GattDetail::objectPath(const QString& path, QDBusObjectPath& checked)
-{
-    if (checked.path() != path) {
-        checked = QDBusObjectPath(path);
-    }
-    return checked;
-}
-
-QObject* GattDetail::servingAdaptor(const QObject* object, QObject* own)
-{
-    const QObjectList& children = object->children();
-    const auto serves = [own](QObject* child) {
-        return child == own || (qobject_cast<QDBusAbstractAdaptor*>(child) &&
-                                DBusDetail::interfaceName(child) == DBusDetail::interfaceName(own));
-    };
-    const auto last = std::find_if(children.crbegin(), children.crend(), serves);
-    return last == children.crend() ? nullptr : *last;
-}
-
-qint64 GattDetail::offsetOf(const QVariantMap& options)
+qint64 GattValue::offsetOf(const QVariantMap& options)
 {
     return options.value(QStringLiteral("offset")).toInt();
 }
 
-QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
+QByteArray GattValue::mid(const QByteArray& bytes, qint64 start, qint64 length)
 {
     if (start < 0) {
         length = length < 0 ? length : qMax<qint64>(0, start + length);
@@ -75,7 +47,7 @@ QByteArray GattDetail::mid(const QByteArray& bytes, qint64 start, qint64 length)
     return bytes.mid(toInt(start), int(length));
 }
 
-bool GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const QString& uuid)
+bool GattValue::overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const QString& uuid)
 {
     const qint64 kept = qBound<qint64>(0, offset, value.size());
     if (kept + bytes.size() > DBusDetail::maximumLength) {
@@ -88,8 +60,8 @@ bool GattDetail::overwrite(QByteArray& value, qint64 offset, const QByteArray& b
     return true;
 }
 
-QByteArray GattDetail::refresh(const QObject* attribute, QByteArray& value,
-                               const std::function<QByteArray()>& callback, const QString& uuid)
+QByteArray GattValue::refresh(const QObject* attribute, QByteArray& value,
+                              const std::function<QByteArray()>& callback, const QString& uuid)
 {
     if (nesting >= maximumNesting) {
         PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO,

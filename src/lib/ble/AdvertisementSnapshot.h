@@ -1,0 +1,24 @@
+#pragma once
+
+#include "GapAdvertisement.h"
+#include "Preflight.h"
+
+/** The values of an advertisement that the preflight looks at. Internal: not installed. */
+struct AdvertisementSnapshot
+{
+    QString path;
+    Preflight::ExportState exportState = Preflight::Exported;
+    QStringList shownProperties; ///< the names that the bus sees
+    GapAdvertisement::GapDeviceType type = GapAdvertisement::Peripheral;
+    bool discoverable = false;
+    bool includeTxPower = false;
+    short txPower = 0;
+    unsigned int minInterval = 0;
+    unsigned int maxInterval = 0;
+    QString localName;
+    QStringList serviceUUIDs;
+    QVariantMap serviceData;
+    DBusManufacturerData manufacturerData;
+    DBusAdvData advData;
+    DBusAdvData scanRspData;
+};

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "GapAdvertisement.h"
+#include "ReadOnlyPropertiesAdaptor.h"
+#include "ReleaseNotice.h"
+
+/** What the advertisement needs beside its values. Internal: not installed. */
+struct GapAdvertisement::Internals
+{
+    ReadOnlyPropertiesAdaptor* properties = nullptr; ///< a Qt child of the advertisement
+    ReleaseNotice releaseNotice;
+};
