@@ -10,7 +10,7 @@
 #include <memory>
 #include <unistd.h>
 
-QtControl::QtControl(Subject& subject) : m_subject(subject) {}
+QtControl::QtControl(MeasuredServer& server) : m_server(server) {}
 
 void QtControl::Mark(const QString& name)
 {
@@ -22,29 +22,29 @@ void QtControl::Notify(uint bytes, uint count)
     QByteArray value(int(bytes), 'x');
     for (uint i = 0; i < count; ++i) {
         value[0] = char(i);
-        m_subject.notify(value);
+        m_server.notify(value);
     }
 }
 
 void QtControl::Grow(const QString& root, uint characteristics)
 {
-    m_subject.grow(root, characteristics);
+    m_server.grow(root, characteristics);
 }
 
 void QtControl::Shrink()
 {
-    m_subject.shrink();
+    m_server.shrink();
 }
 
 qulonglong QtControl::Build(const QString& what, uint count, qulonglong& destroy, qulonglong& heap)
 {
-    const Meter::Costs costs = m_subject.build(what, count);
+    const Meter::Costs costs = m_server.build(what, count);
     destroy = costs.destroy;
     heap = costs.heap;
     return costs.build;
 }
 
-Subject::Done QtControl::reply(const QDBusMessage& message)
+MeasuredServer::Done QtControl::reply(const QDBusMessage& message)
 {
     message.setDelayedReply(true);
     return [message] { QDBusConnection::systemBus().send(message.createReply()); };
@@ -52,43 +52,43 @@ Subject::Done QtControl::reply(const QDBusMessage& message)
 
 void QtControl::Register(const QDBusMessage& message)
 {
-    m_subject.registerTree(reply(message));
+    m_server.registerTree(reply(message));
 }
 
 void QtControl::Unregister(const QDBusMessage& message)
 {
-    m_subject.unregisterTree(reply(message));
+    m_server.unregisterTree(reply(message));
 }
 
 void QtControl::Advertise(const QDBusMessage& message)
 {
-    m_subject.advertise(reply(message));
+    m_server.advertise(reply(message));
 }
 
 void QtControl::Burst(uint changes, const QDBusMessage& message)
 {
-    m_subject.burst(changes, reply(message));
+    m_server.burst(changes, reply(message));
 }
 
 namespace {
 
-void startUp(Subject& subject)
+void startUp(MeasuredServer& server)
 {
-    subject.grow(QStringLiteral("/com/example/start"), 10);
-    subject.registerTree([&subject] { subject.advertise([] { QCoreApplication::quit(); }); });
+    server.grow(QStringLiteral("/com/example/start"), 10);
+    server.registerTree([&server] { server.advertise([] { QCoreApplication::quit(); }); });
 }
 
 } // namespace
 
-int serve(int argc, char** argv, const QString& busName, const std::function<Subject*()>& makeSubject)
+int serve(int argc, char** argv, const QString& busName, const std::function<MeasuredServer*()>& makeServer)
 {
     QCoreApplication program(argc, argv);
-    const std::unique_ptr<Subject> subject(makeSubject());
+    const std::unique_ptr<MeasuredServer> server(makeServer());
     if (program.arguments().contains(QStringLiteral("--startup"))) {
-        startUp(*subject);
+        startUp(*server);
         return QCoreApplication::exec();
     }
-    QtControl control(*subject);
+    QtControl control(*server);
     auto bus = QDBusConnection::systemBus();
     if (!bus.registerObject(QString::fromStdString(Layout::controlPath), &control,
                             QDBusConnection::ExportAllSlots) ||

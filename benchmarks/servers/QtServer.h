@@ -10,14 +10,14 @@
 #include <functional>
 
 /** A server that is measured, made with Qt: the library, or Qt alone. */
-class Subject
+class MeasuredServer
 {
 public:
     using Done = std::function<void()>;
 
-    Subject() = default;
-    virtual ~Subject() = default;
-    Q_DISABLE_COPY(Subject)
+    MeasuredServer() = default;
+    virtual ~MeasuredServer() = default;
+    Q_DISABLE_COPY(MeasuredServer)
 
     /** Sends one notification of the characteristic Notifying. */
     virtual void notify(const QByteArray& value) = 0;
@@ -55,7 +55,7 @@ class QtControl : public QObject
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.example.Bench")
 public:
-    explicit QtControl(Subject& subject);
+    explicit QtControl(MeasuredServer& server);
 
 public slots:
     void Mark(const QString& name);
@@ -71,12 +71,12 @@ public slots:
     void Burst(uint changes, const QDBusMessage& message);
 
 private:
-    static Subject::Done reply(const QDBusMessage& message);
-    Subject& m_subject;
+    static MeasuredServer::Done reply(const QDBusMessage& message);
+    MeasuredServer& m_server;
 };
 
 /**
  * Serves until standard input ends.
  * @param argv  with "--startup": ends as soon as a small tree and an advertisement are registered
  */
-int serve(int argc, char** argv, const QString& busName, const std::function<Subject*()>& makeSubject);
+int serve(int argc, char** argv, const QString& busName, const std::function<MeasuredServer*()>& makeServer);

@@ -31,7 +31,7 @@ public:
     ~Answers() override { destructorImpl(); }
     void close() override {}
 
-    void await(unsigned answers, const Subject::Done& done)
+    void await(unsigned answers, const MeasuredServer::Done& done)
     {
         m_left = answers;
         m_done = done;
@@ -50,10 +50,10 @@ protected:
 
 private:
     unsigned m_left = 0;
-    Subject::Done m_done;
+    MeasuredServer::Done m_done;
 };
 
-class Library : public Subject
+class Library : public MeasuredServer
 {
 public:
     Library();

@@ -49,7 +49,7 @@ __attribute__((noinline)) QString get(const QString& member)
     return member;
 }
 
-class BareQt : public Subject
+class BareQt : public MeasuredServer
 {
 public:
     BareQt();

@@ -9,15 +9,15 @@
 namespace {
 
 /** What a read callback does to the tree that it is called from. */
-struct Deed
+struct Action
 {
     const char* name;
     std::function<void(GattTree&)> act;
 };
 
-const QVector<Deed>& deeds()
+const QVector<Action>& actions()
 {
-    static const QVector<Deed> all{
+    static const QVector<Action> all{
         {"deletes the descriptor", [](GattTree& tree) { delete tree.descriptor; }},
         {"deletes the characteristic", [](GattTree& tree) { delete tree.plain; }},
         {"deletes the paged characteristic", [](GattTree& tree) { delete tree.paged; }},
@@ -65,22 +65,22 @@ private slots:
 
 void tst_lifetime_callbacks::callbacksMayDoAnythingToTheTree_data()
 {
-    QTest::addColumn<int>("deed");
-    for (int i = 0; i < deeds().size(); ++i) {
-        QTest::newRow(deeds().at(i).name) << i;
+    QTest::addColumn<int>("action");
+    for (int i = 0; i < actions().size(); ++i) {
+        QTest::newRow(actions().at(i).name) << i;
     }
 }
 
 void tst_lifetime_callbacks::callbacksMayDoAnythingToTheTree()
 {
-    QFETCH(int, deed);
+    QFETCH(int, action);
     for (int reader = 0; reader < 3; ++reader) {
         GattTree tree;
         int calls = 0;
         // The answer lives on the heap with the function, so a function that is destroyed too early shows.
-        const Read callback = [&tree, &calls, deed, answer = QByteArray(700, 'f')] {
+        const Read callback = [&tree, &calls, action, answer = QByteArray(700, 'f')] {
             ++calls;
-            deeds().at(deed).act(tree);
+            actions().at(action).act(tree);
             return answer;
         };
         tree.control->WriteValue("0", {});

@@ -10,12 +10,12 @@
 
 namespace {
 
-using Deed = std::function<void(GattTree&)>;
+using Action = std::function<void(GattTree&)>;
 
 struct Named
 {
     const char* name;
-    Deed act;
+    Action act;
 };
 
 /** What a slot may delete. */

@@ -1,24 +1,24 @@
 // The same questions for the real daemon and for the stand-in.
 
+#include "CheckEnvironment.h"
 #include "Expect.h"
 #include "Peripheral.h"
 #include "Remote.h"
 #include "SceneTree.h"
-#include "Stage.h"
 
 #include <QDBusObjectPath>
 #include <QRegularExpression>
 
 namespace {
 
-void checkUnknownPaths(const Stage& stage)
+void checkUnknownPaths(const CheckEnvironment& environment)
 {
     const QVariantList nowhere{QVariant::fromValue(QDBusObjectPath("/nowhere"))};
     const QString refusal = "org.bluez.Error.DoesNotExist: Does Not Exist";
-    Expect::equal(Remote::errorOf(Remote::tryCall(stage.adapter(), "org.bluez.LEAdvertisingManager1",
+    Expect::equal(Remote::errorOf(Remote::tryCall(environment.adapter(), "org.bluez.LEAdvertisingManager1",
                                                   "UnregisterAdvertisement", nowhere)),
                   refusal, "unregistering an advertisement that is not registered");
-    Expect::equal(Remote::errorOf(Remote::tryCall(stage.adapter(), "org.bluez.GattManager1",
+    Expect::equal(Remote::errorOf(Remote::tryCall(environment.adapter(), "org.bluez.GattManager1",
                                                   "UnregisterApplication", nowhere)),
                   refusal, "unregistering an application that is not registered");
 }
@@ -36,57 +36,57 @@ QStringList firstOptions(const Peripheral& peripheral, const QString& method, co
     return keys;
 }
 
-void checkOptions(Stage& stage, Peripheral& peripheral)
+void checkOptions(CheckEnvironment& environment, Peripheral& peripheral)
 {
-    stage.read(SceneTree::fixed, 0);
+    environment.read(SceneTree::fixed, 0);
     Expect::equal(firstOptions(peripheral, "ReadValue", SceneTree::fixed),
                   QStringList{"device", "link", "mtu"}, "the options of a read");
-    Expect::equal(stage.read(SceneTree::longest, 500).size(), 12, "a read at offset 500 of 512");
+    Expect::equal(environment.read(SceneTree::longest, 500).size(), 12, "a read at offset 500 of 512");
     Expect::equal(firstOptions(peripheral, "ReadValue", SceneTree::longest),
                   QStringList{"device", "link", "mtu", "offset"}, "the options of a read at an offset");
-    stage.read(SceneTree::description, 0);
+    environment.read(SceneTree::description, 0);
     Expect::equal(firstOptions(peripheral, "ReadValue", SceneTree::description),
                   QStringList{"device", "link", "mtu"}, "the options of a descriptor's read");
-    stage.write(SceneTree::writable, "bytes", 0);
+    environment.write(SceneTree::writable, "bytes", 0);
     Expect::equal(firstOptions(peripheral, "WriteValue", SceneTree::writable),
                   QStringList{"device", "link", "mtu"}, "the options of a write");
-    stage.write(SceneTree::note, "bytes", 0);
+    environment.write(SceneTree::note, "bytes", 0);
     Expect::equal(firstOptions(peripheral, "WriteValue", SceneTree::note),
                   QStringList{"device", "link", "mtu"}, "the options of a descriptor's write");
 }
 
-void checkNotifications(Stage& stage, Peripheral& peripheral)
+void checkNotifications(CheckEnvironment& environment, Peripheral& peripheral)
 {
     peripheral.tell("value counter 01");
-    stage.subscribe(SceneTree::counter);
+    environment.subscribe(SceneTree::counter);
     Expect::eventually([&] { return peripheral.notifying("counter") == QStringList{"1"}; },
                        "subscribing: StartNotify once");
-    Expect::that(stage.notified(SceneTree::counter).isEmpty(), "a value set before is not notified");
+    Expect::that(environment.notified(SceneTree::counter).isEmpty(), "a value set before is not notified");
     for (const char* value : {"02", "03"}) {
         peripheral.tell(QString("value counter ") + value);
         Expect::eventually(
             [&] {
-                const QList<QByteArray> values = stage.notified(SceneTree::counter);
+                const QList<QByteArray> values = environment.notified(SceneTree::counter);
                 return !values.isEmpty() && values.last() == QByteArray::fromHex(value);
             },
             QString("value ") + value + " is notified");
     }
-    stage.unsubscribe(SceneTree::counter);
+    environment.unsubscribe(SceneTree::counter);
     Expect::eventually(
         [&] {
             return peripheral.notifying("counter") == QStringList{"1", "0"};
         },
         "unsubscribing: StopNotify once");
     peripheral.tell("value counter 04");
-    stage.read(SceneTree::fixed, 0); // what was on its way has arrived
-    Expect::equal(stage.notified(SceneTree::counter).size(), 2, "afterwards nothing is notified");
+    environment.read(SceneTree::fixed, 0); // what was on its way has arrived
+    Expect::equal(environment.notified(SceneTree::counter).size(), 2, "afterwards nothing is notified");
 }
 
 } // namespace
 
-void runChecks(Stage& stage)
+void runChecks(CheckEnvironment& environment)
 {
-    checkUnknownPaths(stage);
+    checkUnknownPaths(environment);
     {
         Peripheral peripheral("check-values");
         SceneTree::build(peripheral);
@@ -94,8 +94,8 @@ void runChecks(Stage& stage)
         Expect::that(answers.value(0).contains("registerApp") && answers.value(1).contains("registerAdv"),
                      "what is registered first is answered first", Expect::text(answers));
         peripheral.tell("log TRACE");
-        stage.meet(peripheral);
-        checkOptions(stage, peripheral);
-        checkNotifications(stage, peripheral);
+        environment.meet(peripheral);
+        checkOptions(environment, peripheral);
+        checkNotifications(environment, peripheral);
     }
 }

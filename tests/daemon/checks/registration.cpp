@@ -1,9 +1,9 @@
 // What the library finds wrong beforehand, and what the daemon then does: with the real one and the stand-in.
 
+#include "CheckEnvironment.h"
 #include "Expect.h"
 #include "Peripheral.h"
 #include "SceneTree.h"
-#include "Stage.h"
 
 namespace {
 
@@ -118,25 +118,25 @@ void expectFound(const QStringList& problems, const QString& found, const QStrin
 }
 
 /** Builds it, asks for its problems, and hands it over. */
-void judge(Stage& stage, Peripheral& peripheral, const AdvertisementCase& judged, const QString& exported,
-           int number)
+void judge(CheckEnvironment& environment, Peripheral& peripheral, const AdvertisementCase& judged,
+           const QString& exported, int number)
 {
     const QString name = "adv" + QString::number(number);
     peripheral.tell("advertisement " + name + " /com/example/check/" + name + ' ' + exported);
     for (const QString& property : judged.properties) {
         peripheral.tell("set " + name + ' ' + property);
     }
-    const QStringList problems = peripheral.problems(name, stage.advertisingLimit());
+    const QStringList problems = peripheral.problems(name, environment.advertisingLimit());
     expectFound(problems, judged.found, QString("advertisement with ") + judged.what);
     peripheral.tell("add " + name);
     const QString text = peripheral.answer("registerAdv", number);
     peripheral.tell("remove " + name);
-    const QString expected = stage.version() == "5.66" ? judged.in566 : judged.in582;
+    const QString expected = environment.version() == "5.66" ? judged.in566 : judged.in582;
     Expect::equal(text, expected,
                   QString("advertisement with ") + judged.what +
                       (expected.isEmpty() ? ": taken" : ": refused"));
     if (!text.isEmpty()) {
-        stage.recover();
+        environment.recover();
     }
 }
 
@@ -182,15 +182,15 @@ QList<AdvertisementCase> sizeCases(int limit)
     };
 }
 
-void checkAdvertisements(Stage& stage)
+void checkAdvertisements(CheckEnvironment& environment)
 {
     Peripheral peripheral("check-advertisements");
     int number = 0;
-    judge(stage, peripheral, {"all properties shown", {"name Check"}, error, unparsable, unparsable}, "all",
-          ++number);
+    judge(environment, peripheral, {"all properties shown", {"name Check"}, error, unparsable, unparsable},
+          "all", ++number);
     for (const AdvertisementCase& judged :
-         otherCases() + radioCases() + rawCases() + sizeCases(stage.advertisingLimit())) {
-        judge(stage, peripheral, judged, "set", ++number);
+         otherCases() + radioCases() + rawCases() + sizeCases(environment.advertisingLimit())) {
+        judge(environment, peripheral, judged, "set", ++number);
     }
 }
 
@@ -250,8 +250,8 @@ void checkApplications()
 
 } // namespace
 
-void runRegistrationChecks(Stage& stage)
+void runRegistrationChecks(CheckEnvironment& environment)
 {
     checkApplications();
-    checkAdvertisements(stage);
+    checkAdvertisements(environment);
 }

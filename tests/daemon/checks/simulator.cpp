@@ -1,10 +1,10 @@
 // The checks with the stand-in daemon, on a private bus.
 
 #include "Simulator.h"
+#include "CheckEnvironment.h"
 #include "Child.h"
 #include "Expect.h"
 #include "Peripheral.h"
-#include "Stage.h"
 
 #include <QByteArrayList>
 #include <QCoreApplication>
@@ -15,10 +15,13 @@
 
 namespace {
 
-class SimulatedStage : public Stage
+class SimulatedEnvironment : public CheckEnvironment
 {
 public:
-    explicit SimulatedStage(const QString& version) : m_version(version), m_simulator({"--bluez", version}) {}
+    explicit SimulatedEnvironment(const QString& version)
+        : m_version(version), m_simulator({"--bluez", version})
+    {
+    }
 
     QString version() const override { return m_version; }
     QString adapter() const override { return "/org/bluez/hci0"; }
@@ -70,9 +73,9 @@ int main(int argc, char** argv)
     const QTemporaryDir logs;
     Child::setLogs(logs.path());
     try {
-        SimulatedStage stage(program.arguments().value(1));
-        runChecks(stage);
-        runRegistrationChecks(stage);
+        SimulatedEnvironment environment(program.arguments().value(1));
+        runChecks(environment);
+        runRegistrationChecks(environment);
     } catch (const Expect::Impossible& impossible) {
         Expect::that(false, impossible.reason);
     }

@@ -1,18 +1,18 @@
 // The checks that the stand-in daemon passes too, with the real one.
 
 #include "Bluetooth.h"
+#include "CheckEnvironment.h"
 #include "Expect.h"
 #include "Peripheral.h"
 #include "Phone.h"
 #include "Remote.h"
-#include "Stage.h"
 #include "scenes.h"
 
 #include <QDBusArgument>
 
 namespace {
 
-class RealStage : public Stage
+class RealEnvironment : public CheckEnvironment
 {
 public:
     QString version() const override { return Scenes::version(); }
@@ -66,12 +66,12 @@ private:
 
 void Scenes::same()
 {
-    RealStage stage;
-    runChecks(stage);
+    RealEnvironment environment;
+    runChecks(environment);
 }
 
 void Scenes::preflight()
 {
-    RealStage stage;
-    runRegistrationChecks(stage);
+    RealEnvironment environment;
+    runRegistrationChecks(environment);
 }

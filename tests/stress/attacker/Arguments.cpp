@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 
+namespace attacker {
+
 namespace {
 
 template <typename... Values>
@@ -113,3 +115,5 @@ std::vector<Append> allArguments()
     }
     return all;
 }
+
+} // namespace attacker

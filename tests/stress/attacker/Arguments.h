@@ -5,6 +5,8 @@
 #include <functional>
 #include <vector>
 
+namespace attacker {
+
 using Append = std::function<void(sd_bus_message*)>;
 
 /** Arguments of every kind, of which hardly any fits a given method. */
@@ -12,3 +14,5 @@ std::vector<Append> allArguments();
 
 /** Each integer type with its smallest and largest value and some between, as a variant's contents. */
 std::vector<Append> allNumbers();
+
+} // namespace attacker

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
+namespace attacker {
+
 namespace {
 
 struct Method
@@ -16,21 +18,21 @@ struct Method
 };
 
 const Method methods[] = {
-    {Subject::characteristicInterface, "ReadValue"},
-    {Subject::characteristicInterface, "WriteValue"},
-    {Subject::characteristicInterface, "StartNotify"},
-    {Subject::characteristicInterface, "StopNotify"},
-    {Subject::characteristicInterface, "Confirm"},
-    {Subject::characteristicInterface, "on_control_valueChanged"},
+    {Target::characteristicInterface, "ReadValue"},
+    {Target::characteristicInterface, "WriteValue"},
+    {Target::characteristicInterface, "StartNotify"},
+    {Target::characteristicInterface, "StopNotify"},
+    {Target::characteristicInterface, "Confirm"},
+    {Target::characteristicInterface, "on_control_valueChanged"},
     {"org.bluez.GattDescriptor1", "ReadValue"},
     {"org.bluez.GattDescriptor1", "WriteValue"},
     {"org.bluez.LEAdvertisement1", "Release"},
     {"org.freedesktop.DBus.ObjectManager", "GetManagedObjects"},
     {"org.freedesktop.DBus.Introspectable", "Introspect"},
     {"org.freedesktop.DBus.Peer", "Ping"},
-    {Subject::propertiesInterface, "Get"},
-    {Subject::propertiesInterface, "GetAll"},
-    {Subject::propertiesInterface, "Set"},
+    {Target::propertiesInterface, "Get"},
+    {Target::propertiesInterface, "GetAll"},
+    {Target::propertiesInterface, "Set"},
     {"org.example.Unknown", "Unknown"},
     {"", "ReadValue"},
     {"", "deleteLater"},
@@ -53,18 +55,18 @@ void askEveryProperty(Bus& bus)
     for (const std::string& path : allPaths(bus)) {
         for (const char* interface : {"org.bluez.GattService1", "org.bluez.GattCharacteristic1",
                                       "org.bluez.GattDescriptor1", "org.bluez.LEAdvertisement1", "", "x.y"}) {
-            bus.send({path, Subject::propertiesInterface, "GetAll", [interface](sd_bus_message* message) {
+            bus.send({path, Target::propertiesInterface, "GetAll", [interface](sd_bus_message* message) {
                           check(sd_bus_message_append(message, "s", interface), "append");
                       }});
             for (const char* name :
                  {"UUID", "Primary", "Service", "Characteristic", "Value", "Notifying", "Flags", "Type",
                   "Data", "ScanResponseData", "ManufacturerData", "ServiceData", ""}) {
                 bus.send(
-                    {path, Subject::propertiesInterface, "Get", [interface, name](sd_bus_message* message) {
+                    {path, Target::propertiesInterface, "Get", [interface, name](sd_bus_message* message) {
                          check(sd_bus_message_append(message, "ss", interface, name), "append");
                      }});
                 for (const Append& value : allNumbers()) {
-                    bus.send({path, Subject::propertiesInterface, "Set",
+                    bus.send({path, Target::propertiesInterface, "Set",
                               [interface, name, value](sd_bus_message* message) {
                                   check(sd_bus_message_append(message, "ss", interface, name), "append");
                                   value(message);
@@ -79,7 +81,7 @@ void keepTenThousandInFlight(Bus& bus)
 {
     const std::size_t former = std::exchange(bus.inFlightLimit, 10000);
     for (int i = 0; i < 10000; ++i) {
-        bus.send(Subject::read(Subject::path("counted")));
+        bus.send(Target::read(Target::path("counted")));
     }
     bus.drain();
     bus.inFlightLimit = former;
@@ -90,9 +92,9 @@ void writeEightMebibytes(Bus& bus)
     const std::string bytes(8 << 20, 'w');
     for (const char* name : {"plain", "paged", "control", "throwing"}) {
         for (int i = 0; i < 4; ++i) {
-            bus.send(Subject::write(Subject::path(name), bytes, i % 2 ? INT_MAX : 0));
+            bus.send(Target::write(Target::path(name), bytes, i % 2 ? INT_MAX : 0));
         }
-        bus.send(Subject::read(Subject::path(name)));
+        bus.send(Target::read(Target::path(name)));
         bus.drain();
     }
 }
@@ -102,8 +104,8 @@ void appendForEver(Bus& bus)
 {
     const std::string bytes(8 << 20, 'w');
     for (int i = 0; i < 40; ++i) {
-        for (const std::string& path : {Subject::path("plain"), Subject::path("plain") + "/desc0"}) {
-            Call call = Subject::write(path, bytes, INT_MAX);
+        for (const std::string& path : {Target::path("plain"), Target::path("plain") + "/desc0"}) {
+            Call call = Target::write(path, bytes, INT_MAX);
             call.interface.clear();
             bus.send(call);
             bus.drain();
@@ -111,7 +113,7 @@ void appendForEver(Bus& bus)
     }
     for (const std::string& path : allPaths(bus)) {
         for (const char* interface : {"org.bluez.GattCharacteristic1", "org.bluez.GattDescriptor1"}) {
-            bus.send({path, Subject::propertiesInterface, "GetAll", [interface](sd_bus_message* message) {
+            bus.send({path, Target::propertiesInterface, "GetAll", [interface](sd_bus_message* message) {
                           check(sd_bus_message_append(message, "s", interface), "append");
                       }});
             bus.drain();
@@ -124,19 +126,19 @@ void fillTheWholeTree(Bus& bus)
 {
     const std::string bytes(12 << 20, 'w');
     for (const char* name : {"plain", "paged", "control", "throwing"}) {
-        bus.send(Subject::write(Subject::path(name), bytes, 0));
-        bus.send(Subject::read(Subject::path(name)));
+        bus.send(Target::write(Target::path(name), bytes, 0));
+        bus.send(Target::read(Target::path(name)));
         bus.drain();
     }
-    bus.send({"/subject", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"});
+    bus.send({"/stress", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"});
 }
 
 /** Properties that no interface declares must not fill the memory. */
 void inventProperties(Bus& bus)
 {
     for (int i = 0; i < 10000; ++i) {
-        bus.send({Subject::path("plain"), Subject::propertiesInterface, "Set", [i](sd_bus_message* message) {
-                      check(sd_bus_message_append(message, "ssv", Subject::characteristicInterface,
+        bus.send({Target::path("plain"), Target::propertiesInterface, "Set", [i](sd_bus_message* message) {
+                      check(sd_bus_message_append(message, "ssv", Target::characteristicInterface,
                                                   ("Invented" + std::to_string(i)).c_str(), "s",
                                                   std::string(1000, 'x').c_str()),
                             "append");
@@ -146,34 +148,34 @@ void inventProperties(Bus& bus)
 
 void callWhatIsJustDeleted(Bus& bus)
 {
-    const std::string mortal = "/subject/mortals/mortal";
+    const std::string mortal = "/stress/mortals/mortal";
     for (int i = 0; i < 500; ++i) {
-        bus.send(Subject::write(mortal, "x", 0));
-        for (const std::string& path : {mortal, mortal + "/desc0", std::string("/subject/mortals")}) {
-            bus.send(Subject::read(path));
+        bus.send(Target::write(mortal, "x", 0));
+        for (const std::string& path : {mortal, mortal + "/desc0", std::string("/stress/mortals")}) {
+            bus.send(Target::read(path));
             bus.send({path, "org.freedesktop.DBus.Introspectable", "Introspect"});
-            bus.send({path, Subject::propertiesInterface, "GetAll", [](sd_bus_message* message) {
-                          check(sd_bus_message_append(message, "s", Subject::characteristicInterface),
+            bus.send({path, Target::propertiesInterface, "GetAll", [](sd_bus_message* message) {
+                          check(sd_bus_message_append(message, "s", Target::characteristicInterface),
                                 "append");
                       }});
         }
-        bus.send({"/subject", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"});
+        bus.send({"/stress", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects"});
     }
 }
 
 void spinAndThrow(Bus& bus)
 {
     for (int i = 0; i < 500; ++i) {
-        bus.send(Subject::read(Subject::path("spinning")));
-        bus.send(Subject::read(Subject::path("throwing")));
+        bus.send(Target::read(Target::path("spinning")));
+        bus.send(Target::read(Target::path("throwing")));
     }
 }
 
 void wantNoAnswer(Bus& bus)
 {
     for (int i = 0; i < 2000; ++i) {
-        bus.tell(Subject::read(Subject::path("counted")));
-        bus.tell(Subject::write(Subject::path("plain"), "x", 0));
+        bus.tell(Target::read(Target::path("counted")));
+        bus.tell(Target::write(Target::path("plain"), "x", 0));
         bus.tell({"/nowhere", "", "Nothing"});
     }
 }
@@ -184,7 +186,7 @@ void vanishBeforeTheAnswer(Bus& bus)
         Bus other(bus.destination());
         other.inFlightLimit = 1000;
         for (int call = 0; call < 200; ++call) {
-            other.send(Subject::read(Subject::path(call % 2 ? "counted" : "spinning")));
+            other.send(Target::read(Target::path(call % 2 ? "counted" : "spinning")));
         }
         other.flush();
         other.vanish();
@@ -237,22 +239,24 @@ void expect(bool condition, const std::string& what)
     }
 }
 
-std::string Subject::path(const char* characteristic)
+std::string Target::path(const char* characteristic)
 {
-    return std::string("/subject/values/") + characteristic;
+    return std::string("/stress/values/") + characteristic;
 }
 
-Call Subject::read(const std::string& path)
+Call Target::read(const std::string& path)
 {
     return {path, characteristicInterface, "ReadValue", [](sd_bus_message* message) {
                 check(sd_bus_message_append(message, "a{sv}", 0), "append options");
             }};
 }
 
-Call Subject::write(const std::string& path, const std::string& bytes, int offset)
+Call Target::write(const std::string& path, const std::string& bytes, int offset)
 {
     return {path, characteristicInterface, "WriteValue", [bytes, offset](sd_bus_message* message) {
                 check(sd_bus_message_append_array(message, 'y', bytes.data(), bytes.size()), "append bytes");
                 check(sd_bus_message_append(message, "a{sv}", 1, "offset", "i", offset), "append options");
             }};
 }
+
+} // namespace attacker

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace attacker {
+
 /** What is done to a peripheral. Each leaves calls in flight; what it expects of answers it checks itself. */
 struct Attack
 {
@@ -20,7 +22,7 @@ std::vector<std::string> allPaths(Bus& bus);
 /** Throws if the condition does not hold. */
 void expect(bool condition, const std::string& what);
 
-namespace Subject {
+namespace Target {
 
 /** The path of one of its characteristics. */
 std::string path(const char* characteristic);
@@ -32,4 +34,6 @@ Call read(const std::string& path);
 /** A write of this many bytes at an offset. */
 Call write(const std::string& path, const std::string& bytes, int offset);
 
-} // namespace Subject
+} // namespace Target
+
+} // namespace attacker

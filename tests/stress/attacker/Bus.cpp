@@ -4,6 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
+namespace attacker {
+
 namespace {
 
 constexpr std::uint64_t patienceUs = 100000000;
@@ -137,3 +139,5 @@ void Bus::vanish()
 {
     sd_bus_close(m_bus);
 }
+
+} // namespace attacker

@@ -8,6 +8,8 @@
 #include <list>
 #include <string>
 
+namespace attacker {
+
 /** A method call; append adds its arguments. */
 struct Call
 {
@@ -72,3 +74,5 @@ private:
 
 /** Throws with what was tried if the result is negative, and returns it otherwise. */
 int check(int result, const char* what);
+
+} // namespace attacker

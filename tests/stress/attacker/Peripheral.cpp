@@ -7,6 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
+namespace attacker {
+
 Peripheral::Peripheral(const std::string& program)
 {
     int orders[2];
@@ -76,3 +78,5 @@ std::string Peripheral::readLine()
     text.pop_back();
     return text;
 }
+
+} // namespace attacker

@@ -6,6 +6,8 @@
 #include <map>
 #include <string>
 
+namespace attacker {
+
 /** The program stress-peripheral as a child, spoken to through pipes and not through the bus under test. */
 class Peripheral
 {
@@ -35,3 +37,5 @@ private:
     std::FILE* m_output = nullptr;
     std::string m_name;
 };
+
+} // namespace attacker

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <thread>
 
+using namespace attacker;
+
 namespace {
 
 constexpr long heapSlack = 256 << 10; // caches of Qt and of the C library
@@ -100,10 +102,10 @@ public:
     Volume(Bus& bus, Peripheral& peripheral) : m_bus(bus), m_peripheral(peripheral)
     {
         bus.match("type='signal',interface='org.freedesktop.DBus.Properties',path='" +
-                      Subject::path("notified") + "'",
+                      Target::path("notified") + "'",
                   [this](sd_bus_message* message) { onNotified(message); });
         sd_bus_message_unref(
-            bus.ask({Subject::path("notified"), Subject::characteristicInterface, "StartNotify"}));
+            bus.ask({Target::path("notified"), Target::characteristicInterface, "StartNotify"}));
     }
 
     /** @return the process's figures afterwards */
@@ -113,9 +115,9 @@ public:
         for (const long end = m_reads + count; m_reads < end;) {
             const long size = std::min(batch, end - m_reads);
             const long last = m_notifications + size;
-            m_bus.send(Subject::write(Subject::path("more"), std::to_string(size), 0));
+            m_bus.send(Target::write(Target::path("more"), std::to_string(size), 0));
             for (long i = 0; i < size; ++i) {
-                m_bus.send(Subject::read(Subject::path("counted")), [this](sd_bus_message* message) {
+                m_bus.send(Target::read(Target::path("counted")), [this](sd_bus_message* message) {
                     const void* bytes = nullptr;
                     std::size_t length = 0;
                     check(sd_bus_message_read_array(message, 'y', &bytes, &length), "read a value");

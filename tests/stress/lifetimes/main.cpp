@@ -3,7 +3,7 @@
 
 #include "BleManager.h"
 #include "Figures.h"
-#include "World.h"
+#include "RandomLifetimes.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -13,52 +13,53 @@
 
 namespace {
 
-constexpr int deedsBetweenChecks = 5000;
+constexpr int operationsBetweenChecks = 5000;
 constexpr qint64 heapSlack = 256 << 10; // caches of Qt, such as those of types and of the event loop
 constexpr qint64 heapPerName = 100;     // Qt lists each bus name as often as an application requests it
 
-int fail(unsigned seed, qint64 deeds, const QString& what)
+int fail(unsigned seed, qint64 operations, const QString& what)
 {
-    std::printf("FAILED after %lld deeds with seed %u: %s\n", deeds, seed, qPrintable(what));
+    std::printf("FAILED after %lld operations with seed %u: %s\n", operations, seed, qPrintable(what));
     return 1;
 }
 
-int run(unsigned seed, qint64 operations, bool verbose)
+int run(unsigned seed, qint64 count, bool verbose)
 {
     Simulator daemon({QStringLiteral("--accept-everything")});
     BleManager::instance();
-    World world(seed, &daemon, verbose);
+    RandomLifetimes lifetimes(seed, &daemon, verbose);
     QElapsedTimer time;
     time.start();
     Figures first = {};
-    qint64 nextCheck = deedsBetweenChecks;
-    while (world.deeds() < operations) {
-        world.act();
+    qint64 nextCheck = operationsBetweenChecks;
+    while (lifetimes.operations() < count) {
+        lifetimes.run();
         QCoreApplication::processEvents();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        if (world.deeds() < nextCheck && world.deeds() < operations) {
+        if (lifetimes.operations() < nextCheck && lifetimes.operations() < count) {
             continue;
         }
-        const QString wrong = world.discrepancy();
+        const QString wrong = lifetimes.discrepancy();
         if (!wrong.isEmpty()) {
-            return fail(seed, world.deeds(), wrong);
+            return fail(seed, lifetimes.operations(), wrong);
         }
-        world.clear();
+        lifetimes.clear();
         daemon.clearCalls();
         const Figures now = Figures::now();
-        std::printf("%9lld deeds: %s\n", world.deeds(), qPrintable(now.text()));
+        std::printf("%9lld operations: %s\n", lifetimes.operations(), qPrintable(now.text()));
         std::fflush(stdout);
         if (first.objects == 0) {
             first = now;
         } else if (now.objects != first.objects || now.descriptors != first.descriptors ||
                    now.heap >
-                       first.heap + heapSlack + heapNoise() + heapPerName * world.builtApplications()) {
-            return fail(seed, world.deeds(), QStringLiteral("not returned to %1").arg(first.text()));
+                       first.heap + heapSlack + heapNoise() + heapPerName * lifetimes.builtApplications()) {
+            return fail(seed, lifetimes.operations(), QStringLiteral("not returned to %1").arg(first.text()));
         }
-        nextCheck += deedsBetweenChecks;
+        nextCheck += operationsBetweenChecks;
     }
-    std::printf("%lld deeds, %lld of them inside others, seed %u, digest %s, %lld s\n", world.deeds(),
-                world.nested(), seed, world.digest().constData(), time.elapsed() / 1000);
+    std::printf("%lld operations, %lld of them inside others, seed %u, digest %s, %lld s\n",
+                lifetimes.operations(), lifetimes.nested(), seed, lifetimes.digest().constData(),
+                time.elapsed() / 1000);
     return 0;
 }
 
@@ -68,14 +69,14 @@ int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
     QCommandLineParser arguments;
-    arguments.setApplicationDescription(
-        QStringLiteral("Runs random lives; its last line names their digest."));
+    arguments.setApplicationDescription(QStringLiteral(
+        "Runs random operations on trees and advertisements; the last line names their digest."));
     arguments.addHelpOption();
-    const QCommandLineOption operations(QStringLiteral("operations"), QStringLiteral("How many deeds."),
+    const QCommandLineOption operations(QStringLiteral("operations"), QStringLiteral("How many operations."),
                                         QStringLiteral("count"), QStringLiteral("100000"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("What all choices follow from."),
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines all choices."),
                                   QStringLiteral("number"), QStringLiteral("1"));
-    const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Print each deed."));
+    const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Print each operation."));
     arguments.addOptions({operations, seed, verbose});
     arguments.process(program);
     followObjects();

@@ -8,7 +8,7 @@
 
 #include "BleManager.h"
 #include "Figures.h"
-#include "Subject.h"
+#include "StressPeripheral.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -27,12 +27,12 @@ void print(const QString& line)
     std::fflush(stdout);
 }
 
-void obey(const QByteArray& order, std::unique_ptr<Subject>& subject)
+void obey(const QByteArray& order, std::unique_ptr<StressPeripheral>& peripheral)
 {
     if (order == "rebuild") {
-        subject.reset();
+        peripheral.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        subject = std::make_unique<Subject>();
+        peripheral = std::make_unique<StressPeripheral>();
     }
     print(Figures::now().text());
 }
@@ -44,7 +44,7 @@ int main(int argc, char** argv)
     QCoreApplication program(argc, argv);
     followObjects();
     buildEveryLogLine();
-    auto subject = std::make_unique<Subject>();
+    auto peripheral = std::make_unique<StressPeripheral>();
     BleManager::instance();
     QByteArray input;
     QSocketNotifier stdinNotifier(STDIN_FILENO, QSocketNotifier::Read);
@@ -57,7 +57,7 @@ int main(int argc, char** argv)
         }
         input.append(buffer, int(count));
         for (int end; (end = input.indexOf('\n')) >= 0; input.remove(0, end + 1)) {
-            obey(input.left(end), subject);
+            obey(input.left(end), peripheral);
         }
     });
     print(QStringLiteral("ready ") + QDBusConnection::systemBus().baseService());

@@ -1,4 +1,4 @@
-#include "Subject.h"
+#include "StressPeripheral.h"
 
 #include <QEventLoop>
 #include <QPointer>
@@ -12,7 +12,7 @@ constexpr auto everything = GattCharacteristic::Read | GattCharacteristic::Write
 
 } // namespace
 
-Subject::Subject()
+StressPeripheral::StressPeripheral()
 {
     add("plain")->setValue(QByteArray(700, 'p'));
     add("paged", add("control"))->setValue(QByteArray(1300, 'q'));
@@ -28,12 +28,12 @@ Subject::Subject()
     for (const auto propertyExport : {GapAdvertisement::AllProperties, GapAdvertisement::SetProperties}) {
         auto* adv = new GapAdvertisement(this, QStringLiteral("/advertised%1").arg(int(propertyExport)),
                                          propertyExport);
-        adv->setLocalName(QStringLiteral("subject"));
+        adv->setLocalName(QStringLiteral("peripheral"));
         adv->setManufacturerData({{1, "data"}});
     }
 }
 
-GattCharacteristic* Subject::add(const char* name, GattCharacteristic* control)
+GattCharacteristic* StressPeripheral::add(const char* name, GattCharacteristic* control)
 {
     GattCharacteristic* made = m_service->createCharacteristic(QLatin1String(name), everything, control);
     made->addDescriptor(QStringLiteral("described"), GattDescriptor::Read);
@@ -41,7 +41,7 @@ GattCharacteristic* Subject::add(const char* name, GattCharacteristic* control)
 }
 
 /** Each read of "counted" gives the next number; "more", written with a number, notifies as many. */
-void Subject::addCounting()
+void StressPeripheral::addCounting()
 {
     GattCharacteristic* counted = add("counted");
     counted->setReadCallback([this] { return QByteArray::number(++m_reads); });
@@ -55,7 +55,7 @@ void Subject::addCounting()
 }
 
 /** "mortal" and its service end with each write, and when they are read; both come back at once. */
-void Subject::addMortals()
+void StressPeripheral::addMortals()
 {
     QPointer<GattService> service = m_app.createService(QStringLiteral("mortals"), true);
     GattCharacteristic* mortal = service->createCharacteristic(QStringLiteral("mortal"), everything, nullptr);
@@ -66,5 +66,5 @@ void Subject::addMortals()
         end();
         return QByteArray("last words");
     });
-    connect(service, &QObject::destroyed, this, &Subject::addMortals, Qt::QueuedConnection);
+    connect(service, &QObject::destroyed, this, &StressPeripheral::addMortals, Qt::QueuedConnection);
 }

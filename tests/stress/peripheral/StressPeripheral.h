@@ -6,22 +6,22 @@
 #include <QObject>
 
 /**
- * What is exported to be called: below /subject one characteristic for each way to answer, an advertisement
+ * What is exported to be called: below /stress one characteristic for each way to answer, an advertisement
  * of either kind at /advertised0 and /advertised1.
  */
-class Subject : public QObject
+class StressPeripheral : public QObject
 {
     Q_OBJECT
 
 public:
-    Subject();
+    StressPeripheral();
 
 private:
     GattCharacteristic* add(const char* name, GattCharacteristic* control = nullptr);
     void addCounting();
     void addMortals();
 
-    GattApplication m_app{this, QStringLiteral("/subject"), QStringLiteral("org.plim.subject")};
+    GattApplication m_app{this, QStringLiteral("/stress"), QStringLiteral("org.plim.stress")};
     GattService* m_service = m_app.createService(QStringLiteral("values"), true);
     qint64 m_reads = 0;
     qint64 m_notifications = 0;

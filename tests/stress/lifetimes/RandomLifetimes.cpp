@@ -1,4 +1,4 @@
-#include "World.h"
+#include "RandomLifetimes.h"
 
 #include "BleManager.h"
 #include "Figures.h"
@@ -37,27 +37,27 @@ QStringList sorted(QStringList list)
 int totalWeight()
 {
     int total = 0;
-    for (const Deed& deed : allDeeds()) {
-        total += deed.weight;
+    for (const Operation& operation : allOperations()) {
+        total += operation.weight;
     }
     return total;
 }
 
 } // namespace
 
-World::World(unsigned seed, Simulator* daemon, bool verbose)
+RandomLifetimes::RandomLifetimes(unsigned seed, Simulator* daemon, bool verbose)
     : m_random(seed), m_daemon(daemon), m_verbose(verbose)
 {
     observe();
 }
 
-World::~World()
+RandomLifetimes::~RandomLifetimes()
 {
     BleManager::instance()->setRegistrationObserver({});
 }
 
 /** Hears of all registrations by an observer that asks back and replaces itself each time. */
-void World::observe()
+void RandomLifetimes::observe()
 {
     BleManager::instance()->setRegistrationObserver([this](const BleRegistrationEvent& event) {
         observe();
@@ -66,33 +66,33 @@ void World::observe()
     });
 }
 
-void World::act()
+void RandomLifetimes::run()
 {
     static const int total = totalWeight();
     int choice = below(total);
-    auto deed = allDeeds().cbegin();
-    for (; choice >= deed->weight; ++deed) {
-        choice -= deed->weight;
+    auto operation = allOperations().cbegin();
+    for (; choice >= operation->weight; ++operation) {
+        choice -= operation->weight;
     }
-    ++m_deeds;
+    ++m_operations;
     m_nested += m_depth > 0 ? 1 : 0;
-    m_digest.addData(QByteArray::number(m_depth) + deed->name);
+    m_digest.addData(QByteArray::number(m_depth) + operation->name);
     if (m_verbose) {
-        std::fprintf(stderr, "%lld %*s%s\n", m_deeds, 2 * m_depth, "", deed->name);
+        std::fprintf(stderr, "%lld %*s%s\n", m_operations, 2 * m_depth, "", operation->name);
     }
     ++m_depth;
-    deed->act(*this);
+    operation->run(*this);
     --m_depth;
 }
 
-void World::interfere()
+void RandomLifetimes::interfere()
 {
     if (m_depth < maximumDepth && chance(3)) {
-        act();
+        run();
     }
 }
 
-QByteArray World::bytes()
+QByteArray RandomLifetimes::bytes()
 {
     static const QByteArray controls[] = {"0", "1", "2", "-1", "x", ""};
     if (chance(3)) {
@@ -102,12 +102,12 @@ QByteArray World::bytes()
 }
 
 template <typename Object, typename Signal>
-void World::interfereAt(Object* object, Signal signal)
+void RandomLifetimes::interfereAt(Object* object, Signal signal)
 {
     QObject::connect(object, signal, object, [this] { interfere(); });
 }
 
-void World::interfereAtTheEndOf(QObject* object)
+void RandomLifetimes::interfereAtTheEndOf(QObject* object)
 {
     // No context: the receiver would be gone before its signal arrives.
     QObject::connect(object, &QObject::destroyed, [this] {
@@ -117,7 +117,7 @@ void World::interfereAtTheEndOf(QObject* object)
     });
 }
 
-void World::build()
+void RandomLifetimes::build()
 {
     const QVector<GattApplication*> living = alive(m_applications);
     for (int i = 0; i < pathCount; ++i) {
@@ -137,7 +137,7 @@ void World::build()
     }
 }
 
-void World::follow(GattService* service)
+void RandomLifetimes::follow(GattService* service)
 {
     if (service) {
         interfereAt(service, &GattService::handlesChanged);
@@ -145,7 +145,7 @@ void World::follow(GattService* service)
     }
 }
 
-void World::follow(GattCharacteristic* characteristic)
+void RandomLifetimes::follow(GattCharacteristic* characteristic)
 {
     if (characteristic) {
         interfereAt(characteristic, &GattCharacteristic::valueChanged);
@@ -156,7 +156,7 @@ void World::follow(GattCharacteristic* characteristic)
     }
 }
 
-void World::advertise()
+void RandomLifetimes::advertise()
 {
     const QVector<GapAdvertisement*> living = alive(m_advertisements);
     if (living.size() >= 3) {
@@ -179,19 +179,19 @@ void World::advertise()
 }
 
 template <>
-QVector<QPointer<const GattApplication>>& World::held<GattApplication>()
+QVector<QPointer<const GattApplication>>& RandomLifetimes::held<GattApplication>()
 {
     return m_heldApplications;
 }
 
 template <>
-QVector<QPointer<const GapAdvertisement>>& World::held<GapAdvertisement>()
+QVector<QPointer<const GapAdvertisement>>& RandomLifetimes::held<GapAdvertisement>()
 {
     return m_heldAdvertisements;
 }
 
 template <typename Object>
-void World::hold(Object* object)
+void RandomLifetimes::hold(Object* object)
 {
     held<Object>().removeAll(nullptr);
     if (object && !held<Object>().contains(object)) {
@@ -201,19 +201,19 @@ void World::hold(Object* object)
 }
 
 template <typename Object>
-void World::release(Object* object)
+void RandomLifetimes::release(Object* object)
 {
     held<Object>().removeAll(object);
     BleManager::instance()->remove(object);
 }
 
-template void World::hold(GattApplication*);
-template void World::hold(GapAdvertisement*);
-template void World::release(GattApplication*);
-template void World::release(GapAdvertisement*);
+template void RandomLifetimes::hold(GattApplication*);
+template void RandomLifetimes::hold(GapAdvertisement*);
+template void RandomLifetimes::release(GattApplication*);
+template void RandomLifetimes::release(GapAdvertisement*);
 
-void World::ask(const QString& path, const QString& member, const QString& signature,
-                const QStringList& arguments)
+void RandomLifetimes::ask(const QString& path, const QString& member, const QString& signature,
+                          const QStringList& arguments)
 {
     if (!maySpin()) {
         return;
@@ -225,7 +225,7 @@ void World::ask(const QString& path, const QString& member, const QString& signa
     }
 }
 
-void World::comeAndGo()
+void RandomLifetimes::comeAndGo()
 {
     switch (below(4)) {
     case 0:
@@ -244,7 +244,7 @@ void World::comeAndGo()
     }
 }
 
-QStringList World::registrable() const
+QStringList RandomLifetimes::registrable() const
 {
     QStringList paths;
     for (const GattApplication* app : alive(m_heldApplications)) {
@@ -257,7 +257,7 @@ QStringList World::registrable() const
 }
 
 /** The paths of the objects that the manager says are held and are not, or are not held and are. */
-QStringList World::misjudged() const
+QStringList RandomLifetimes::misjudged() const
 {
     QStringList paths;
     const auto judge = [&paths](const auto& all, const auto& held) {
@@ -274,7 +274,7 @@ QStringList World::misjudged() const
 }
 
 /** The paths of the objects that the manager says are registered. */
-QStringList World::registered() const
+QStringList RandomLifetimes::registered() const
 {
     QStringList paths;
     const auto list = [&paths](const auto& all) {
@@ -290,7 +290,7 @@ QStringList World::registered() const
     return sorted(paths);
 }
 
-QString World::discrepancy()
+QString RandomLifetimes::discrepancy()
 {
     for (const char* member : {"RegisterApplication", "UnregisterApplication", "RegisterAdvertisement",
                                "UnregisterAdvertisement"}) {
@@ -327,7 +327,7 @@ QString World::discrepancy()
     return wrong;
 }
 
-void World::clear()
+void RandomLifetimes::clear()
 {
     m_depth += maximumDepth;
     qDeleteAll(alive(m_applications));

@@ -16,25 +16,25 @@
 #include <random>
 
 /**
- * Applications and advertisements to which random things happen, one deed after the other and one inside the
- * other: every signal of every object, every read callback and every nested event loop may start a further
- * deed.
+ * Applications and advertisements to which random things happen, one operation after the other and one inside
+ * the other: every signal of every object, every read callback and every nested event loop may start a
+ * further operation.
  *
  * All choices come from one seed. What the daemon answers decides nothing, and calls over the bus are waited
- * for, so that a seed always gives the same deeds; their digest shows it.
+ * for, so that a seed always gives the same operations; their digest shows it.
  */
-class World
+class RandomLifetimes
 {
 public:
-    World(unsigned seed, Simulator* daemon, bool verbose);
-    ~World();
-    Q_DISABLE_COPY(World)
+    RandomLifetimes(unsigned seed, Simulator* daemon, bool verbose);
+    ~RandomLifetimes();
+    Q_DISABLE_COPY(RandomLifetimes)
 
-    /** One deed, with those that it starts. */
-    void act();
+    /** One operation, with those that it starts. */
+    void run();
 
-    /** Every deed so far, those inside others included. */
-    qint64 deeds() const { return m_deeds; }
+    /** Every operation so far, those inside others included. */
+    qint64 operations() const { return m_operations; }
     /** How many of them ran inside another one. */
     qint64 nested() const { return m_nested; }
     qint64 builtApplications() const { return m_builtApplications; }
@@ -50,7 +50,7 @@ public:
     /** Deletes everything. */
     void clear();
 
-    // For the deeds: chances, and something that lives at this moment, or null.
+    // For the operations: chances, and something that lives at this moment, or null.
     int below(int limit) { return int(m_random() % unsigned(limit)); }
     bool chance(int oneIn) { return below(oneIn) == 0; }
     GattApplication* application() { return anyOf(alive(m_applications)); }
@@ -65,7 +65,7 @@ public:
      */
     bool maySpin() const { return m_ending == 0; }
 
-    // For the deeds: what has to be remembered.
+    // For the operations: what has to be remembered.
     void build();
     void follow(GattService* service);
     void follow(GattCharacteristic* characteristic);
@@ -79,7 +79,7 @@ public:
              const QStringList& arguments);
     /** The daemon's. */
     void comeAndGo();
-    /** A deed inside whatever is going on, unless enough is going on already. */
+    /** A operation inside whatever is going on, unless enough is going on already. */
     void interfere();
 
 private:
@@ -122,7 +122,7 @@ private:
     QCryptographicHash m_digest{QCryptographicHash::Sha1};
     int m_depth = 0;
     int m_ending = 0;
-    qint64 m_deeds = 0;
+    qint64 m_operations = 0;
     qint64 m_nested = 0;
     qint64 m_builtApplications = 0;
     QVector<QPointer<GattApplication>> m_applications;
@@ -132,12 +132,12 @@ private:
 };
 
 /** Something that may happen. */
-struct Deed
+struct Operation
 {
     const char* name;
     int weight;
-    std::function<void(World&)> act;
+    std::function<void(RandomLifetimes&)> run;
 };
 
 /** All of them, in an order that never changes within a build. */
-const QVector<Deed>& allDeeds();
+const QVector<Operation>& allOperations();

@@ -10,10 +10,10 @@ class Peripheral;
  * Where the checks run: the real daemon with a phone on the second controller, or the stand-in daemon with
  * the phone that it plays. What one does and the other does not is a fault of the stand-in.
  */
-class Stage
+class CheckEnvironment
 {
 public:
-    virtual ~Stage() = default;
+    virtual ~CheckEnvironment() = default;
 
     /** The daemon's version, "5.66" or "5.82". */
     virtual QString version() const = 0;
@@ -35,7 +35,7 @@ public:
 
 /** What a connected phone does, and what the daemon makes of it. How many checks failed is in
  * Expect::failures(). */
-void runChecks(Stage& stage);
+void runChecks(CheckEnvironment& environment);
 
 /** What the library finds wrong with applications and advertisements, and what the daemon does with them. */
-void runRegistrationChecks(Stage& stage);
+void runRegistrationChecks(CheckEnvironment& environment);

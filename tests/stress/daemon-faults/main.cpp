@@ -1,6 +1,6 @@
-// Lets the stand-in daemon have every mood, again and again, with an application and two advertisements held.
-// After each cycle everything held is registered exactly where a manager is present, no call is watched any
-// more, and no memory is taken.
+// Lets the stand-in daemon show every fault, again and again, with an application and two advertisements
+// held. After each cycle everything held is registered exactly where a manager is present, no call is watched
+// any more, and no memory is taken.
 
 #include "BleManager.h"
 #include "Figures.h"
@@ -42,10 +42,10 @@ void waitUntil(const QString& what, const std::function<bool()>& condition)
 }
 
 /** What is held, and the daemon that it is held for. */
-class Moods
+class DaemonFaults
 {
 public:
-    explicit Moods(unsigned seed) : m_random(seed)
+    explicit DaemonFaults(unsigned seed) : m_random(seed)
     {
         m_app.createService(QStringLiteral("0000180f-0000-1000-8000-00805f9b34fb"), true);
         BleManager::instance()->add(&m_app);
@@ -79,8 +79,8 @@ private:
             QStringList applications;
             QStringList advertisements;
             for (int i = 0; i < adapters.size(); ++i) {
-                applications << QStringLiteral("/moods");
-                advertisements << QStringLiteral("/moods/first") << QStringLiteral("/moods/second");
+                applications << QStringLiteral("/faults");
+                advertisements << QStringLiteral("/faults/first") << QStringLiteral("/faults/second");
             }
             QStringList found = m_daemon.advertisements();
             found.sort();
@@ -105,12 +105,12 @@ private:
 
     std::mt19937 m_random;
     Simulator m_daemon{{QStringLiteral("--accept-everything")}};
-    GattApplication m_app{nullptr, QStringLiteral("/moods"), QStringLiteral("org.plim.moods")};
-    GapAdvertisement m_first{nullptr, QStringLiteral("/moods/first")};
-    GapAdvertisement m_second{nullptr, QStringLiteral("/moods/second"), GapAdvertisement::SetProperties};
+    GattApplication m_app{nullptr, QStringLiteral("/faults"), QStringLiteral("org.plim.faults")};
+    GapAdvertisement m_first{nullptr, QStringLiteral("/faults/first")};
+    GapAdvertisement m_second{nullptr, QStringLiteral("/faults/second"), GapAdvertisement::SetProperties};
 };
 
-void Moods::absent()
+void DaemonFaults::absent()
 {
     m_daemon.vanish();
     waitUntil(QStringLiteral("the news that it is gone"), nothingIsWatched);
@@ -121,13 +121,13 @@ void Moods::absent()
     expectRegisteredAt({QStringLiteral("hci0")});
 }
 
-void Moods::restarts()
+void DaemonFaults::restarts()
 {
     m_daemon.restart();
     expectRegisteredAt({QStringLiteral("hci0")});
 }
 
-void Moods::vanishesAtEachStep()
+void DaemonFaults::vanishesAtEachStep()
 {
     // Each time a little later: when nothing, some or all of what follows an announcement has been done.
     for (int rounds = 0; rounds < 6; ++rounds) {
@@ -143,7 +143,7 @@ void Moods::vanishesAtEachStep()
     expectRegisteredAt({QStringLiteral("hci0")});
 }
 
-void Moods::answersLate()
+void DaemonFaults::answersLate()
 {
     for (const char* member : members) {
         m_daemon.answerLate(QLatin1String(member), 20);
@@ -153,7 +153,7 @@ void Moods::answersLate()
     restarts();
 }
 
-void Moods::neverAnswers()
+void DaemonFaults::neverAnswers()
 {
     for (const char* member : members) {
         m_daemon.neverAnswer(QLatin1String(member));
@@ -164,7 +164,7 @@ void Moods::neverAnswers()
     restarts();
 }
 
-void Moods::answersAfterTheEnd()
+void DaemonFaults::answersAfterTheEnd()
 {
     m_daemon.answerLate(QStringLiteral("RegisterApplication"), 20);
     m_daemon.answerLate(QStringLiteral("RegisterAdvertisement"), 20);
@@ -183,7 +183,7 @@ void Moods::answersAfterTheEnd()
     restarts();
 }
 
-void Moods::refuses()
+void DaemonFaults::refuses()
 {
     for (const char* member : members) {
         m_daemon.answerWithError(QLatin1String(member), QStringLiteral("org.bluez.Error.NotReady"),
@@ -200,7 +200,7 @@ void Moods::refuses()
     restarts();
 }
 
-void Moods::twoAdapters()
+void DaemonFaults::twoAdapters()
 {
     const QString hci0 = QStringLiteral("hci0");
     const QString hci1 = QStringLiteral("hci1");
@@ -220,7 +220,7 @@ void Moods::twoAdapters()
     restarts();
 }
 
-void Moods::announcesTwice()
+void DaemonFaults::announcesTwice()
 {
     const QStringList both{QStringLiteral("org.bluez.GattManager1"),
                            QStringLiteral("org.bluez.LEAdvertisingManager1")};
@@ -233,37 +233,37 @@ void Moods::announcesTwice()
     restarts();
 }
 
-struct Mood
+struct Fault
 {
     const char* name;
-    void (Moods::*have)();
+    void (DaemonFaults::*run)();
 };
 
-constexpr Mood allMoods[] = {
-    {"absent", &Moods::absent},
-    {"restarting", &Moods::restarts},
-    {"vanishing at each step", &Moods::vanishesAtEachStep},
-    {"late", &Moods::answersLate},
-    {"never answering", &Moods::neverAnswers},
-    {"answering after the end", &Moods::answersAfterTheEnd},
-    {"refusing everything", &Moods::refuses},
-    {"two adapters", &Moods::twoAdapters},
-    {"the same path again", &Moods::announcesTwice},
+constexpr Fault allFaults[] = {
+    {"absent", &DaemonFaults::absent},
+    {"restarting", &DaemonFaults::restarts},
+    {"vanishing at each step", &DaemonFaults::vanishesAtEachStep},
+    {"late", &DaemonFaults::answersLate},
+    {"never answering", &DaemonFaults::neverAnswers},
+    {"answering after the end", &DaemonFaults::answersAfterTheEnd},
+    {"refusing everything", &DaemonFaults::refuses},
+    {"two adapters", &DaemonFaults::twoAdapters},
+    {"the same path again", &DaemonFaults::announcesTwice},
 };
 
-void cycle(Moods& moods, const Mood& mood, int count)
+void cycle(DaemonFaults& faults, const Fault& fault, int count)
 {
     Figures first = {};
     QElapsedTimer time;
     time.start();
     for (int i = 0; i < count; ++i) {
-        (moods.*mood.have)();
+        (faults.*fault.run)();
         if (i == count / 10) {
             first = Figures::now();
         }
     }
     const Figures last = Figures::now();
-    std::printf("%-24s %5d cycles %7lld ms: heap %+lld, resident %+lld, %s\n", mood.name, count,
+    std::printf("%-24s %5d cycles %7lld ms: heap %+lld, resident %+lld, %s\n", fault.name, count,
                 time.elapsed(), last.heap - first.heap, last.resident - first.resident,
                 qPrintable(last.text()));
     std::fflush(stdout);
@@ -280,21 +280,22 @@ int main(int argc, char** argv)
     const QCoreApplication program(argc, argv);
     QCommandLineParser arguments;
     arguments.addHelpOption();
-    const QCommandLineOption cycles(QStringLiteral("cycles"), QStringLiteral("How often each mood is had."),
-                                    QStringLiteral("count"), QStringLiteral("1000"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("What all choices follow from."),
+    const QCommandLineOption cycles(QStringLiteral("cycles"),
+                                    QStringLiteral("How often each fault is shown."), QStringLiteral("count"),
+                                    QStringLiteral("1000"));
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines all choices."),
                                   QStringLiteral("number"), QStringLiteral("1"));
     arguments.addOptions({cycles, seed});
-    arguments.addPositionalArgument(QStringLiteral("mood"), QStringLiteral("Only these."),
-                                    QStringLiteral("[mood...]"));
+    arguments.addPositionalArgument(QStringLiteral("fault"), QStringLiteral("Only these."),
+                                    QStringLiteral("[fault...]"));
     arguments.process(program);
     followObjects();
     buildEveryLogLine();
-    Moods moods(arguments.value(seed).toUInt());
+    DaemonFaults faults(arguments.value(seed).toUInt());
     const QStringList wanted = arguments.positionalArguments();
-    for (const Mood& mood : allMoods) {
-        if (wanted.isEmpty() || wanted.contains(QLatin1String(mood.name))) {
-            cycle(moods, mood, arguments.value(cycles).toInt());
+    for (const Fault& fault : allFaults) {
+        if (wanted.isEmpty() || wanted.contains(QLatin1String(fault.name))) {
+            cycle(faults, fault, arguments.value(cycles).toInt());
         }
     }
     return 0;
