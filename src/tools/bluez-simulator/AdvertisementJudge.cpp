@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <optional>
 
+namespace simulator {
+
 namespace {
 
 using AdvertisingLimits::MaximumLength;
@@ -240,3 +242,5 @@ bool AdvertisementJudge::isPeripheral() const
 {
     return m_properties.value(QStringLiteral("Type")) == QLatin1String("peripheral");
 }
+
+} // namespace simulator

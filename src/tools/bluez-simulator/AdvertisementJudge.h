@@ -5,6 +5,8 @@
 
 #include <QVariantMap>
 
+namespace simulator {
+
 /** Decides whether the daemon broadcasts an advertisement. */
 class AdvertisementJudge
 {
@@ -29,3 +31,5 @@ private:
     QVariantMap m_properties;
     BluezVersion m_version = BluezVersion::Bluez582;
 };
+
+} // namespace simulator

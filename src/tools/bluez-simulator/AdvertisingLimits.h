@@ -2,6 +2,8 @@
 
 #include <QStringList>
 
+namespace simulator {
+
 /** What the simulated controller can broadcast. */
 namespace AdvertisingLimits {
 
@@ -18,3 +20,5 @@ inline QStringList secondaryChannels()
 }
 
 } // namespace AdvertisingLimits
+
+} // namespace simulator

@@ -9,6 +9,8 @@
 
 #include <QTimer>
 
+namespace simulator {
+
 AdvertisingManager::AdvertisingManager(const QString& path, Daemon* daemon)
     : RegistrationManager(QStringLiteral("advertisement"), path, daemon)
 {
@@ -147,3 +149,5 @@ void AdvertisingManager::showInstances()
         daemon()->changeProperty(path(), Names::AdvertisingManager, name, shown.value(name));
     }
 }
+
+} // namespace simulator

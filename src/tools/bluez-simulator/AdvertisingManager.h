@@ -2,6 +2,8 @@
 
 #include "RegistrationManager.h"
 
+namespace simulator {
+
 /** Plays org.bluez.LEAdvertisingManager1. */
 class AdvertisingManager : public RegistrationManager
 {
@@ -38,3 +40,5 @@ private:
     void releaseById(quint64 id);
     void showInstances();
 };
+
+} // namespace simulator

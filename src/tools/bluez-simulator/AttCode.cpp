@@ -2,6 +2,8 @@
 
 #include <QMap>
 
+namespace simulator {
+
 namespace {
 
 bool isApplicationError(long code)
@@ -68,3 +70,5 @@ QString attText(AttCode code)
         .arg(int(code), 2, 16, QLatin1Char('0'))
         .arg(names.value(code, QStringLiteral("Application Error")));
 }
+
+} // namespace simulator

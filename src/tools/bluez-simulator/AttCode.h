@@ -5,6 +5,8 @@
 #include <QDBusMessage>
 #include <QString>
 
+namespace simulator {
+
 /** What a phone is answered with: the errors of the Attribute Protocol. */
 enum class AttCode : quint8
 {
@@ -31,3 +33,5 @@ AttCode attCodeOf(const QDBusMessage& error, AttCode notPermitted, BluezVersion 
 
 /** The number and the name in the Core Specification, for instance "0x0f Insufficient Encryption". */
 QString attText(AttCode code);
+
+} // namespace simulator

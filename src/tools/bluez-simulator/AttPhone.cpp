@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace simulator {
+
 namespace {
 
 constexpr int MaximumValueLength = 512;
@@ -371,3 +373,5 @@ QVariantMap AttPhone::options(quint16 offset) const
     }
     return options;
 }
+
+} // namespace simulator

@@ -10,6 +10,8 @@
 #include <QObject>
 #include <functional>
 
+namespace simulator {
+
 class Daemon;
 struct Registration;
 
@@ -90,3 +92,5 @@ private:
     QMap<QString, Subscription> m_subscriptions; // by the characteristic's path
     QList<Indication> m_indications; // the first one has been delivered and waits for confirmation
 };
+
+} // namespace simulator

@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <QVariantMap>
 
+namespace simulator {
+
 /** A characteristic or descriptor of a registered application, as it was read from its client. */
 struct Attribute
 {
@@ -28,3 +30,5 @@ struct Attribute
         return request;
     }
 };
+
+} // namespace simulator

@@ -2,6 +2,8 @@
 
 #include <QRegularExpression>
 
+namespace simulator {
+
 BluetoothUuid::BluetoothUuid(const QString& text)
 {
     static const QRegularExpression longForm(
@@ -29,3 +31,5 @@ bool BluetoothUuid::is(quint16 uuid) const
     bool ok = false;
     return m_size != 0 && m_size != 16 && m_hex.toUInt(&ok, 16) == uuid && ok;
 }
+
+} // namespace simulator

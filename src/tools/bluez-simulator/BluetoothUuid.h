@@ -2,6 +2,8 @@
 
 #include <QString>
 
+namespace simulator {
+
 /** A UUID as the daemon reads it from a text. */
 class BluetoothUuid
 {
@@ -21,3 +23,5 @@ private:
     QString m_hex;
     int m_size = 0;
 };
+
+} // namespace simulator

@@ -4,6 +4,8 @@
 
 #include <QStringList>
 
+namespace simulator {
+
 void CallLog::record(const QDBusMessage& call)
 {
     QStringList texts;
@@ -29,3 +31,5 @@ void CallLog::clear()
 {
     m_calls.clear();
 }
+
+} // namespace simulator

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QVariantMap>
 
+namespace simulator {
+
 /** Keeps every call that org.bluez has received, in order. */
 class CallLog : public QObject
 {
@@ -28,3 +30,5 @@ signals:
 private:
     QList<QVariantMap> m_calls;
 };
+
+} // namespace simulator

@@ -2,6 +2,8 @@
 
 #include <QCommandLineParser>
 
+namespace simulator {
+
 namespace {
 
 const char* const Description =
@@ -70,3 +72,5 @@ QString CommandLine::parse(const QStringList& arguments)
     return address.isEmpty() ? QStringLiteral("no bus: use --address or set DBUS_SYSTEM_BUS_ADDRESS")
                              : QString();
 }
+
+} // namespace simulator

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+namespace simulator {
+
 /** The simulator's command line. */
 struct CommandLine
 {
@@ -21,3 +23,5 @@ struct CommandLine
      */
     QString parse(const QStringList& arguments);
 };
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include "Names.h"
 #include "Simulator.h"
 
+namespace simulator {
+
 DelayedReplyPtr ControlBase::later()
 {
     setDelayedReply(true);
@@ -23,3 +25,5 @@ Daemon* ControlBase::presentDaemon()
     }
     return m_simulator.daemon();
 }
+
+} // namespace simulator

@@ -5,6 +5,8 @@
 #include <QDBusContext>
 #include <QObject>
 
+namespace simulator {
+
 class Daemon;
 class Simulator;
 
@@ -33,3 +35,5 @@ protected:
 private:
     Simulator& m_simulator;
 };
+
+} // namespace simulator

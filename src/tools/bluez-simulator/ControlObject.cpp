@@ -10,6 +10,8 @@
 
 #include <QCoreApplication>
 
+namespace simulator {
+
 namespace {
 
 // An object path may not be empty on the bus, but a call with wrong arguments names none.
@@ -265,3 +267,5 @@ Registration ControlObject::find(const QList<Registration>& registrations, const
                    QStringLiteral("No %1 %2 is registered").arg(kind, path.path()));
     return Registration();
 }
+
+} // namespace simulator

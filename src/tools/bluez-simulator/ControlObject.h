@@ -6,6 +6,8 @@
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 
+namespace simulator {
+
 class Phone;
 struct Registration;
 
@@ -68,3 +70,5 @@ private:
     Registration find(const QList<Registration>& registrations, const QString& kind,
                       const QDBusObjectPath& path);
 };
+
+} // namespace simulator

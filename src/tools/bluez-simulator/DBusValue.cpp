@@ -7,6 +7,8 @@
 #include <QDBusVariant>
 #include <QStringList>
 
+namespace simulator {
+
 namespace {
 
 QString argumentText(const QDBusArgument& argument);
@@ -112,3 +114,5 @@ QVariantMap DBusValue::variantMap(const QVariant& value)
 {
     return signature(value) == QLatin1String("a{sv}") ? qdbus_cast<QVariantMap>(value) : QVariantMap();
 }
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QVariant>
 
+namespace simulator {
+
 /** Looks at values as they arrive from the bus, without knowing their types beforehand. */
 namespace DBusValue {
 
@@ -16,3 +18,5 @@ QString text(const QVariant& value);
 QVariantMap variantMap(const QVariant& value);
 
 } // namespace DBusValue
+
+} // namespace simulator

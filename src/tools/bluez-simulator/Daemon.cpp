@@ -12,6 +12,8 @@
 #include <QTimer>
 #include <algorithm>
 
+namespace simulator {
+
 namespace {
 
 QStringList adapterInterfaces()
@@ -388,3 +390,5 @@ void Daemon::serve(RegistrationManager* manager)
     connect(manager, &RegistrationManager::refused, this, &Daemon::refused);
     connect(manager, &RegistrationManager::unregistered, this, &Daemon::unregistered);
 }
+
+} // namespace simulator

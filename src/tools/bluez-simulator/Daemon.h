@@ -10,6 +10,8 @@
 #include <QDBusVirtualObject>
 #include <QMap>
 
+namespace simulator {
+
 class AdvertisingManager;
 class AttPhone;
 class GattManager;
@@ -116,3 +118,5 @@ private:
     QMap<QString, AdvertisingManager*> m_advertisingManagers; // by path
     QDBusServiceWatcher m_clients;
 };
+
+} // namespace simulator

@@ -2,6 +2,8 @@
 
 #include "Names.h"
 
+namespace simulator {
+
 DelayedReply::DelayedReply(const QDBusConnection& connection, const QDBusMessage& call)
     : m_connection(connection), m_call(call)
 {
@@ -25,3 +27,5 @@ void DelayedReply::fail(const QString& errorName, const QString& errorMessage)
     m_isSent = true;
     m_connection.send(m_call.createErrorReply(errorName, errorMessage));
 }
+
+} // namespace simulator

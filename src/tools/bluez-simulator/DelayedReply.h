@@ -4,6 +4,8 @@
 #include <QDBusMessage>
 #include <memory>
 
+namespace simulator {
+
 /** The answer to a call of the control interface that takes a while. Answers with an error if it is given up.
  */
 class DelayedReply
@@ -26,3 +28,5 @@ private:
 };
 
 using DelayedReplyPtr = std::shared_ptr<DelayedReply>;
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include <QRegularExpression>
 #include <limits>
 
+namespace simulator {
+
 namespace {
 
 bool isErrorName(const QString& name)
@@ -33,3 +35,5 @@ QString Faults::set(const QString& member, const QString& mode, const QString& e
     m_answers[member] = Answer{*found, errorName, errorMessage, *found == Answer::Normal ? 0 : int(delayMs)};
     return QString();
 }
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include <QMap>
 #include <QString>
 
+namespace simulator {
+
 /** How org.bluez answers the calls of one method. */
 struct Answer
 {
@@ -37,3 +39,5 @@ public:
 private:
     QMap<QString, Answer> m_answers;
 };
+
+} // namespace simulator

@@ -7,6 +7,8 @@
 #include <QSet>
 #include <algorithm>
 
+namespace simulator {
+
 namespace {
 
 constexpr quint16 GenericAccess = 0x1800;
@@ -168,3 +170,5 @@ bool GattJudge::exists(const QVariant& path, const QString& interface) const
     return path.userType() == qMetaTypeId<QDBusObjectPath>() &&
            m_objects.value(path.value<QDBusObjectPath>()).contains(interface);
 }
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include "DBusTypes.h"
 #include "Refusal.h"
 
+namespace simulator {
+
 /** Decides whether the daemon accepts the objects of an application into its attribute database. */
 class GattJudge
 {
@@ -25,3 +27,5 @@ private:
 
     DBusManagedObjectList m_objects;
 };
+
+} // namespace simulator

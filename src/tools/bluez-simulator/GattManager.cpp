@@ -7,6 +7,8 @@
 
 #include <QDBusArgument>
 
+namespace simulator {
+
 GattManager::GattManager(const QString& path, Daemon* daemon)
     : RegistrationManager(QStringLiteral("application"), path, daemon)
 {
@@ -65,3 +67,5 @@ void GattManager::onRemoved(const Registration& registration)
     m_handles.release(registration.placement);
     daemon()->dropSubscriptions(registration);
 }
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include "HandleTable.h"
 #include "RegistrationManager.h"
 
+namespace simulator {
+
 /** Plays org.bluez.GattManager1. */
 class GattManager : public RegistrationManager
 {
@@ -20,3 +22,5 @@ protected:
 private:
     HandleTable m_handles;
 };
+
+} // namespace simulator

@@ -5,6 +5,8 @@
 #include <QDBusArgument>
 #include <algorithm>
 
+namespace simulator {
+
 namespace {
 
 constexpr int LastHandle = 0xffff;
@@ -110,3 +112,5 @@ void HandleTable::release(const HandlePlacement& placement)
                       m_taken.end());
     }
 }
+
+} // namespace simulator

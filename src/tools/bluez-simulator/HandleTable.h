@@ -6,6 +6,8 @@
 #include <QMap>
 #include <optional>
 
+namespace simulator {
+
 /** Where the services of an application stand in the daemon's attribute database. */
 struct HandlePlacement
 {
@@ -34,3 +36,5 @@ private:
     QList<HandlePlacement::Range> m_taken;
     int m_next = 21; // the first ones are the daemon's own
 };
+
+} // namespace simulator

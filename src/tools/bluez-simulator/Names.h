@@ -4,6 +4,8 @@
 
 #include <QString>
 
+namespace simulator {
+
 /** The names that a Bluetooth daemon and its clients use on the bus, and those of the control interface. */
 namespace Names {
 
@@ -28,3 +30,5 @@ inline QString error(const char* name)
 }
 
 } // namespace Names
+
+} // namespace simulator

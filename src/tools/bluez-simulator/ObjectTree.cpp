@@ -4,6 +4,8 @@
 #include "DBusValue.h"
 #include "Names.h"
 
+namespace simulator {
+
 namespace {
 
 QVariantMap adapterProperties(const QString& path)
@@ -172,3 +174,5 @@ QStringList ObjectTree::children(const QString& path) const
     names.removeDuplicates();
     return names;
 }
+
+} // namespace simulator

@@ -4,6 +4,8 @@
 
 #include <QStringList>
 
+namespace simulator {
+
 /** The objects that org.bluez shows, with their interfaces and properties. */
 class ObjectTree
 {
@@ -33,3 +35,5 @@ private:
 
     DBusManagedObjectList m_objects;
 };
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+namespace simulator {
+
 namespace {
 
 struct Prefix
@@ -74,3 +76,5 @@ void Permissions::allow(const QString& what, Protection level)
         raise(m_write);
     }
 }
+
+} // namespace simulator

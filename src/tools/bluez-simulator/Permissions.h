@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <optional>
 
+namespace simulator {
+
 /** What the daemon lets a phone do with an attribute, by the attribute's flags. */
 class Permissions
 {
@@ -25,3 +27,5 @@ private:
     std::optional<Protection> m_write;
     std::optional<Protection> m_subscribe;
 };
+
+} // namespace simulator

@@ -6,6 +6,8 @@
 
 #include <QDBusPendingCallWatcher>
 
+namespace simulator {
+
 namespace {
 
 constexpr int MaximumValueLength = 512;
@@ -173,3 +175,5 @@ QVariantMap Phone::options(const QString& path, int offset, quint16 transferUnit
     }
     return options;
 }
+
+} // namespace simulator

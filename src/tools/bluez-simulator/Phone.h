@@ -8,6 +8,8 @@
 #include <QObject>
 #include <functional>
 
+namespace simulator {
+
 class Daemon;
 
 /**
@@ -78,3 +80,5 @@ private:
     Daemon* m_daemon = nullptr;
     QMap<QString, QString> m_subscriptions; // the characteristic's path to its application's sender
 };
+
+} // namespace simulator

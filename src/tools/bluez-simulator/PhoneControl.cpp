@@ -4,6 +4,8 @@
 #include "Daemon.h"
 #include "Simulator.h"
 
+namespace simulator {
+
 PhoneControl::PhoneControl(Simulator& simulator, const QString& device, QObject* parent)
     : ControlBase(simulator, parent), m_device(device)
 {
@@ -104,3 +106,5 @@ AttPhone* PhoneControl::presentPhone()
     Daemon* daemon = presentDaemon();
     return daemon ? &daemon->attPhone(m_device) : nullptr;
 }
+
+} // namespace simulator

@@ -5,6 +5,8 @@
 #include <QByteArrayList>
 #include <QDBusObjectPath>
 
+namespace simulator {
+
 class AttPhone;
 
 /** The D-Bus interface that drives one further phone; README.md describes each method and signal. */
@@ -42,3 +44,5 @@ private:
 
     QString m_device;
 };
+
+} // namespace simulator

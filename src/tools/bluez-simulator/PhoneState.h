@@ -6,6 +6,8 @@
 #include <QMap>
 #include <QString>
 
+namespace simulator {
+
 /** The path of the daemon's object for a phone. @param adapter  the path of the one that it connects to */
 inline QString devicePath(const QString& adapter, const QString& address)
 {
@@ -25,3 +27,5 @@ struct PhoneState
     /** The path of the daemon's object for it. */
     QString device() const { return devicePath(adapter, address); }
 };
+
+} // namespace simulator

@@ -2,6 +2,8 @@
 
 #include <QMap>
 
+namespace simulator {
+
 std::optional<Protection> protectionFromText(const QString& text)
 {
     static const QMap<QString, Protection> levels{
@@ -12,3 +14,5 @@ std::optional<Protection> protectionFromText(const QString& text)
     const auto found = levels.constFind(text);
     return found == levels.constEnd() ? std::nullopt : std::make_optional(*found);
 }
+
+} // namespace simulator

@@ -3,6 +3,8 @@
 #include <QString>
 #include <optional>
 
+namespace simulator {
+
 /** How well the link to a phone is protected; each level includes those before it. */
 enum class Protection
 {
@@ -14,3 +16,5 @@ enum class Protection
 
 /** The level with this name: "open", "encrypted", "authenticated" or "secure-connections". */
 std::optional<Protection> protectionFromText(const QString& text);
+
+} // namespace simulator

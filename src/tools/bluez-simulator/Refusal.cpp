@@ -1,5 +1,7 @@
 #include "Refusal.h"
 
+namespace simulator {
+
 Refusal Refusal::failed(const QString& message)
 {
     return {QStringLiteral("org.bluez.Error.Failed"), message};
@@ -25,3 +27,5 @@ Refusal Refusal::notPermitted(const QString& message)
 {
     return {QStringLiteral("org.bluez.Error.NotPermitted"), message};
 }
+
+} // namespace simulator

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+namespace simulator {
+
 /** Why a call is answered with an error: the error's name and text. An empty one means that nothing is wrong.
  */
 struct Refusal
@@ -17,3 +19,5 @@ struct Refusal
     static Refusal doesNotExist();
     static Refusal notPermitted(const QString& message);
 };
+
+} // namespace simulator

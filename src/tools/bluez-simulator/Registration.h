@@ -5,6 +5,8 @@
 
 #include <QDBusMessage>
 
+namespace simulator {
+
 /** An application or an advertisement that a client has handed to a manager. */
 struct Registration
 {
@@ -17,3 +19,5 @@ struct Registration
     DBusManagedObjectList objects; // as read from the client
     HandlePlacement placement;     // of an application
 };
+
+} // namespace simulator

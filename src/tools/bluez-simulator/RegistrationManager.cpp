@@ -5,6 +5,8 @@
 #include <QDBusPendingCallWatcher>
 #include <algorithm>
 
+namespace simulator {
+
 RegistrationManager::RegistrationManager(const QString& kind, const QString& path, Daemon* daemon)
     : QObject(daemon), m_kind(kind), m_path(path), m_daemon(daemon)
 {
@@ -111,3 +113,5 @@ int RegistrationManager::indexOf(const QString& sender, const QString& path) con
         });
     return found == m_registrations.end() ? -1 : int(found - m_registrations.begin());
 }
+
+} // namespace simulator

@@ -6,8 +6,11 @@
 #include <QList>
 #include <QObject>
 
-class Daemon;
 class QDBusPendingCallWatcher;
+
+namespace simulator {
+
+class Daemon;
 
 /** What the two managers of an adapter share: the registrations, and how a registration is made. */
 class RegistrationManager : public QObject
@@ -69,3 +72,5 @@ private:
     QList<Registration> m_registrations;
     quint64 m_lastId = 0;
 };
+
+} // namespace simulator

@@ -7,6 +7,8 @@
 
 #include <QRegularExpression>
 
+namespace simulator {
+
 Simulator::Simulator(const QDBusConnection& control, const QString& address)
     : m_address(address),
       m_nameWatcher(Names::BluezService, control, QDBusServiceWatcher::WatchForUnregistration)
@@ -144,3 +146,5 @@ void Simulator::disconnectDaemon()
         QDBusConnection::disconnectFromBus(m_connectionName);
     }
 }
+
+} // namespace simulator

@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <functional>
 
+namespace simulator {
+
 class Daemon;
 
 /** Lets the daemon appear and vanish, and keeps the data that survives this. */
@@ -72,3 +74,5 @@ private:
     QList<Done> m_afterLeaving;
     QDBusServiceWatcher m_nameWatcher;
 };
+
+} // namespace simulator

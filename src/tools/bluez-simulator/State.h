@@ -9,6 +9,8 @@
 #include <QMap>
 #include <map>
 
+namespace simulator {
+
 /** The data that survives when the daemon vanishes from the bus. */
 struct State
 {
@@ -20,3 +22,5 @@ struct State
         notifications;                    // of the phone that is always there, by the characteristic's path
     std::map<QString, PhoneState> phones; // the others, by the paths of their devices
 };
+
+} // namespace simulator

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <sys/signalfd.h>
 
+using namespace simulator;
+
 namespace {
 
 enum ExitCode

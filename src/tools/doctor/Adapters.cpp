@@ -7,6 +7,8 @@
 
 #include <QDBusArgument>
 
+namespace doctor {
+
 namespace {
 
 QString nameOf(const QString& path)
@@ -173,3 +175,5 @@ Adapters Adapters::examine(const Daemon& daemon, Report& report)
     examineManagers(daemon, adapters, report);
     return adapters;
 }
+
+} // namespace doctor

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+namespace doctor {
+
 class Report;
 struct Daemon;
 
@@ -22,3 +24,5 @@ struct Adapters
     Manager gatt;
     Manager advertising;
 };
+
+} // namespace doctor

@@ -14,6 +14,8 @@
 #include <future>
 #include <thread>
 
+namespace doctor {
+
 namespace {
 
 constexpr int QuietMs = 2000; // progress is printed only after this time
@@ -104,3 +106,5 @@ QDBusMessage Bus::ask(const QDBusMessage& question) const
     }
     return watcher.reply();
 }
+
+} // namespace doctor

@@ -4,6 +4,8 @@
 #include <QString>
 #include <QVariantList>
 
+namespace doctor {
+
 class Report;
 
 /** The system bus, or the one in DBUS_SYSTEM_BUS_ADDRESS. Each call to it has a time-out. */
@@ -40,3 +42,5 @@ private:
 
     int m_timeoutMs;
 };
+
+} // namespace doctor

@@ -2,6 +2,8 @@
 
 #include <QCommandLineParser>
 
+namespace doctor {
+
 namespace {
 
 const char* const Description =
@@ -66,3 +68,5 @@ QString CommandLine::parse(const QStringList& arguments)
     const QString wrongSeconds = takeSeconds("seconds", parser.value("seconds"), trialMs);
     return wrongSeconds.isEmpty() ? takeSeconds("timeout", parser.value("timeout"), timeoutMs) : wrongSeconds;
 }
+
+} // namespace doctor

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+namespace doctor {
+
 /** The doctor's command line. */
 struct CommandLine
 {
@@ -20,3 +22,5 @@ struct CommandLine
      */
     QString parse(const QStringList& arguments);
 };
+
+} // namespace doctor

@@ -8,6 +8,8 @@
 
 #include <QDBusArgument>
 
+namespace doctor {
+
 namespace {
 
 const QString simulatorService = QStringLiteral("org.plim.BluezSimulator");
@@ -134,3 +136,5 @@ void Daemon::reportOutOfReach(const QDBusMessage& answer, Report& report)
                 "send_destination=\"org.bluez\"/></policy>")
             .arg(userName()));
 }
+
+} // namespace doctor

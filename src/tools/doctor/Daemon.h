@@ -4,8 +4,11 @@
 
 #include <QString>
 
-class Bus;
 class QDBusMessage;
+
+namespace doctor {
+
+class Bus;
 class Report;
 
 /** The Bluetooth daemon on the bus. */
@@ -21,3 +24,5 @@ struct Daemon
     QString user; // the user that it runs as
     DBusManagedObjectList objects;
 };
+
+} // namespace doctor

@@ -11,6 +11,8 @@
 #include <QDBusObjectPath>
 #include <QDBusVirtualObject>
 
+namespace doctor {
+
 namespace {
 
 // The answers of the bus to RequestName.
@@ -116,3 +118,5 @@ bool Name::examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& ad
     }
     return true;
 }
+
+} // namespace doctor

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+namespace doctor {
+
 class Bus;
 class Report;
 struct Adapters;
@@ -26,3 +28,5 @@ bool examineCalls(const Bus& bus, const Daemon& daemon, const Adapters& adapters
                   Report& report);
 
 } // namespace Name
+
+} // namespace doctor

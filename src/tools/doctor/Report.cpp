@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+namespace doctor {
+
 namespace {
 
 void print(FILE* file, const QString& line)
@@ -72,3 +74,5 @@ void Report::add(const char* name, const char* severity, const QString& text, co
     }
     m_findings.append(finding);
 }
+
+} // namespace doctor

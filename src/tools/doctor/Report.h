@@ -4,6 +4,8 @@
 #include <QString>
 #include <QVariantMap>
 
+namespace doctor {
+
 /**
  * Prints the findings: each one at once as a line of text, or all of them as JSON at the end.
  *
@@ -45,3 +47,5 @@ private:
     int m_warnings = 0;
     QJsonArray m_findings;
 };
+
+} // namespace doctor

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace doctor {
+
 namespace {
 
 constexpr int PatienceMs = 3000;
@@ -74,3 +76,5 @@ RunningProgram::Version RunningProgram::version() const
     }
     return {answer, answer.isEmpty() ? "its program does not support --version" : ""};
 }
+
+} // namespace doctor

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+namespace doctor {
+
 /** The program file that a process runs, as far as /proc lets this user see it. */
 class RunningProgram
 {
@@ -27,3 +29,5 @@ private:
     QString m_name;
     QString m_path; // in /proc, or the path in the process's command line
 };
+
+} // namespace doctor

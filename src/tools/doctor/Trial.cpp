@@ -11,6 +11,8 @@
 
 #include <csignal>
 
+namespace doctor {
+
 namespace {
 
 const QString applicationPath = QStringLiteral("/org/plim/doctor/device");
@@ -214,3 +216,5 @@ void Trial::stay()
                     {{"reads", m_reads}});
     }
 }
+
+} // namespace doctor

@@ -9,6 +9,9 @@
 
 class GapAdvertisement;
 class GattApplication;
+
+namespace doctor {
+
 class Report;
 struct Adapters;
 struct CommandLine;
@@ -47,3 +50,5 @@ private:
     int m_reads = 0;
     QEventLoop m_loop;
 };
+
+} // namespace doctor

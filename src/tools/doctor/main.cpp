@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+using namespace doctor;
+
 namespace {
 
 void examine(const CommandLine& options, const Bus& bus, Report& report)
