@@ -14,7 +14,7 @@ namespace {
 // What every controller can broadcast, and what BlueZ 5.66 takes at most, extended advertising or not.
 constexpr int legacyLimit = 31;
 
-// As BlueZ checks them; its own messages do not tell.
+// BlueZ's limits, which its error messages do not name.
 constexpr unsigned int shortestInterval = 20;
 constexpr unsigned int longestInterval = 10485759; // 0xFFFFFF units of 0.625 ms
 constexpr int lowestTxPower = -127;

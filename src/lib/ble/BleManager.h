@@ -66,9 +66,9 @@ public:
     void remove(const GapAdvertisement* adv);
 
     /**
-     * Sets who hears of each step's outcome, of BlueZ's managers and of releases; an empty function ends
-     * that. There is one observer at a time, and none at first. What is on its way already goes to the new
-     * one.
+     * Sets the observer, which is called with each step's result, each appearance and end of BlueZ's
+     * managers, and each release. There is one observer at a time, and none at first; an empty function
+     * removes it. Events that are queued already go to the new one.
      *
      * It is called on this object's thread from the event loop, never inside a call of this class, in the
      * order in which things happened; so it may do anything: add, remove and delete objects, this manager
@@ -76,7 +76,7 @@ public:
      * logged at ERROR.
      *
      * Objects are named by their paths, since they may have ended meanwhile. A manager that is there already
-     * is not announced, and what becomes of objects that are not held is told for the four steps only.
+     * is not announced. For objects that are not held, only the results of the four steps are reported.
      */
     void setRegistrationObserver(const BleRegistrationObserver& observer);
 

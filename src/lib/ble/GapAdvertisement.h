@@ -22,7 +22,7 @@ using GapManufacturerData = DBusManufacturerData;
  *
  * A plain holder of properties: every value is stored and shown to BlueZ unchanged, which judges it when the
  * advertisement is registered. Hand it over with BleManager::add(). Each setter call on a held advertisement
- * makes the manager unregister and register it anew, whether or not the value differs: set everything first,
+ * makes the manager unregister and register it again, whether or not the value differs: set everything first,
  * add last.
  *
  * The caller owns it. It lives on one thread, the one that runs the caller's Qt event loop.

@@ -21,7 +21,7 @@ struct GattSnapshot;
  *
  * The caller owns it and builds downwards: createService(), GattService::createCharacteristic(),
  * GattCharacteristic::addDescriptor(). Build first, then hand it over once with BleManager::add(): each later
- * change of the tree makes the manager register the whole application anew.
+ * change of the tree makes the manager register the whole application again.
  *
  * Lives on one thread, the one that runs the caller's Qt event loop, like all objects of the library.
  */

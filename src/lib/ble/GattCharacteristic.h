@@ -28,7 +28,7 @@ struct GattSnapshot;
  * One characteristic of a service, exported on the system bus as org.bluez.GattCharacteristic1.
  *
  * Made by GattService::createCharacteristic() and owned by that service; deleting it alone is allowed and
- * makes the application register anew. The caller pushes values with setValue() or supplies them on demand
+ * makes the application register again. The caller pushes values with setValue() or supplies them on demand
  * with a read callback.
  *
  * **Long values.** A characteristic may be tied to a control characteristic whose value is a page number that
@@ -177,7 +177,7 @@ private:
     friend class GattApplication;
     friend class GattService;
 
-    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    /** The object path as D-Bus knows it; empty if dbusPath() is not a valid one. */
     QDBusObjectPath objectPath() const;
     /** What the preflight looks at. */
     GattSnapshot snapshot() const;

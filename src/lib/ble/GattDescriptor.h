@@ -21,7 +21,7 @@ struct GattSnapshot;
  * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
  *
  * Made by GattCharacteristic::addDescriptor() and owned by that characteristic; deleting it alone is allowed
- * and makes the application register anew. Its content comes from a read callback or from what the peer
+ * and makes the application register again. Its content comes from a read callback or from what the peer
  * writes.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
@@ -96,7 +96,7 @@ private:
     friend class GattApplication;
     friend class GattCharacteristic;
 
-    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    /** The object path as D-Bus knows it; empty if dbusPath() is not a valid one. */
     QDBusObjectPath objectPath() const;
     /** What the preflight looks at. */
     GattSnapshot snapshot() const;

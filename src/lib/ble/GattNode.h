@@ -18,7 +18,7 @@ namespace GattNode {
 QString childPath(const QString& parentPath, const QString& uuid);
 
 /**
- * The path as an object path, empty where it is none.
+ * The path as an object path, empty if it is not a valid one.
  * @param checked  what was returned for the same path before: checking each character of a path takes more
  *                 time than all else that lists an object
  */

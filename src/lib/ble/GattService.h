@@ -20,7 +20,7 @@ class OwnConnections;
  * One service of an application, exported on the system bus as org.bluez.GattService1.
  *
  * Made by GattApplication::createService() and owned by that application; deleting it alone is allowed and
- * makes the application register anew.
+ * makes the application register again.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -89,7 +89,7 @@ private slots:
 private:
     friend class GattApplication;
 
-    /** The object path as D-Bus knows it; empty where dbusPath() is none. */
+    /** The object path as D-Bus knows it; empty if dbusPath() is not a valid one. */
     QDBusObjectPath objectPath() const;
     /** What the preflight looks at. */
     GattSnapshot snapshot() const;

@@ -39,8 +39,8 @@ bool overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const 
  * logged at ERROR and leaves the value as it is, since an exception must not travel through Qt.
  *
  * One that runs an event loop is called again, inside, by each read that waits. Beyond 32 callbacks inside
- * each other the value is answered as it is, with a line at ERROR: whoever sends many reads at once would
- * otherwise end the process, which has one stack.
+ * each other the value is answered as it is, with a line at ERROR: otherwise a client that sends many reads
+ * at once could exhaust the stack.
  *
  * @param value  the attribute's own value
  * @return the value to answer with, valid even if the attribute is gone

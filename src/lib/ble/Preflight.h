@@ -7,9 +7,9 @@ class QObject;
 /**
  * What the preflights of applications and advertisements share. Internal: not installed.
  *
- * They judge what the objects hold, by rules written down apart from those of the stand-in daemon, which
- * judges what arrives on the bus: each is the other's witness, and tests let both and the real daemon decide
- * on the same cases. */
+ * They check the values of the objects. The stand-in daemon checks what arrives on the bus, by rules of its
+ * own. Tests compare the results of both with those of the real daemon.
+ */
 namespace Preflight {
 
 /** What the daemon makes of a UUID's text. */

@@ -2,8 +2,8 @@
 
 #include <QObject>
 
-/** Tells inside the library that BlueZ released an advertisement, of which the advertisement's own signals
- * say nothing. Internal: not installed. */
+/** Emits a signal when BlueZ releases an advertisement; the advertisement itself has no signal for that.
+ * Internal: not installed. */
 class ReleaseNotice : public QObject
 {
     Q_OBJECT
