@@ -69,8 +69,10 @@ Bluetooth::Bluetooth(const QByteArray& configuration, Controllers controllers)
     } else if (!configuration.isEmpty()) {
         throw Expect::Unsupported{"the machine's daemon keeps its configuration"};
     }
+    // The kernel drops what btmon does not fetch in time.
     m_monitor = std::make_unique<Child>(
-        "controllers", "stdbuf", QStringList{"-oL", "btmon", "-w", Child::logs() + "/controllers.btsnoop"});
+        "controllers", "nice",
+        QStringList{"-n", "-15", "stdbuf", "-oL", "btmon", "-w", Child::logs() + "/controllers.btsnoop"});
     if (!onMachine) {
         plugIn();
         startDaemon();
