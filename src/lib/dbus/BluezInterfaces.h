@@ -5,8 +5,9 @@
 /** The D-Bus interfaces of BlueZ that our libraries and tools name. Internal: not installed. */
 namespace BluezInterfaces {
 
-// BlueZ serves these, at the path of an adapter.
+// BlueZ serves these.
 inline const QString Adapter = QStringLiteral("org.bluez.Adapter1");
+inline const QString Device = QStringLiteral("org.bluez.Device1");
 inline const QString GattManager = QStringLiteral("org.bluez.GattManager1");
 inline const QString AdvertisingManager = QStringLiteral("org.bluez.LEAdvertisingManager1");
 

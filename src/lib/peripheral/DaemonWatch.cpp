@@ -1,20 +1,12 @@
 #include "DaemonWatch.h"
 
+#include "BluezInterfaces.h"
 #include "DBusBluez.h"
 #include "plim.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
-
-namespace {
-
-QString deviceInterface()
-{
-    return QStringLiteral("org.bluez.Device1");
-}
-
-} // namespace
 
 std::shared_ptr<plim::detail::DaemonWatch> plim::detail::DaemonWatch::shared()
 {
@@ -35,7 +27,7 @@ plim::detail::DaemonWatch::DaemonWatch()
     QDBusConnection bus = QDBusConnection::systemBus();
     // Without a connection to the bus there is nothing to hear.
     bus.connect(DBusBluezServiceName(), QString(), QStringLiteral("org.freedesktop.DBus.Properties"),
-                QStringLiteral("PropertiesChanged"), {deviceInterface()}, QString(), this,
+                QStringLiteral("PropertiesChanged"), {BluezInterfaces::Device}, QString(), this,
                 SLOT(on_propertiesChanged(QString, QVariantMap, QStringList, QDBusMessage)));
     bus.connect(DBusBluezServiceName(), DBusBluezObjectManagerPath(),
                 QStringLiteral("org.freedesktop.DBus.ObjectManager"), QStringLiteral("InterfacesRemoved"),
@@ -55,7 +47,7 @@ void plim::detail::DaemonWatch::on_propertiesChanged(const QString& /*interface*
 void plim::detail::DaemonWatch::on_interfacesRemoved(const QDBusObjectPath& path,
                                                      const QStringList& interfaces)
 {
-    if (interfaces.contains(deviceInterface())) {
+    if (interfaces.contains(BluezInterfaces::Device)) {
         emit forgotten(path.path());
     }
 }

@@ -13,7 +13,6 @@ inline const QString BluezService = QStringLiteral("org.bluez");
 inline const QString BluezPath = QStringLiteral("/org/bluez");
 
 using namespace BluezInterfaces;
-inline const QString Device = QStringLiteral("org.bluez.Device1");
 inline const QString GattProfile = QStringLiteral("org.bluez.GattProfile1");
 
 inline const QString Introspectable = QStringLiteral("org.freedesktop.DBus.Introspectable");
