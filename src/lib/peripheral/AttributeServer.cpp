@@ -27,14 +27,9 @@ struct Nested
     Q_DISABLE_COPY(Nested)
 };
 
-/**
- * Calls a handler, which may end everything but its arguments.
- * @param handler  a copy: it may replace itself
- * @param path     a copy: its attribute may end
- */
+/** Calls a handler, which may replace itself and delete the attribute. */
 template <typename Request>
-// cppcheck-suppress passedByValue
-void callHandler(const std::function<void(Request)> handler, const Request& request, const QString path)
+void callHandler(const std::function<void(Request)>& handler, const Request& request, const QString& path)
 {
     if (nesting >= maximumNesting) {
         PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << path << " not called: too many are running");
@@ -42,12 +37,15 @@ void callHandler(const std::function<void(Request)> handler, const Request& requ
         return;
     }
     const Nested nested;
+    // What is used during and after the call is the attribute's no longer.
+    const std::function<void(Request)> ownHandler(handler);
+    const QString ownPath(path); // NOLINT(performance-unnecessary-copy-initialization)
     try {
-        handler(request);
+        ownHandler(request);
     } catch (const std::exception& error) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << path << " failed: " << error.what());
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << ownPath << " failed: " << error.what());
     } catch (...) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << path << " failed");
+        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << ownPath << " failed");
     }
 }
 
