@@ -34,6 +34,14 @@ public:
         return lines;
     }
 
+    /** The same, sorted: Qt can deliver two answers that arrive close together in either order. */
+    QStringList sortedLines() const
+    {
+        QStringList sorted = lines();
+        sorted.sort();
+        return sorted;
+    }
+
     void clear() { m_events.clear(); }
 
 private:

@@ -70,10 +70,10 @@ public:
      * managers, and each release. There is one observer at a time, and none at first; an empty function
      * removes it. Events that are queued already go to the new one.
      *
-     * It is called on this object's thread from the event loop, never inside a call of this class, in the
-     * order in which things happened; so it may do anything: add, remove and delete objects, this manager
-     * too, replace or clear itself. By the time it is called the state may have moved on. What it throws is
-     * logged at ERROR.
+     * It is called on this object's thread from the event loop, never inside a call of this class; so it may
+     * do anything: add, remove and delete objects, this manager too, replace or clear itself. Events come in
+     * the order in which this manager learned of them; Qt can swap two answers of BlueZ that arrive close
+     * together. By the time it is called the state may have moved on. What it throws is logged at ERROR.
      *
      * Objects are named by their paths, since they may have ended meanwhile. A manager that is there already
      * is not announced. For objects that are not held, only the results of the four steps are reported.
