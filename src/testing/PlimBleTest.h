@@ -1,24 +1,17 @@
 #pragma once
 
+#include "PlimBleTestProcesses.h"
+
 #include <QByteArray>
 #include <QCoreApplication>
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QList>
 #include <QMap>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
-#include <QTemporaryFile>
 #include <QVariantMap>
 #include <QtTest>
-
-#include <csignal>
-#include <sys/prctl.h>
-#include <unistd.h>
 
 #ifndef PLIM_BLUEZ_SIMULATOR
 /** The simulator's program file; plim_add_ble_test() sets it. */
@@ -46,14 +39,14 @@ public:
      */
     explicit PlimBleTest(const QStringList& arguments = {})
     {
-        static const Bus bus; // ends with the program
+        static const SystemBus bus; // ends with the program
         // Until the event loop has run once, Qt may change the order of messages: it may deliver the daemon's
         // first announcement before the news that the daemon is there, and drop it.
         QDBusConnection::systemBus();
         QCoreApplication::processEvents();
         const QString ready =
             m_simulator.startAndRead(QStringLiteral(PLIM_BLUEZ_SIMULATOR),
-                                     QStringList{QStringLiteral("--address"), bus.address} + arguments);
+                                     QStringList{QStringLiteral("--address"), bus.address()} + arguments);
         if (!ready.contains(QLatin1String(": ready"))) {
             qFatal("PlimBleTest: the simulator does not start: %s", qPrintable(ready));
         }
@@ -147,8 +140,7 @@ public:
      * error. */
     static QDBusMessage control(const QString& method, const QVariantList& arguments = {})
     {
-        return call(QStringLiteral("/org/plim/BluezSimulator"), QStringLiteral("org.plim.BluezSimulator1"),
-                    method, arguments);
+        return PlimBleTestDetail::control(method, arguments, QDBus::BlockWithGui);
     }
 
     /**
@@ -229,7 +221,8 @@ public:
         QVariant tell(const QString& method, const QVariantList& arguments = {})
         {
             const QDBusMessage answer =
-                call(m_path, QStringLiteral("org.plim.BluezSimulator1.Phone"), method, arguments);
+                PlimBleTestDetail::call(m_path, QStringLiteral("org.plim.BluezSimulator1.Phone"), method,
+                                        arguments, QDBus::BlockWithGui);
             const bool isRefusal = answer.errorName() == service() + QLatin1String(".Error.Att");
             m_error = isRefusal ? answer.errorMessage() : QString();
             return isRefusal ? QVariant() : resultOf(answer, method);
@@ -240,84 +233,16 @@ public:
     };
 
 private:
-    /** A process that ends with this one. */
-    class Child : public QProcess
+    /** The process's only private message bus, as its system bus. */
+    class SystemBus : public PlimBleTestDetail::Bus
     {
     public:
-        ~Child() override
-        {
-            terminate();
-            waitForFinished();
-        }
-
-        // Its errors appear in the test's output.
-        Child() { setProcessChannelMode(ForwardedErrorChannel); }
-
-        /** Starts it and returns its first line, or the error. */
-        QString startAndRead(const QString& program, const QStringList& arguments)
-        {
-            start(program, arguments);
-            while (!canReadLine()) {
-                if (!waitForReadyRead()) {
-                    return program + QLatin1String(": ") + errorString();
-                }
-            }
-            return QString::fromLocal8Bit(readLine()).trimmed();
-        }
-
-    protected:
-        void setupChildProcess() override
-        {
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != m_parent) {
-                _exit(1); // the parent has ended before it could be watched
-            }
-        }
-
-    private:
-        const pid_t m_parent = getpid();
+        SystemBus() { qputenv("DBUS_SYSTEM_BUS_ADDRESS", address().toLocal8Bit()); }
     };
 
-    /** A message bus without services and without restrictions. */
-    class Bus
-    {
-    public:
-        Bus()
-        {
-            QTemporaryFile configuration;
-            configuration.open();
-            configuration.write(
-                "<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen><auth>EXTERNAL</auth>"
-                "<policy context=\"default\"><allow user=\"*\"/><allow own=\"*\"/>"
-                "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-                "</policy></busconfig>");
-            configuration.close();
-            address = m_daemon.startAndRead(QStringLiteral("dbus-daemon"),
-                                            {QStringLiteral("--config-file=") + configuration.fileName(),
-                                             QStringLiteral("--nofork"), QStringLiteral("--print-address")});
-            if (!address.startsWith(QLatin1String("unix:"))) {
-                qFatal("PlimBleTest: no message bus: %s", qPrintable(address));
-            }
-            qputenv("DBUS_SYSTEM_BUS_ADDRESS", address.toLocal8Bit());
-        }
-
-        QString address;
-
-    private:
-        Child m_daemon;
-    };
-
-    static QString service() { return QStringLiteral("org.plim.BluezSimulator"); }
-    static QVariant asPath(const QString& path) { return QVariant::fromValue(QDBusObjectPath(path)); }
+    static QString service() { return PlimBleTestDetail::service(); }
+    static QVariant asPath(const QString& path) { return PlimBleTestDetail::asPath(path); }
     static void fail(const QString& reason) { QTest::qFail(qPrintable(reason), "PlimBleTest.h", __LINE__); }
-
-    static QDBusMessage call(const QString& path, const QString& interface, const QString& method,
-                             const QVariantList& arguments)
-    {
-        QDBusMessage call = QDBusMessage::createMethodCall(service(), path, interface, method);
-        call.setArguments(arguments);
-        return QDBusConnection::systemBus().call(call, QDBus::BlockWithGui);
-    }
 
     static QVariant order(const QString& method, const QVariantList& arguments = {})
     {
@@ -346,38 +271,17 @@ private:
         awaitAnnouncements();
     }
 
-    /** Waits for any answer of the daemon: messages that it sent before have then arrived. */
     static void awaitAnnouncements()
     {
-        const QString bluez = QStringLiteral("org.bluez");
-        QDBusConnection bus = QDBusConnection::systemBus();
-        if (bus.interface()->isServiceRegistered(bluez)) {
-            bus.call(QDBusMessage::createMethodCall(bluez, QStringLiteral("/"),
-                                                    QStringLiteral("org.freedesktop.DBus.Introspectable"),
-                                                    QStringLiteral("Introspect")));
-        }
+        PlimBleTestDetail::awaitDaemon();
         QCoreApplication::processEvents();
     }
 
     static QStringList paths(const QString& method)
     {
-        QStringList paths;
         const QVariant answer = order(method);
-        if (answer.isValid()) {
-            const auto references = answer.value<QDBusArgument>();
-            references.beginArray();
-            while (!references.atEnd()) {
-                QString owner;
-                QDBusObjectPath path;
-                references.beginStructure();
-                references >> owner >> path;
-                references.endStructure();
-                paths << path.path();
-            }
-            references.endArray();
-        }
-        return paths;
+        return answer.isValid() ? PlimBleTestDetail::pathsIn(answer) : QStringList();
     }
 
-    Child m_simulator;
+    PlimBleTestDetail::Child m_simulator;
 };

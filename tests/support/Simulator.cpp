@@ -3,20 +3,9 @@
 #include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusObjectPath>
 #include <QDBusVariant>
 
-namespace {
-
-constexpr int PatienceMs = 30000;
-
-QVariant asPath(const QString& path)
-{
-    return QVariant::fromValue(QDBusObjectPath(path));
-}
-
-} // namespace
+using PlimBleTestDetail::asPath;
 
 QString Simulator::program()
 {
@@ -29,35 +18,11 @@ Simulator::Simulator(const QStringList& arguments)
     // up the order: the daemon's first announcement could overtake the news that it is there, and be dropped.
     QDBusConnection::systemBus();
     QCoreApplication::processEvents();
-    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(program(), arguments);
-    while (!m_process.canReadLine()) {
-        if (!m_process.waitForReadyRead(PatienceMs)) {
-            qFatal("%s did not become ready: %s", qPrintable(program()), qPrintable(m_process.errorString()));
-        }
-    }
-    const QByteArray line = m_process.readLine();
+    const QString line = m_process.startAndRead(program(), arguments);
     if (!line.startsWith("plim-bluez-simulator: ready")) {
-        qFatal("the simulator said: %s", line.constData());
+        qFatal("the simulator did not become ready: %s", qPrintable(line));
     }
-    roundTrip();
-}
-
-Simulator::~Simulator()
-{
-    end();
-}
-
-int Simulator::end()
-{
-    if (m_process.state() != QProcess::NotRunning) {
-        m_process.terminate();
-        if (!m_process.waitForFinished(PatienceMs)) {
-            m_process.kill();
-            m_process.waitForFinished(PatienceMs);
-        }
-    }
-    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    PlimBleTestDetail::awaitDaemon();
 }
 
 void Simulator::announce(const QString& path, const QStringList& interfaces)
@@ -131,18 +96,14 @@ void Simulator::settle() const
 {
     // Twice: what arrives with the first round may make this program send something.
     for (int round = 0; round < 2; ++round) {
-        roundTrip();
+        PlimBleTestDetail::awaitDaemon();
         QCoreApplication::processEvents();
     }
 }
 
 QDBusMessage Simulator::control(const QString& member, const QVariantList& arguments)
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.plim.BluezSimulator"),
-                                                       QStringLiteral("/org/plim/BluezSimulator"),
-                                                       QStringLiteral("org.plim.BluezSimulator1"), member);
-    call.setArguments(arguments);
-    return QDBusConnection::systemBus().call(call);
+    return PlimBleTestDetail::control(member, arguments, QDBus::Block);
 }
 
 QDBusMessage Simulator::order(const char* member, const QVariantList& arguments)
@@ -158,41 +119,12 @@ QDBusMessage Simulator::order(const char* member, const QVariantList& arguments)
 void Simulator::change(const char* member, const QVariantList& arguments)
 {
     order(member, arguments);
-    roundTrip();
-}
-
-/** Afterwards the bus has handed on all that the daemon sent before, so that none of it meets a later
- * subscriber. */
-void Simulator::roundTrip()
-{
-    const QString bluez = QStringLiteral("org.bluez");
-    QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.interface()->isServiceRegistered(bluez)) {
-        return;
-    }
-    const QDBusMessage answer = bus.call(QDBusMessage::createMethodCall(
-        bluez, QStringLiteral("/"), QStringLiteral("org.freedesktop.DBus.Introspectable"),
-        QStringLiteral("Introspect")));
-    if (answer.type() != QDBusMessage::ReplyMessage) {
-        qFatal("the simulator does not answer: %s", qPrintable(answer.errorMessage()));
-    }
+    PlimBleTestDetail::awaitDaemon();
 }
 
 QStringList Simulator::paths(const char* member)
 {
-    QStringList paths;
-    const auto references = order(member).arguments().constFirst().value<QDBusArgument>();
-    references.beginArray();
-    while (!references.atEnd()) {
-        QString sender;
-        QDBusObjectPath path;
-        references.beginStructure();
-        references >> sender >> path;
-        references.endStructure();
-        paths << path.path();
-    }
-    references.endArray();
-    return paths;
+    return PlimBleTestDetail::pathsIn(order(member).arguments().constFirst());
 }
 
 void Simulator::setAnswer(const QString& member, const QString& mode, const QString& name,

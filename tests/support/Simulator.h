@@ -1,9 +1,10 @@
 #pragma once
 
+#include "PlimBleTestProcesses.h"
+
 #include <QDBusMessage>
 #include <QList>
 #include <QMap>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -20,14 +21,13 @@ class Simulator
 public:
     /** @param arguments  its command line; empty for one adapter, hci0, and strict judgement */
     explicit Simulator(const QStringList& arguments = {});
-    ~Simulator();
     Q_DISABLE_COPY(Simulator)
 
     /** The program's path. */
     static QString program();
 
     /** Lets it end by itself; its exit code, or -1 when it crashed or had to be killed. */
-    int end();
+    int end() { return m_process.end(); }
 
     void vanish() { change("Vanish"); }
     void appear() { change("Appear"); }
@@ -75,10 +75,9 @@ public:
 private:
     static QDBusMessage order(const char* member, const QVariantList& arguments = {});
     static void change(const char* member, const QVariantList& arguments = {});
-    static void roundTrip();
     static QStringList paths(const char* member);
     static void setAnswer(const QString& member, const QString& mode, const QString& name = {},
                           const QString& message = {}, uint delayMs = 0);
 
-    QProcess m_process;
+    PlimBleTestDetail::Child m_process;
 };

@@ -115,7 +115,7 @@ void setCallback(RandomLifetimes& lifetimes)
     }
 }
 
-void read(RandomLifetimes& lifetimes)
+void readValue(RandomLifetimes& lifetimes)
 {
     const int offset = lifetimes.chance(3) ? lifetimes.below(600) : 0;
     if (GattCharacteristic* characteristic = lifetimes.characteristic()) {
@@ -126,7 +126,7 @@ void read(RandomLifetimes& lifetimes)
     }
 }
 
-void write(RandomLifetimes& lifetimes)
+void writeValue(RandomLifetimes& lifetimes)
 {
     if (GattCharacteristic* characteristic = lifetimes.characteristic()) {
         characteristic->WriteValue(lifetimes.bytes(), at(lifetimes.below(50)));
@@ -271,8 +271,8 @@ const QVector<Operation>& allOperations()
         {"delete a descriptor", 20,
          [](RandomLifetimes& lifetimes) { end(lifetimes, lifetimes.descriptor()); }},
         {"set a read callback", 60, setCallback},
-        {"read", 150, read},
-        {"write", 150, write},
+        {"read", 150, readValue},
+        {"write", 150, writeValue},
         {"set a value", 80, setValue},
         {"switch notification", 40, switchNotification},
         {"ask everything", 40, askEverything},
