@@ -105,7 +105,7 @@ void tst_gatt_problems::textThatIsNoUuidIsRefused()
     const Tree tree;
     tree.service->createCharacteristic(valueUuid, Char::Read)->addDescriptor(text, Desc::Read);
     QCOMPARE(found(tree.app), QStringList("error " + valuePath + "/desc0"));
-    QCOMPARE(said(tree.app), '"' + text + "\" is no UUID");
+    QCOMPARE(said(tree.app), '"' + text + "\" is not a valid UUID");
 }
 
 void tst_gatt_problems::everyFormOfAUuidIsFine_data()
@@ -218,7 +218,7 @@ void tst_gatt_problems::aPathThatIsNoneIsFoundOnce()
         GattApplication app(nullptr, path, "org.plim.problems");
         app.createService(serviceUuid, true)->createCharacteristic(valueUuid, Char::Read);
         QCOMPARE(found(app), QStringList("error " + path));
-        QCOMPARE(said(app), QString("This is no object path and cannot be exported"));
+        QCOMPARE(said(app), QString("This is not a valid object path and cannot be exported"));
     }
 }
 
@@ -254,9 +254,9 @@ void tst_gatt_problems::collidingPathsAreFound()
     for (const BleFinding& finding : tree.app.problems()) {
         said << finding.message;
     }
-    QCOMPARE(said,
-             QStringList({"\"a-b\" is no UUID", "It is not exported: the path was taken when it was made",
-                          "\"a_b\" is no UUID"}));
+    QCOMPARE(said, QStringList({"\"a-b\" is not a valid UUID",
+                                "It is not exported: the path was taken when it was made",
+                                "\"a_b\" is not a valid UUID"}));
 }
 
 void tst_gatt_problems::aSecondChildWithTheSameUuidIsFound()

@@ -75,7 +75,7 @@ void tst_preflight_rules::eachStateOfAnExportHasItsOwnFinding_data()
     QTest::addColumn<int>("state");
     QTest::addColumn<QString>("message");
     QTest::newRow("invalid") << int(Preflight::InvalidPath)
-                             << "This is no object path and cannot be exported";
+                             << "This is not a valid object path and cannot be exported";
     QTest::newRow("no bus") << int(Preflight::NoBus) << "There is no connection to the system bus";
     QTest::newRow("taken") << int(Preflight::PathTaken)
                            << "It is not exported: the path was taken when it was made";

@@ -91,7 +91,8 @@ public:
     /**
      * @name Single steps
      * Each sends one call if BlueZ's manager is present, and nothing otherwise. They neither look at nor
-     * change what is held. A path that is no object path cannot be sent: that is logged like a failed call.
+     * change what is held. A path that is not a valid object path cannot be sent: that is logged like a
+     * failed call.
      * @{
      */
     /** Sends RegisterApplication. */

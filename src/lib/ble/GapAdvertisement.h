@@ -71,8 +71,8 @@ public:
     };
 
     /**
-     * Exports the advertisement. A failed export (a path that is taken or is no object path, no system bus)
-     * is logged at ERROR; the object stays usable locally, but BlueZ cannot read it.
+     * Exports the advertisement. A failed export (a path that is taken or is not a valid object path, no
+     * system bus) is logged at ERROR; the object stays usable locally, but BlueZ cannot read it.
      *
      * @param parent    the Qt parent, which then owns the advertisement, or null
      * @param dbusPath  the object path, for instance "/com/example/device/advertisement"

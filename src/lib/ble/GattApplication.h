@@ -39,8 +39,8 @@ public:
      * @param serviceName  a well-known bus name to request; a failure to get it is ignored, since BlueZ calls
      * the connection's unique name
      *
-     * A failed export (a path that is taken or is no object path, no system bus) is logged at FATAL; then no
-     * name is requested, and the tree stays usable locally.
+     * A failed export (a path that is taken or is not a valid object path, no system bus) is logged at FATAL;
+     * then no name is requested, and the tree stays usable locally.
      */
     GattApplication(QObject* parent, const QString& dbusPath, const QString& serviceName);
 

@@ -59,9 +59,9 @@ public:
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**
-     * Exports the characteristic. After a failed export (a path that is taken or is no object path), which is
-     * logged at ERROR, the object stays usable locally, but neither notifies nor follows its control. Call
-     * GattService::createCharacteristic() instead, which records it too.
+     * Exports the characteristic. After a failed export (a path that is taken or is not a valid object path),
+     * which is logged at ERROR, the object stays usable locally, but neither notifies nor follows its
+     * control. Call GattService::createCharacteristic() instead, which records it too.
      */
     GattCharacteristic(GattService* service, const QString& uuid, const QString& dbusPath, Option option,
                        GattCharacteristic* control);

@@ -45,9 +45,9 @@ public:
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**
-     * Exports the descriptor. A failed export (a path that is taken or is no object path) is logged at ERROR;
-     * the object stays usable locally. Call GattCharacteristic::addDescriptor() instead, which records it
-     * too.
+     * Exports the descriptor. A failed export (a path that is taken or is not a valid object path) is logged
+     * at ERROR; the object stays usable locally. Call GattCharacteristic::addDescriptor() instead, which
+     * records it too.
      */
     GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
                    Option option);

@@ -32,8 +32,9 @@ class PLIM_BLE_EXPORT GattService : public QObject
 
 public:
     /**
-     * Exports the service. A failed export (a path that is taken or is no object path) is logged at ERROR;
-     * the object stays usable locally. Call GattApplication::createService() instead, which records it too.
+     * Exports the service. A failed export (a path that is taken or is not a valid object path) is logged at
+     * ERROR; the object stays usable locally. Call GattApplication::createService() instead, which records it
+     * too.
      */
     GattService(QObject* parent, const QString& uuid, bool primary, const QString& dbusPath);
 

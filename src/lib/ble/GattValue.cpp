@@ -1,26 +1,14 @@
 #include "GattValue.h"
 
 #include "DBusDetail.h"
+#include "UserCallback.h"
 #include "plimlog.h"
 
 #include <QPointer>
 
-#include <exception>
 #include <limits>
 
 namespace {
-
-/** Read callbacks that may run inside each other, which those that run an event loop do. */
-constexpr int maximumNesting = 32;
-thread_local int nesting = 0;
-
-/** A read callback that runs. */
-struct Nested
-{
-    Nested() { ++nesting; }
-    ~Nested() { --nesting; }
-    Q_DISABLE_COPY(Nested)
-};
 
 int toInt(qint64 number)
 {
@@ -63,28 +51,19 @@ bool GattValue::overwrite(QByteArray& value, qint64 offset, const QByteArray& by
 QByteArray GattValue::refresh(const QObject* attribute, QByteArray& value,
                               const std::function<QByteArray()>& callback, const QString& uuid)
 {
-    if (nesting >= maximumNesting) {
-        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO,
-                 "Read callback of " << uuid << " not called: too many are running");
-        return value;
-    }
-    const Nested nested;
     // What is used after the call is the attribute's no longer.
     const QPointer<const QObject> alive = attribute;
     const std::function<QByteArray()> ownCallback(callback);
     const QString ownUuid(uuid); // NOLINT(performance-unnecessary-copy-initialization)
     const QByteArray old(value);
-    try {
-        QByteArray fresh = ownCallback();
-        if (alive) {
-            value = fresh;
-        }
-        return fresh;
-    } catch (const std::exception& error) {
-        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO,
-                 "Read callback of " << ownUuid << " failed: " << error.what());
-    } catch (...) {
-        PLIM_LOG(plim::bleLogger(), ERROR, Q_FUNC_INFO, "Read callback of " << ownUuid << " failed");
+    QByteArray fresh;
+    const auto outcome =
+        UserCallback::call("Read callback", ownUuid, [&fresh, &ownCallback] { fresh = ownCallback(); });
+    if (outcome != UserCallback::Returned) {
+        return alive ? value : old;
     }
-    return alive ? value : old;
+    if (alive) {
+        value = fresh;
+    }
+    return fresh;
 }

@@ -80,7 +80,7 @@ BleFindings Preflight::pathFindings(const QString& path, ExportState state)
         break;
     case InvalidPath:
         return error(
-            QStringLiteral("This is no object path and cannot be exported"),
+            QStringLiteral("This is not a valid object path and cannot be exported"),
             QStringLiteral("Use letters, digits and \"_\" between single slashes, and no \"/\" at the end"));
     case NoBus:
         return error(
@@ -98,6 +98,6 @@ BleFindings Preflight::uuidFindings(const QString& location, const QString& uuid
     if (Uuid(uuid).size() != 0) {
         return {};
     }
-    return {{BleFinding::Error, location, QStringLiteral("\"%1\" is no UUID").arg(uuid),
+    return {{BleFinding::Error, location, QStringLiteral("\"%1\" is not a valid UUID").arg(uuid),
              QStringLiteral("Write it like \"180f\" or \"0000180f-0000-1000-8000-00805f9b34fb\"")}};
 }

@@ -19,7 +19,7 @@ public:
     /** Reads 4 or 8 hexadecimal digits, also with 0x before them, or the long form with dashes. */
     explicit Uuid(const QString& text);
 
-    /** The bytes that it takes when broadcast: 2, 4 or 16; 0 where the text is no UUID. */
+    /** The bytes that it takes when broadcast: 2, 4 or 16; 0 where the text is not a valid UUID. */
     int size() const { return m_size; }
 
     /** Whether it is this 16-bit UUID, in whatever form it was written. */

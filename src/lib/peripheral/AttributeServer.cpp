@@ -1,51 +1,27 @@
 #include "AttributeServer.h"
 
 #include "OwnerThread.h"
+#include "UserCallback.h"
 #include "plimlog.h"
 
 #include <QDBusContext>
 
-#include <exception>
-
 namespace {
-
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 
 /** Bytes in the longest attribute value that ATT knows. */
 constexpr int maximumSize = 512;
-
-/** Handlers that may run inside each other, which those that run an event loop do: a process has one stack.
- */
-constexpr int maximumNesting = 32;
-thread_local int nesting = 0;
-
-/** A handler that runs. */
-struct Nested
-{
-    Nested() { ++nesting; }
-    ~Nested() { --nesting; }
-    Q_DISABLE_COPY(Nested)
-};
 
 /** Calls a handler, which may replace itself and delete the attribute. */
 template <typename Request>
 void callHandler(const std::function<void(Request)>& handler, const Request& request, const QString& path)
 {
-    if (nesting >= maximumNesting) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << path << " not called: too many are running");
-        request.reject(plim::AttError::UnlikelyError);
-        return;
-    }
-    const Nested nested;
     // What is used during and after the call is the attribute's no longer.
     const std::function<void(Request)> ownHandler(handler);
     const QString ownPath(path); // NOLINT(performance-unnecessary-copy-initialization)
-    try {
-        ownHandler(request);
-    } catch (const std::exception& error) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << ownPath << " failed: " << error.what());
-    } catch (...) {
-        PLIM_LOG(logger, ERROR, Q_FUNC_INFO, "Handler of " << ownPath << " failed");
+    const auto outcome =
+        UserCallback::call("Handler", ownPath, [&ownHandler, &request] { ownHandler(request); });
+    if (outcome == UserCallback::NotCalled) {
+        request.reject(plim::AttError::UnlikelyError);
     }
 }
 
@@ -121,7 +97,7 @@ bool plim::detail::AttributeServer::write(const QDBusContext& context, const QBy
 
 void plim::detail::AttributeServer::refuse(const QDBusContext& context, const AttError& error) const
 {
-    PLIM_LOG(logger, DEBUG, Q_FUNC_INFO,
+    PLIM_LOG(plim::bleLogger(), DEBUG, Q_FUNC_INFO,
              context.message().member() << " of " << m_path << " refused: " << error.text());
     context.setDelayedReply(true);
     if (context.message().isReplyRequired()) {

@@ -16,8 +16,6 @@
 
 namespace {
 
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
 /** BlueZ ends the indications that it still waits for right after it tells that the link is lost. */
 constexpr int endOfIndicationsMs = 500;
 
@@ -74,7 +72,7 @@ plim::Access plim::Characteristic::access() const
 
 QStringList plim::Characteristic::flags() const
 {
-    PLIM_LOG_ENTER(logger, TRACE, "QStringList GattCharacteristic::flags() const", "");
+    PLIM_LOG_ENTER(plim::bleLogger(), TRACE, "QStringList GattCharacteristic::flags() const", "");
     return m_server->access().flags();
 }
 

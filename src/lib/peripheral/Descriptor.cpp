@@ -7,8 +7,6 @@
 
 namespace {
 
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
 /** What the base class makes of an access. */
 GattDescriptor::Option optionOf(const plim::Access& access)
 {
@@ -42,7 +40,7 @@ plim::Access plim::Descriptor::access() const
 
 QStringList plim::Descriptor::flags() const
 {
-    PLIM_LOG_ENTER(logger, TRACE, "QStringList GattDescriptor::flags() const", "");
+    PLIM_LOG_ENTER(plim::bleLogger(), TRACE, "QStringList GattDescriptor::flags() const", "");
     return m_server->access().flags();
 }
 

@@ -4,12 +4,6 @@
 
 #include <QDBusObjectPath>
 
-namespace {
-
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
-} // namespace
-
 plim::detail::PendingCall::PendingCall(const QDBusMessage& call, const QDBusConnection& connection,
                                        const QVariantMap& options, const QString& attribute)
     : m_call(call),
@@ -25,7 +19,8 @@ plim::detail::PendingCall::PendingCall(const QDBusMessage& call, const QDBusConn
 plim::detail::PendingCall::~PendingCall()
 {
     if (claim()) {
-        PLIM_LOG(logger, WARN, Q_FUNC_INFO, "Request for " << m_attribute << " dropped without an answer");
+        PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
+                 "Request for " << m_attribute << " dropped without an answer");
     }
     if (!m_sent) {
         fail(AttError::UnlikelyError);
@@ -52,7 +47,7 @@ void plim::detail::PendingCall::abandon()
 void plim::detail::PendingCall::abandon(const char* reason)
 {
     if (claim()) {
-        PLIM_LOG(logger, WARN, Q_FUNC_INFO, "Request for " << m_attribute << ' ' << reason);
+        PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO, "Request for " << m_attribute << ' ' << reason);
         fail(AttError::UnlikelyError);
     }
 }

@@ -5,8 +5,6 @@
 
 namespace {
 
-log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
-
 /** Bytes in the longest attribute value that ATT knows. */
 constexpr int maximumSize = 512;
 
@@ -43,7 +41,7 @@ void plim::ReadRequest::accept(const QByteArray& value) const
         return;
     }
     if (value.size() > maximumSize) {
-        PLIM_LOG(logger, WARN, Q_FUNC_INFO,
+        PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
                  "Value of " << m_call->attribute() << " is longer than an attribute can be: " << value.size()
                              << " bytes");
     }

@@ -64,7 +64,7 @@ QList<QDBusObjectPath> plim::Service::includes() const
     QList<QDBusObjectPath> paths;
     for (const GattService* service : m_includes) {
         const QDBusObjectPath path(service ? service->dbusPath() : QString());
-        // What is no object path cannot be sent.
+        // What is not a valid object path cannot be sent.
         if (!path.path().isEmpty()) {
             paths << path;
         }
