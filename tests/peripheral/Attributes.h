@@ -7,6 +7,7 @@
 #include <plim/peripheral.h>
 
 #include <QStringList>
+#include <QtTest>
 
 #include <memory>
 
@@ -30,6 +31,14 @@ struct Attributes
     plim::Characteristic* characteristic;
     plim::Descriptor* descriptor;
 };
+
+/** Reads and writes are answered alike; each row runs for both. */
+inline void addAttributes()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("characteristic") << "/app/aaaa/c0"_qs;
+    QTest::newRow("descriptor") << "/app/aaaa/c0/d0"_qs;
+}
 
 /** A process that calls as BlueZ does. */
 class Caller : public RawBusClient

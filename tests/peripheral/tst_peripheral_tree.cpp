@@ -17,15 +17,6 @@ namespace {
 
 const QString reportUuid = QStringLiteral("2a4d");
 
-QStringList texts(const BleFindings& findings)
-{
-    QStringList all;
-    for (const BleFinding& finding : findings) {
-        all << finding.text();
-    }
-    return all;
-}
-
 } // namespace
 
 class tst_peripheral_tree : public QObject
@@ -51,12 +42,6 @@ private slots:
     void handlesAndIncludesAreShownTogether();
     void trackedSubscribersShowNotifyAcquired();
     void busctlIntrospectsEveryForm();
-    void findingsOfTheBaseAreThereToo();
-    void includesOutOfOrderAreFound();
-    void lateRefusalsAreFound();
-    void protectedAttributesAreFoundOnce();
-    void trackingWithoutSubscribingIsFound();
-    void versionsThatCannotAreFound();
 
 private:
     BusMessage managedObjects()
@@ -370,74 +355,6 @@ void tst_peripheral_tree::busctlIntrospectsEveryForm()
         }
         QCOMPARE(lines.count(line), 1);
     }
-}
-
-void tst_peripheral_tree::findingsOfTheBaseAreThereToo()
-{
-    plim::Characteristic::create(m_service, "no uuid"_qs, Access());
-    QVERIFY(!m_app->problems().isEmpty());
-    QCOMPARE(texts(plim::problems(*m_app)), texts(m_app->problems()));
-}
-
-void tst_peripheral_tree::includesOutOfOrderAreFound()
-{
-    auto* battery = plim::Service::create(m_app.get(), "180f"_qs);
-    m_service->include(battery);
-    QCOMPARE(texts(plim::problems(*m_app)), QStringList());
-    battery->include(m_service);
-    GattApplication elsewhere(nullptr, "/aaa"_qs, "org.example.Elsewhere"_qs);
-    battery->include(elsewhere.createService("180a"_qs, true));
-    const BleFindings found = plim::problems(*m_app);
-    QCOMPARE(found.size(), 2);
-    QCOMPARE(found[0].location, "/app/180f"_qs);
-    QVERIFY(found[0].message.contains("comes after its own"_qs));
-    QVERIFY(found[1].message.contains("another application"_qs));
-    QCOMPARE(found[0].severity, BleFinding::Error);
-}
-
-void tst_peripheral_tree::lateRefusalsAreFound()
-{
-    auto* command =
-        plim::Characteristic::create(m_service, "aaaa"_qs, Access().write().writeWithoutResponse());
-    auto* plain = plim::Characteristic::create(m_service, "bbbb"_qs, Access().write());
-    QCOMPARE(texts(plim::problems(*m_app)), QStringList());
-    command->setWriteHandler([](const plim::WriteRequest&) {});
-    plain->setWriteHandler([](const plim::WriteRequest&) {});
-    const BleFindings found = plim::problems(*m_app);
-    QCOMPARE(found.size(), 1);
-    QCOMPARE(found[0].location, command->dbusPath());
-    QCOMPARE(found[0].severity, BleFinding::Warning);
-}
-
-void tst_peripheral_tree::protectedAttributesAreFoundOnce()
-{
-    auto* characteristic = plim::Characteristic::create(m_service, "aaaa"_qs, Access().read());
-    auto* descriptor = plim::Descriptor::create(characteristic, "2901"_qs, Access().read(Access::Encrypted));
-    plim::Characteristic::create(m_service, "bbbb"_qs, Access().write(Access::Authenticated));
-    const BleFindings found = plim::problems(*m_app);
-    QCOMPARE(found.size(), 1);
-    QCOMPARE(found[0].location, descriptor->dbusPath());
-    QCOMPARE(found[0].severity, BleFinding::Warning);
-}
-
-void tst_peripheral_tree::trackingWithoutSubscribingIsFound()
-{
-    auto* characteristic = plim::Characteristic::create(m_service, "aaaa"_qs, Access().read());
-    characteristic->trackSubscribers();
-    const BleFindings found = plim::problems(*m_app);
-    QCOMPARE(found.size(), 1);
-    QCOMPARE(found[0].location, characteristic->dbusPath());
-}
-
-void tst_peripheral_tree::versionsThatCannotAreFound()
-{
-    const auto count = [this](int minor) { return plim::problems(*m_app, QVersionNumber(5, minor)).size(); };
-    QCOMPARE(count(74), 0);
-    m_service->createCharacteristic("aaaa"_qs, readWrite);
-    QCOMPARE(plim::problems(*m_app).size(), 0);
-    QCOMPARE((QList<int>{count(66), count(73), count(74), count(75), count(76), count(82)}),
-             (QList<int>{0, 0, 1, 1, 0, 0}));
-    QCOMPARE(plim::problems(*m_app, QVersionNumber(6, 74)).size(), 0);
 }
 
 QTEST_GUILESS_MAIN(tst_peripheral_tree)

@@ -52,6 +52,16 @@ inline QByteArray numberedBytes(int size)
     return bytes;
 }
 
+/** The texts of findings. */
+inline QStringList texts(const BleFindings& findings)
+{
+    QStringList all;
+    for (const BleFinding& finding : findings) {
+        all << finding.text();
+    }
+    return all;
+}
+
 /** A tree with one of everything, below /app. */
 struct GattTree
 {
