@@ -1,6 +1,8 @@
 #include "Attributes.h"
 #include "LogCapture.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -50,6 +52,24 @@ private:
             device, "org.freedesktop.DBus.Properties"_qs, "PropertiesChanged"_qs, "sa{sv}as"_qs,
             {interface, "1"_qs, "Connected"_qs, "b"_qs, connected ? "true"_qs : "false"_qs, "0"_qs});
     }
+    /** Returns when the library knows the daemon, which has no objects yet. */
+    void hearTheDaemon()
+    {
+        QDBusConnection bus = QDBusConnection::systemBus();
+        // Each answer comes after all that was asked before.
+        bus.call(QDBusMessage::createMethodCall("org.freedesktop.DBus"_qs, "/"_qs,
+                                                "org.freedesktop.DBus.Peer"_qs, "Ping"_qs));
+        QCoreApplication::processEvents();
+        bus.call(QDBusMessage::createMethodCall("org.bluez"_qs, "/"_qs, "org.freedesktop.DBus.Peer"_qs,
+                                                "Ping"_qs));
+        QCoreApplication::processEvents();
+    }
+    void announce(const QString& device)
+    {
+        m_daemon->emitSignal(
+            "/"_qs, "org.freedesktop.DBus.ObjectManager"_qs, "InterfacesAdded"_qs, "oa{sa{sv}}"_qs,
+            {device, "2"_qs, "org.bluez.Device1"_qs, "0"_qs, "org.bluez.MediaControl1"_qs, "0"_qs});
+    }
     void remove(const QString& device, const QString& interface)
     {
         m_daemon->emitSignal("/"_qs, "org.freedesktop.DBus.ObjectManager"_qs, "InterfacesRemoved"_qs,
@@ -78,6 +98,8 @@ void tst_subscribers::init()
     m_tree = std::make_unique<Attributes>(Access().notify().indicate());
     m_characteristic = m_tree->characteristic;
     m_characteristic->trackSubscribers();
+    hearTheDaemon();
+    announce(phonePath);
 }
 
 void tst_subscribers::aDeclinedSocketNamesTheSubscriber()

@@ -2,7 +2,8 @@
 
 #include "AcquireNotifyAdaptor.h"
 #include "AttributeServer.h"
-#include "DaemonWatch.h"
+#include "BluezInterfaces.h"
+#include "BluezObjects.h"
 #include "GattApplication.h"
 #include "GattService.h"
 #include "TreePath.h"
@@ -48,7 +49,7 @@ plim::Characteristic::Characteristic(GattService* service, const QString& uuid, 
       m_server(new detail::AttributeServer(this, access, dbusPath))
 {
     if (access.allowsIndications()) {
-        watchDaemon();
+        watchBluez();
         // What BlueZ ends with a link was sent before. What is sent now is really confirmed, perhaps by a
         // central that came in between.
         plim::connect(this, &GattCharacteristic::PropertiesChanged, this,
@@ -60,8 +61,8 @@ plim::Characteristic::~Characteristic()
 {
     // Qt alone ends these after destroyed(), of which the application hears too.
     disconnect(m_treeChanges);
-    if (m_daemon) {
-        m_daemon->disconnect(this);
+    if (m_bluez) {
+        m_bluez->disconnect(this);
     }
 }
 
@@ -94,9 +95,11 @@ void plim::Characteristic::trackSubscribers()
     m_tracking = true;
     // Of several adaptors for one interface the last one made is what BlueZ sees.
     new AcquireNotifyAdaptor(this);
-    watchDaemon();
-    plim::connect(m_daemon.get(), &detail::DaemonWatch::forgotten, this, &Characteristic::unsubscribe);
-    plim::connect(m_daemon.get(), &detail::DaemonWatch::ended, this, &Characteristic::unsubscribeAll);
+    watchBluez();
+    plim::connect(m_bluez.get(), &detail::BluezObjects::objectRemoved, this,
+                  &Characteristic::on_objectRemoved);
+    // Subscribers that BlueZ has not shown as objects end with it as well.
+    plim::connect(m_bluez.get(), &detail::BluezObjects::ended, this, &Characteristic::unsubscribeAll);
     if (const auto* application = qobject_cast<GattApplication*>(parent() ? parent()->parent() : nullptr)) {
         // It is registered anew, which takes all subscriptions away.
         m_treeChanges = plim::connect(application, &GattApplication::applicationChanged, this,
@@ -211,23 +214,28 @@ bool plim::Characteristic::notifyAcquired() const
     return false; // sockets are declined
 }
 
-void plim::Characteristic::watchDaemon()
+void plim::Characteristic::watchBluez()
 {
-    if (!m_daemon) {
-        m_daemon = detail::DaemonWatch::shared();
-        plim::connect(m_daemon.get(), &detail::DaemonWatch::disconnected, this,
-                      &Characteristic::on_disconnected);
+    if (!m_bluez) {
+        m_bluez = detail::BluezObjects::shared();
+        plim::connect(m_bluez.get(), &detail::BluezObjects::propertiesChanged, this,
+                      &Characteristic::on_propertiesChanged);
     }
 }
 
-void plim::Characteristic::on_disconnected(const QString& /*path*/)
+void plim::Characteristic::on_propertiesChanged(const QString& path, const QString& interface,
+                                                const QStringList& names)
 {
-    m_sinceDisconnection.start();
+    const QString connected = QStringLiteral("Connected");
+    if (interface == BluezInterfaces::Device && names.contains(connected) &&
+        !m_bluez->value(path, interface, connected).toBool()) {
+        m_sinceDisconnection.start();
+    }
 }
 
-void plim::Characteristic::unsubscribe(const QString& path)
+void plim::Characteristic::on_objectRemoved(const QString& path, const QString& interface)
 {
-    if (m_subscribers.removeOne(Central(path))) {
+    if (interface == BluezInterfaces::Device && m_subscribers.removeOne(Central(path))) {
         emit unsubscribed(Central(path));
     }
 }

@@ -22,7 +22,7 @@ namespace plim {
 
 namespace detail {
 class AttributeServer;
-class DaemonWatch;
+class BluezObjects;
 class TreeProblems;
 } // namespace detail
 
@@ -141,14 +141,14 @@ private:
     bool hasPage() const;
     bool notifyAcquired() const;
     void store(const QByteArray& value, const QVariantMap& options, bool notify);
-    void watchDaemon();
-    void on_disconnected(const QString& path);
-    void unsubscribe(const QString& path);
+    void watchBluez();
+    void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
+    void on_objectRemoved(const QString& path, const QString& interface);
     void unsubscribeAll();
 
     const QPointer<GattCharacteristic> m_control;
     const std::unique_ptr<detail::AttributeServer> m_server;
-    std::shared_ptr<detail::DaemonWatch> m_daemon;
+    std::shared_ptr<detail::BluezObjects> m_bluez;
     QMetaObject::Connection m_treeChanges;
     QElapsedTimer m_sinceDisconnection;
     bool m_tracking = false;

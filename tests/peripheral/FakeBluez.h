@@ -1,0 +1,93 @@
+#pragma once
+
+#include "DBusTypes.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusVirtualObject>
+#include <QList>
+#include <QVariantMap>
+
+/**
+ * What a test makes BlueZ say, on a connection of its own in the same process: so whoever waits for its answer
+ * without an event loop waits in vain. Calls wait in `calls` for answers; GetManagedObjects is answered at
+ * once unless holdsDescription is set.
+ */
+class FakeBluez : public QDBusVirtualObject
+{
+public:
+    /** Joins the bus. @param name  the connection's, different for each */
+    explicit FakeBluez(const QString& name) : m_name(name), m_bus(connected(name))
+    {
+        registerDBusTypes();
+        m_bus.registerVirtualObject(QStringLiteral("/"), this, QDBusConnection::SubPath);
+    }
+    ~FakeBluez() override
+    {
+        m_bus.unregisterObject(QStringLiteral("/"), QDBusConnection::UnregisterTree);
+        QDBusConnection::disconnectFromBus(m_name);
+    }
+    Q_DISABLE_COPY(FakeBluez)
+
+    bool appear() { return m_bus.registerService(QStringLiteral("org.bluez")); }
+    void vanish() { m_bus.unregisterService(QStringLiteral("org.bluez")); }
+    void send(const QDBusMessage& message) { m_bus.send(message); }
+
+    /** The answer to GetManagedObjects now. */
+    QDBusMessage description(const QDBusMessage& question) const
+    {
+        return question.createReply(QVariant::fromValue(objects));
+    }
+
+    void add(const QString& path, const DBusInterfaceList& interfaces)
+    {
+        emitSignal(QStringLiteral("InterfacesAdded"),
+                   {QVariant::fromValue(QDBusObjectPath(path)), QVariant::fromValue(interfaces)});
+    }
+    void remove(const QString& path, const QStringList& interfaces)
+    {
+        emitSignal(QStringLiteral("InterfacesRemoved"),
+                   {QVariant::fromValue(QDBusObjectPath(path)), interfaces});
+    }
+    void change(const QString& path, const QString& interface, const QVariantMap& changed,
+                const QStringList& invalidated = {})
+    {
+        QDBusMessage signal = QDBusMessage::createSignal(
+            path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("PropertiesChanged"));
+        signal << interface << changed << invalidated;
+        m_bus.send(signal);
+    }
+
+    QString introspect(const QString& /*path*/) const override { return {}; }
+    bool handleMessage(const QDBusMessage& call, const QDBusConnection& /*connection*/) override
+    {
+        if (call.member() == QLatin1String("GetManagedObjects") && !holdsDescription) {
+            m_bus.send(description(call));
+        } else {
+            calls << call;
+        }
+        return true;
+    }
+
+    DBusManagedObjectList objects; ///< what GetManagedObjects answers
+    bool holdsDescription = false;
+    QList<QDBusMessage> calls;
+
+private:
+    static QDBusConnection connected(const QString& name)
+    {
+        return QDBusConnection::connectToBus(qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS"), name);
+    }
+    void emitSignal(const QString& member, const QVariantList& arguments)
+    {
+        QDBusMessage signal = QDBusMessage::createSignal(
+            QStringLiteral("/"), QStringLiteral("org.freedesktop.DBus.ObjectManager"), member);
+        signal.setArguments(arguments);
+        m_bus.send(signal);
+    }
+
+    const QString m_name;
+    QDBusConnection m_bus;
+};
