@@ -275,7 +275,8 @@ void tst_memory_limits::fileDescriptorsAreNotUsedUp()
         QCOMPARE(setAndGet("Alone"_qs, alone).text, R"(<h "open">)"_qs);
     }
     m_client.ping();
-    QCOMPARE(openFiles(), before);
+    // Qt's own thread closes the files of a message a moment after it was handled: before, too.
+    QTRY_VERIFY_WITH_TIMEOUT(openFiles() <= before, 10000);
 }
 
 QTEST_GUILESS_MAIN(tst_memory_limits)
