@@ -11,10 +11,10 @@ namespace Property = AdvertisementProperty;
 
 namespace {
 
-// What every controller can broadcast, and what BlueZ 5.66 takes at most, extended advertising or not.
+// Every controller can broadcast this many bytes. BlueZ 5.66 accepts no more, even with extended advertising.
 constexpr int legacyLimit = 31;
 
-// BlueZ's limits, which its error messages do not name.
+// BlueZ's limits, which its error messages do not mention.
 constexpr unsigned int shortestInterval = 20;
 constexpr unsigned int longestInterval = 10485759; // 0xFFFFFF units of 0.625 ms
 constexpr int lowestTxPower = -127;
@@ -27,11 +27,11 @@ constexpr int appearanceLength = header + 2;
 constexpr int txPowerLength = header + 1;
 constexpr int companyLength = 2;
 
-/** Whether BlueZ takes such a raw block: it refuses what it composes itself or leaves to the controller. */
-bool isRawTypeTaken(unsigned char type)
+/** Whether BlueZ accepts raw blocks of this type: not if BlueZ or the controller makes such blocks. */
+bool isRawTypeAccepted(unsigned char type)
 {
-    static const QSet<unsigned char> takenBelow{0x00, 0x0b, 0x0c, 0x13, 0x24, 0x25, 0x26};
-    return type < 0x2c ? takenBelow.contains(type) : type != 0x3d && type != 0xff;
+    static const QSet<unsigned char> acceptedBelow2c{0x00, 0x0b, 0x0c, 0x13, 0x24, 0x25, 0x26};
+    return type < 0x2c ? acceptedBelow2c.contains(type) : type != 0x3d && type != 0xff;
 }
 
 template <typename Map>
@@ -165,7 +165,7 @@ void AdvertisementPreflight::checkRaw(const QString& property, const DBusAdvData
 {
     for (auto it = blocks.begin(); it != blocks.end(); ++it) {
         const QString type = hex(it.key(), 2);
-        if (!isRawTypeTaken(it.key())) {
+        if (!isRawTypeAccepted(it.key())) {
             add(BleFinding::Error, property,
                 QStringLiteral("BlueZ refuses raw blocks of type %1, which are its own to make").arg(type),
                 QStringLiteral("Use the property that stands for it, such as setLocalName()"));
@@ -189,16 +189,16 @@ void AdvertisementPreflight::checkPayload(int limit)
         {Property::Appearance, shows(Property::Appearance) ? appearanceLength : 0},
         {QStringLiteral("tx-power"), m_adv.includeTxPower ? txPowerLength : 0},
     };
-    QStringList account;
+    QStringList summary;
     int length = 0;
     for (const auto& [name, share] : parts) {
         length += share;
         if (share != 0) {
-            account << name + QLatin1Char(' ') + QString::number(share);
+            summary << name + QLatin1Char(' ') + QString::number(share);
         }
     }
     const QString what =
-        QStringLiteral("%1 are to be broadcast (%2)").arg(bytes(length), account.join(QLatin1String(", ")));
+        QStringLiteral("%1 are to be broadcast (%2)").arg(bytes(length), summary.join(QLatin1String(", ")));
     if (length > limit) {
         add(BleFinding::Error, QStringLiteral("payload"),
             what + QStringLiteral(", of which the controller can do %1").arg(limit),
@@ -230,7 +230,7 @@ void AdvertisementPreflight::checkScanResponse(int limit)
     }
 }
 
-/** One AD structure for all UUIDs of the same size. */
+/** The bytes of the UUIDs: BlueZ makes one AD structure for all UUIDs of the same size. */
 int AdvertisementPreflight::uuidsLength() const
 {
     QSet<int> sizes;

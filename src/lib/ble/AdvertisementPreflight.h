@@ -3,7 +3,7 @@
 #include "AdvertisementSnapshot.h"
 #include "Preflight.h"
 
-/** Looks through an advertisement for what BlueZ would refuse or not broadcast. Internal: not installed. */
+/** Finds what BlueZ would reject or not broadcast of an advertisement. Internal: not installed. */
 class AdvertisementPreflight
 {
 public:

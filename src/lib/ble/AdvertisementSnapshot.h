@@ -3,12 +3,12 @@
 #include "GapAdvertisement.h"
 #include "Preflight.h"
 
-/** The values of an advertisement that the preflight looks at. Internal: not installed. */
+/** The values of an advertisement that AdvertisementPreflight checks. Internal: not installed. */
 struct AdvertisementSnapshot
 {
     QString path;
     Preflight::ExportState exportState = Preflight::Exported;
-    QStringList shownProperties; ///< the names that the bus sees
+    QStringList shownProperties; ///< the names that are visible on the bus
     GapAdvertisement::GapDeviceType type = GapAdvertisement::Peripheral;
     bool discoverable = false;
     bool includeTxPower = false;

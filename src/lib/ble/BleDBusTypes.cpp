@@ -20,7 +20,7 @@ void writeBlocks(QDBusArgument& argument, const QMap<Key, QByteArray>& map)
     argument.endMap();
 }
 
-/** Reads entry by entry into the map: a Value from the wire is stored as what convert() makes of it. */
+/** Reads a map entry by entry. Each Value from the message is stored as convert() returns it. */
 template <typename Value, typename Map, typename Convert>
 void readEntries(const QDBusArgument& argument, Map& map, Convert convert)
 {

@@ -22,12 +22,12 @@ using DBusManufacturerData = QMap<unsigned short, QByteArray>;
 Q_DECLARE_METATYPE(DBusAdvData)
 Q_DECLARE_METATYPE(DBusManufacturerData)
 
-// The operators stand beside the types: where they are out of sight when a type is registered with Qt D-Bus,
-// Qt's own map template takes over and writes a{yay}.
+// The operators have to be declared here, beside the types. If they are not visible when a type is registered
+// with Qt D-Bus, Qt uses its own template for maps and writes a{yay}.
 //
-// Reading adds to the target: entries that it held stay unless the message has the same key, and of two
-// entries with the same key the later one wins. A value that is no byte array becomes what its variant
-// converts to, or empty.
+// Reading adds to the map: entries that it has stay, unless the message has the same key. Of two entries with
+// the same key, the later one counts. A value that is not a byte array is converted to one; it is empty if
+// that is not possible.
 
 PLIM_BLE_EXPORT QDBusArgument& operator<<(QDBusArgument& argument,
                                           const QMap<unsigned char, QByteArray>& map);

@@ -28,7 +28,7 @@ namespace {
 
 log4cplus::Logger logger = log4cplus::Logger::getInstance("Ble");
 
-/** Whether the pointer is null, which is logged with this text. */
+/** Whether the pointer is null. If it is, the text is logged at ERROR. */
 bool isNull(const QObject* object, const char* text, const char* signature)
 {
     if (!object) {
@@ -117,7 +117,7 @@ void BleManager::on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList inte
         }
     }
     if (interfaces.contains(BluezInterfaces::AdvertisingManager)) {
-        // The spelling, and the missing separator, are what log readers know.
+        // The misspelling and the missing separator stay: users may search the log for this text.
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Le Avertisement Manager appears" << path);
         setAdvManager(path.path());
         const auto advertisements = m_advertisements;
@@ -132,7 +132,8 @@ void BleManager::on_interfacesRemoved(QDBusObjectPath path, QStringList interfac
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface removed: " << path << ", interfaces: " << LogText::list(interfaces));
-    // Whatever object lost the interface: the path is deliberately not compared with the manager's.
+    // The path is deliberately not compared with the manager's: it does not matter which object lost the
+    // interface.
     if (interfaces.contains(BluezInterfaces::GattManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gatt Manager was removed");
         m_gattManager.reset();

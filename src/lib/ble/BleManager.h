@@ -21,18 +21,19 @@ class OrgFreedesktopDBusObjectManagerInterface;
 class QDBusPendingCallWatcher;
 
 /**
- * Hands GATT applications and advertisements to BlueZ, for as long as they are held: whenever BlueZ's manager
- * for them appears, and whenever they change. They may be added before, while or after BlueZ starts.
+ * Registers GATT applications and advertisements with BlueZ. An object that was added is held until it is
+ * removed or deleted. A held object is registered whenever BlueZ's manager for its kind appears, and again
+ * whenever it changes. Objects may be added before, while or after BlueZ starts.
  *
- * BlueZ is asked asynchronously, and its answers go to the log (logger "Ble"): DEBUG for a success, ERROR for
- * a failure, which changes nothing and is not retried. A program that has to know asks registrationState() or
- * sets an observer.
+ * BlueZ is called asynchronously, and its answers go to the log (logger "Ble"): DEBUG for a success, ERROR
+ * for a failure. After a failure the object stays held, and the call is not repeated. A program that has to
+ * know the result calls registrationState() or sets an observer.
  *
- * All of it belongs to one thread, the one that makes the first call of instance() and runs its Qt event
- * loop; the objects handed over are expected to live there too. One that lives on another thread, and stays
- * there while it is held, is followed through the event loop: its changes are registered, and its end is
- * noticed, when this thread gets there. It has to be alive while add() and remove() run. Until its end is
- * noticed, another object at its address counts as the same one.
+ * The manager belongs to one thread: the one that calls instance() first and runs its Qt event loop. Held
+ * objects should live on that thread, too. An object may live on another thread if it stays there while it is
+ * held. Its signals then arrive through the event loop, so the manager registers its changes, and notices its
+ * deletion, only then. It must not be deleted while add() or remove() runs. Until its deletion is noticed,
+ * another object at its address counts as the same one.
  */
 class PLIM_BLE_EXPORT BleManager : public QObject
 {
@@ -40,59 +41,63 @@ class PLIM_BLE_EXPORT BleManager : public QObject
 
 public:
     /**
-     * The manager of this process, made on the first call and never deleted. That call blocks until BlueZ has
-     * described its objects, 25 s (the time-out of a D-Bus call) at most; it returns at once where no BlueZ
-     * runs.
+     * The manager of this process, created by the first call and never deleted. That call blocks until BlueZ
+     * has listed its objects, for 25 s (the time-out of a D-Bus call) at most. It returns at once if BlueZ
+     * does not run.
      */
     static BleManager* instance();
 
     /** Looks for BlueZ's managers, blocking as instance() does. Call instance() instead. */
     explicit BleManager(QObject* parent);
 
-    /** Says nothing to BlueZ: nothing is unregistered. */
+    /** Does not call BlueZ: nothing is unregistered. */
     ~BleManager() override;
 
     /**
-     * Holds and registers an application, which stays the caller's; one that is held already is left alone.
-     * Deleting a held application is allowed. A null pointer is logged at ERROR and ignored.
+     * Holds and registers an application; the caller keeps ownership. If it is held already, nothing
+     * happens. A held application may be deleted. A null pointer is logged at ERROR and ignored.
      */
     void add(const GattApplication* app);
-    /** Unregisters an application and holds it no longer; one that is not held is left alone. */
+    /** Unregisters an application, which is then no longer held. If it is not held, nothing happens. */
     void remove(const GattApplication* app);
 
-    /** Holds and registers an advertisement; otherwise like add() for an application. */
+    /** Holds and registers an advertisement, in the same way as an application. */
     void add(const GapAdvertisement* adv);
-    /** Unregisters an advertisement and holds it no longer; one that is not held is left alone. */
+    /** Unregisters an advertisement, which is then no longer held. If it is not held, nothing happens. */
     void remove(const GapAdvertisement* adv);
 
     /**
-     * Sets the observer, which is called with each step's result, each appearance and end of BlueZ's
-     * managers, and each release. There is one observer at a time, and none at first; an empty function
-     * removes it. Events that are queued already go to the new one.
+     * Sets the observer. It is called with the result of each step, when one of BlueZ's managers appears or
+     * disappears, and when BlueZ releases an advertisement. There is one observer at a time, and none at
+     * first; an empty function removes it. Events that are queued already go to the new observer.
      *
-     * It is called on this object's thread from the event loop, never inside a call of this class; so it may
-     * do anything: add, remove and delete objects, this manager too, replace or clear itself. Events come in
-     * the order in which this manager learned of them; Qt can swap two answers of BlueZ that arrive close
-     * together. By the time it is called the state may have moved on. What it throws is logged at ERROR.
+     * It is called on this object's thread from the event loop, never inside a call of this class. So it may
+     * do anything: add, remove and delete objects, even this manager, replace or remove itself. Events come
+     * in the order in which this manager learned of them; Qt can swap two answers of BlueZ that arrive close
+     * together. When it is called, the state may have changed again. Exceptions that it throws are logged at
+     * ERROR.
      *
-     * Objects are named by their paths, since they may have ended meanwhile. A manager that is there already
-     * is not announced. For objects that are not held, only the results of the four steps are reported.
+     * Events name objects by their paths, since the objects may have been deleted meanwhile. A manager that
+     * is there already is not announced. For objects that are not held, only the results of the four steps
+     * are reported.
      */
     void setRegistrationObserver(const BleRegistrationObserver& observer);
 
     /**
-     * How BlueZ stands to an application or advertisement now, by the answers that have arrived on this
-     * object's thread. The pointer is only compared: a null one, or one of a deleted object, is not held.
+     * The registration state of an application, by the answers that have arrived on this object's thread so
+     * far. The pointer is only compared, so it may be null or belong to a deleted object: such an object is
+     * not held.
      */
     BleRegistrationState registrationState(const GattApplication* app) const;
-    /** The same of an advertisement. */
+    /** The registration state of an advertisement. */
     BleRegistrationState registrationState(const GapAdvertisement* adv) const;
 
     /**
      * @name Single steps
-     * Each sends one call if BlueZ's manager is present, and nothing otherwise. They neither look at nor
-     * change what is held. A path that is not a valid object path cannot be sent: that is logged like a
-     * failed call.
+     * Each sends one call to BlueZ's manager, or nothing if the manager has not appeared yet or was removed.
+     * A BlueZ that was killed has not announced the removal, so calls are still sent. It does not matter
+     * whether the object is held, and that does not change. A path that is not a valid object path cannot be
+     * sent: that is logged like a failed call.
      * @{
      */
     /** Sends RegisterApplication. */
@@ -126,5 +131,5 @@ private:
     QList<const GattApplication*> m_applications;
     QSharedPointer<OrgBluezLEAdvertisingManager1Interface> m_advManager;
     QList<const GapAdvertisement*> m_advertisements;
-    const std::unique_ptr<Internals> m_internals; ///< last, so that its connections end first
+    const std::unique_ptr<Internals> m_internals; ///< last member, so that its connections end first
 };

@@ -6,8 +6,6 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 
-/** Whether the object's path is an object path: libdbus aborts a process that tries to send any other text.
- */
 bool BleManager::Internals::canBeSent(const RegistrationTracker::Step& step, const char* signature)
 {
     if (!QDBusObjectPath(step.objectPath).path().isEmpty()) {

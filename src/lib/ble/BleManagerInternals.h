@@ -7,14 +7,14 @@
 
 class QDBusPendingCall;
 
-/** What the manager needs beside its lists and proxies. Internal: not installed. */
+/** The private members of the manager beside its lists and proxies. Internal: not installed. */
 struct BleManager::Internals
 {
     explicit Internals(BleManager* manager_) : manager(manager_), otherThreads(manager_) {}
 
     /**
-     * Whether the object's path can be sent. One that is not a valid object path is logged and reported as a
-     * failed step: libdbus aborts a process that tries to send it.
+     * Whether the object's path can be sent: libdbus aborts a process that sends an invalid one. An invalid
+     * path is logged at ERROR and reported as a failed step.
      */
     bool canBeSent(const RegistrationTracker::Step& step, const char* signature);
 
@@ -27,5 +27,5 @@ struct BleManager::Internals
     BleManager* const manager;
     RegistrationTracker tracker;
     OtherThreads otherThreads;
-    OwnConnections connections; ///< last, so that they end first
+    OwnConnections connections; ///< last member, so that they end first
 };

@@ -181,8 +181,8 @@ DBusAdvData GapAdvertisement::parseAdvertisementData(const QByteArray& data) con
         const auto length = static_cast<unsigned char>(data.at(i));
         const auto type = static_cast<unsigned char>(data.at(i + 1));
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "chunk type: " << int(type) << " length: " << int(length));
-        // A length of 0 gives mid() a count of -1, all the rest, and does not end the walk: kept that
-        // literal.
+        // With a length of 0, mid() gets a count of -1 and returns the rest, and the loop goes on with the
+        // next byte. Users may rely on it.
         blocks[type] = data.mid(i + 2, length - 1);
         i += length + 1;
     }

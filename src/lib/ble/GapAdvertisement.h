@@ -20,10 +20,9 @@ using GapManufacturerData = DBusManufacturerData;
 /**
  * One LE advertisement, exported on the system bus as org.bluez.LEAdvertisement1.
  *
- * A plain holder of properties: every value is stored and shown to BlueZ unchanged, which judges it when the
- * advertisement is registered. Hand it over with BleManager::add(). Each setter call on a held advertisement
- * makes the manager unregister and register it again, whether or not the value differs: set everything first,
- * add last.
+ * It only stores properties. BlueZ gets every value unchanged, and checks it when the advertisement is
+ * registered. Register it with BleManager::add(). After that, each call of a setter makes the manager
+ * unregister it and register it again, even if the value stays the same: set everything first, add last.
  *
  * The caller owns it. It lives on one thread, the one that runs the caller's Qt event loop.
  */
@@ -50,33 +49,34 @@ class PLIM_BLE_EXPORT GapAdvertisement : public QObject
     Q_PROPERTY(QString Type READ type)
 
 public:
-    /** Whether centrals may connect; any other value gives an empty type, which BlueZ refuses. */
+    /** Whether centrals may connect. Any other value gives an empty type, which BlueZ rejects. */
     enum GapDeviceType : int
     {
         Peripheral = 0,
         Broadcast = 1
     };
 
-    /** Which of the properties the bus sees; what the caller reads, and the signals, are the same. */
+    /** Which properties are visible on the bus. The getters and the signals do not depend on it. */
     enum PropertyExport
     {
-        /** All eighteen, those that were never set with their initial values, which stock BlueZ daemons
-           refuse. */
+        /** All eighteen. Those that were never set have their initial values, which stock BlueZ daemons
+           reject. */
         AllProperties,
         /**
-         * Type, and those that a setter was called for; the way to be accepted by a stock daemon.
-         * Scan-response data also appears as ScanResponseData, the name that such a daemon reads.
+         * Type, and those whose setters were called. Stock BlueZ daemons accept this. Scan-response data
+         * is also visible as ScanResponseData, the name that such a daemon reads.
          */
         SetProperties
     };
 
     /**
      * Exports the advertisement. A failed export (a path that is taken or is not a valid object path, no
-     * system bus) is logged at ERROR; the object stays usable locally, but BlueZ cannot read it.
+     * system bus) is logged at ERROR; the program can still use the object by itself, but BlueZ cannot read
+     * it.
      *
      * @param parent    the Qt parent, which then owns the advertisement, or null
      * @param dbusPath  the object path, for instance "/com/example/device/advertisement"
-     * @param propertyExport  which properties the bus sees; SetProperties for a stock BlueZ
+     * @param propertyExport  which properties are visible on the bus; SetProperties for a stock BlueZ
      */
     GapAdvertisement(QObject* parent, const QString& dbusPath, PropertyExport propertyExport = AllProperties);
 
@@ -84,11 +84,11 @@ public:
     QString dbusPath() const { return m_dbusPath; }
 
     /**
-     * What BlueZ would refuse or not broadcast of this, for a look before BleManager::add(). Nothing is sent,
+     * Lists what BlueZ would reject or not broadcast. Call it before BleManager::add(). Nothing is sent,
      * logged or changed.
      *
-     * Sizes are counted as BlueZ composes them: with the flags that it adds, one block for all UUIDs of a
-     * size, and the name in the scan response, where it is cut to what is left.
+     * Sizes are counted as BlueZ composes the data: it adds the flags, makes one block for all UUIDs of a
+     * size, and puts the name into the scan response, where it cuts the name to the bytes that are left.
      *
      * @param advertisingLimit   the bytes that the controller can broadcast, "MaxAdvLen" in the
      * SupportedCapabilities of BlueZ's advertising manager; 31 fit everywhere
@@ -134,11 +134,12 @@ public:
     void setScanRspData(uint8_t type, const QByteArray& data);
 
     /**
-     * Splits a payload into its AD structures (length, type, data) by type, the last one of a type winning.
+     * Splits a payload into its AD structures (length, type, data). Of several with one type, the last one
+     * counts.
      *
-     * Nothing is rejected: a structure that claims more than there is gets what there is, a single byte at
-     * the end is ignored, and a length of 0 takes everything up to the end while the walk goes on one byte
-     * further.
+     * Nothing is rejected. A structure that is longer than the rest of the payload gets the rest. A single
+     * byte at the end is ignored. A structure with a length of 0 gets the rest of the payload, too, but the
+     * next structure is read from the byte after the length.
      */
     DBusAdvData parseAdvertisementData(const QByteArray& data) const;
 
@@ -181,7 +182,7 @@ public:
 
 signals:
     /**
-     * A setter was called. Deleting the advertisement in a slot is safe.
+     * A setter was called. A slot may delete the advertisement.
      * @param adv  this advertisement
      */
     void dataChanged(const GapAdvertisement* adv);
@@ -193,7 +194,7 @@ private:
     friend class RegistrationTracker;
     struct Q_DECL_HIDDEN Internals;
 
-    /** What every setter does, whether or not the value differs. */
+    /** Stores the value, shows the property and emits dataChanged(), even if the value stays the same. */
     template <typename Member, typename Value>
     void change(const QString& property, Member& member, const Value& value);
 
@@ -216,5 +217,5 @@ private:
     bool m_discoverable = false;
     const unsigned short m_discoverableTimeout = 0;
     const unsigned short m_duration = 0;
-    const std::shared_ptr<Internals> m_internals; ///< shared, since this class has an implicit destructor
+    const std::shared_ptr<Internals> m_internals; ///< shared: the implicit destructor cannot see Internals
 };

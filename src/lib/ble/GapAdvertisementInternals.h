@@ -4,7 +4,7 @@
 #include "ReadOnlyPropertiesAdaptor.h"
 #include "ReleaseNotice.h"
 
-/** What the advertisement needs beside its values. Internal: not installed. */
+/** The private members of the advertisement beside its values. Internal: not installed. */
 struct GapAdvertisement::Internals
 {
     ReadOnlyPropertiesAdaptor* properties = nullptr; ///< a Qt child of the advertisement

@@ -81,7 +81,7 @@ DBusManagedObjectList GattApplication::GetManagedObjects()
     DBusManagedObjectList objects;
     const auto list = [&objects](const auto* object) {
         const DBusInterfaceList interfaces = object->dbusInterfaceList();
-        // The walk mostly goes in the order of the paths; the map checks whether the end is this one's place.
+        // The objects come mostly in the order of their paths, so the end of the map is a good hint.
         objects.insert(objects.cend(), object->objectPath(), interfaces);
     };
     for (const GattService* service : m_services.values()) {

@@ -16,12 +16,12 @@ class OwnConnections;
 struct GattSnapshot;
 
 /**
- * The root of one GATT server tree, exported on the system bus with the object manager that BlueZ reads it
- * through.
+ * The root of one GATT server tree. It is exported on the system bus with an object manager, through which
+ * BlueZ reads the tree.
  *
- * The caller owns it and builds downwards: createService(), GattService::createCharacteristic(),
- * GattCharacteristic::addDescriptor(). Build first, then hand it over once with BleManager::add(): each later
- * change of the tree makes the manager register the whole application again.
+ * The caller owns it. Build the tree from the root with createService(), GattService::createCharacteristic()
+ * and GattCharacteristic::addDescriptor(). Then add it once with BleManager::add(): each later change of the
+ * tree makes the manager register the whole application again.
  *
  * Lives on one thread, the one that runs the caller's Qt event loop, like all objects of the library.
  */
@@ -34,13 +34,13 @@ public:
      * Exports the root and requests the bus name.
      *
      * @param parent       the Qt parent, which then owns the application, or null
-     * @param dbusPath     the root's object path, for instance "/com/example/device"; not "/", below which no
-     * service could have a path
-     * @param serviceName  a well-known bus name to request; a failure to get it is ignored, since BlueZ calls
-     * the connection's unique name
+     * @param dbusPath     the root's object path, for instance "/com/example/device"; not "/", since
+     * the paths of its services would be invalid
+     * @param serviceName  a well-known bus name to request. If the request fails, that is ignored: BlueZ
+     * calls the unique name of the connection.
      *
      * A failed export (a path that is taken or is not a valid object path, no system bus) is logged at FATAL;
-     * then no name is requested, and the tree stays usable locally.
+     * then no name is requested, and the program can still use the tree by itself.
      */
     GattApplication(QObject* parent, const QString& dbusPath, const QString& serviceName);
 
@@ -53,34 +53,34 @@ public:
     /**
      * Adds a service, which the application owns.
      *
-     * @param uuid     kept and compared exactly as given; a second service with the same UUID takes the first
-     * one's place in the application while its own export fails
+     * @param uuid     stored and compared exactly as given. A second service with the same UUID replaces the
+     * first one in services(), but its export fails.
      * @param primary  true for a primary service, false for a secondary one
      * @return the service; null only if a slot of applicationChanged() deleted it at once
      */
     GattService* createService(const QString& uuid, bool primary);
 
     /**
-     * Records a service that was made elsewhere, of a class of its own for instance. createService() does the
-     * same with what it makes.
+     * Adds a service that the caller has created, for instance one of a derived class. createService() calls
+     * this, too.
      *
-     * @param service  a Qt child of this application; recorded once
-     * @param key      its place among services(), which are in ascending order of the keys; createService()
-     * takes the UUID. One that is taken already passes to this service.
+     * @param service  a Qt child of this application that was not added before
+     * @param key      services() is in ascending order of the keys; createService() uses the UUID. If another
+     * service has this key, it is replaced in services().
      * @return the service; null if a slot of applicationChanged() deleted it at once
      */
     GattService* record(GattService* service, const QString& key);
 
     /**
-     * What BlueZ would refuse of the tree, or a phone could not use, for a look before BleManager::add().
+     * Lists what BlueZ would reject, and what a phone could not use. Call it before BleManager::add().
      * Nothing is sent, logged or changed.
      */
     BleFindings problems() const;
 
 signals:
     /**
-     * The tree below changed, so that what BlueZ knows of it is out of date.
-     * Deleting any object of the tree, the application included, is safe in a slot.
+     * The tree has changed, so what BlueZ knows of it is out of date. A slot may delete any object of the
+     * tree, even the application.
      * @param app  this application
      */
     void applicationChanged(const GattApplication* app);
@@ -94,10 +94,10 @@ private slots:
     void on_serviceDeleted(QObject* obj);
 
 private:
-    /** What the preflight looks at. */
+    /** The values that problems() checks. */
     GattSnapshot snapshot() const;
 
     const QString m_dbusPath;
     QMap<QString, GattService*> m_services;
-    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
+    std::shared_ptr<OwnConnections> m_connections; ///< last member, so that they end first
 };

@@ -44,7 +44,7 @@ GattCharacteristic::GattCharacteristic(GattService* service, const QString& uuid
         this, &GattCharacteristic::PropertiesChanged, m_propertiesAdaptor,
         [this](const QString& interface, const QVariantMap& changed, const QStringList& invalidated) {
             if (m_value.size() > DBusDetail::maximumLength) {
-                // The bus would drop the connection, or libdbus abort the process.
+                // The bus would drop the connection, or libdbus would abort the process.
                 PLIM_LOG(logger, ERROR, "void GattCharacteristic::notifyValueChanged()",
                          "Value too long to be notified at " << m_dbusPath);
                 return;
@@ -113,8 +113,8 @@ QString GattCharacteristic::uUID() const
 QDBusObjectPath GattCharacteristic::service() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    // A service that is just deleting its children cannot be asked any more: the path is this one's without
-    // its last element.
+    // While the service deletes its children, m_service is null. Its path is this path without the last
+    // element.
     return GattNode::objectPath(m_service ? m_service->dbusPath()
                                           : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
                                 m_servicePath);

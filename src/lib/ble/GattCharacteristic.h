@@ -27,14 +27,14 @@ struct GattSnapshot;
 /**
  * One characteristic of a service, exported on the system bus as org.bluez.GattCharacteristic1.
  *
- * Made by GattService::createCharacteristic() and owned by that service; deleting it alone is allowed and
- * makes the application register again. The caller pushes values with setValue() or supplies them on demand
- * with a read callback.
+ * Created by GattService::createCharacteristic() and owned by that service. It may be deleted alone; then the
+ * application is registered again. The caller pushes values with setValue() or supplies them on demand with a
+ * read callback.
  *
- * **Long values.** A characteristic may be tied to a control characteristic whose value is a page number that
- * the peer writes as decimal text. While a page is selected, reads and writes address that 512-byte page of
- * the value, and values pushed by setValue() are held back; once the peer writes "0", the last of them is
- * applied and notified. A control that has been deleted counts as none.
+ * **Long values.** A characteristic may have a control characteristic, whose value is a page number that the
+ * peer writes as decimal text. While a page is selected, reads and writes address that 512-byte page of the
+ * value, and values that setValue() pushes are held back. When the peer writes "0", the last of them is
+ * applied and notified. If the control is deleted, the characteristic has none.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -48,20 +48,21 @@ class PLIM_BLE_EXPORT GattCharacteristic : public QObject
     Q_PROPERTY(QByteArray Value READ cachedValue)
 
 public:
-    /** What BlueZ lets a peer do; a set of bits, other bits than these are ignored. */
+    /** What BlueZ lets a peer do: a set of bits. All other bits are ignored. */
     enum Option : int
     {
         Read = 0x1,
         Write = 0x2,
         Notify = 0x4
     };
-    /** The options of both. */
+    /** All options of a and b. */
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**
-     * Exports the characteristic. After a failed export (a path that is taken or is not a valid object path),
-     * which is logged at ERROR, the object stays usable locally, but neither notifies nor follows its
-     * control. Call GattService::createCharacteristic() instead, which records it too.
+     * Exports the characteristic. A failed export (a path that is taken or is not a valid object path) is
+     * logged at ERROR. The program can then still use the object by itself, but the object neither notifies
+     * nor follows its control. Call GattService::createCharacteristic() instead, which also adds the
+     * characteristic to the service.
      */
     GattCharacteristic(GattService* service, const QString& uuid, const QString& dbusPath, Option option,
                        GattCharacteristic* control);
@@ -69,25 +70,29 @@ public:
     /** The whole value. */
     QByteArray value() const;
 
-    /** What the last ReadValue answered; the D-Bus property Value shows this. Empty before the first read. */
+    /** The result of the last ReadValue, which is also the D-Bus property Value. Empty before the first read.
+     */
     QByteArray cachedValue() const;
 
     /**
-     * Sets the value and notifies it to a subscribed peer. Where a control characteristic exists, the value
-     * is kept for a later release too; while a page is selected it is only kept, a later one replacing it.
+     * Sets the value and notifies a subscribed peer of it. While a page is selected, the value is only
+     * stored, in place of one that was stored before. With a control characteristic, the value is applied and
+     * notified (again) when the peer writes "0" to the control next.
      */
     void setValue(const QByteArray& value);
 
     /**
-     * Sets what supplies the value whenever a read starts at offset 0 (with a page selected: of page 0, or of
-     * a negative one); an empty function removes it. It runs on this object's thread inside BlueZ's call, so
-     * its duration delays the answer, and may delete this object. What it throws is logged at ERROR, and the
-     * value stays as it was. One that runs an event loop may be called again inside; beyond 32 calls inside
-     * each other the value is answered as it is, with a line at ERROR.
+     * Sets the function that supplies the value whenever a read starts at offset 0; an empty function removes
+     * it. With a page selected, it is called only for page 0 or a negative page.
+     *
+     * It runs on this object's thread inside BlueZ's call, so the answer waits for it. It may delete this
+     * object. If it throws an exception, that is logged at ERROR, and the value stays as it was. If it runs
+     * an event loop, it may be called again meanwhile. If 32 calls are nested already, it is not called: the
+     * read gets the stored value, and a line is logged at ERROR.
      */
     void setReadCallback(const std::function<QByteArray()>& callback);
 
-    /** BlueZ's words for the options, in this order: "read", "write", "notify". */
+    /** BlueZ's names of the options, in this order: "read", "write", "notify". */
     QStringList flags() const;
 
     /** The UUID as it was given to GattService::createCharacteristic(). */
@@ -99,11 +104,10 @@ public:
     /** The object path: the service's path, "/", and the UUID with "_" for "-". */
     QString dbusPath() const;
 
-    /** Whether BlueZ has asked for notifications; false at first. Follows the last StartNotify or StopNotify.
-     */
+    /** Whether BlueZ wants notifications: true after StartNotify, false at first and after StopNotify. */
     bool notifying() const;
 
-    /** Emits PropertiesChanged with the whole value if notifying, and does nothing otherwise. */
+    /** Emits PropertiesChanged with the whole value if notifying(); otherwise does nothing. */
     void notifyValueChanged();
 
     /** This object's entry in the application's GetManagedObjects. */
@@ -120,17 +124,17 @@ public:
     GattDescriptor* addDescriptor(const QString& uuid, GattDescriptor::Option option);
 
     /**
-     * Records a descriptor that was made elsewhere, of a class of its own for instance. addDescriptor() does
-     * the same with what it makes.
+     * Adds a descriptor that the caller has created, for instance one of a derived class. addDescriptor()
+     * calls this, too.
      *
-     * @param descriptor  a Qt child of this characteristic; recorded once
-     * @param key         its place among descriptors(), which are in ascending order of the keys;
-     * addDescriptor() takes the UUID. One that is taken already passes to this descriptor.
+     * @param descriptor  a Qt child of this characteristic that was not added before
+     * @param key         descriptors() is in ascending order of the keys; addDescriptor() uses the UUID. If
+     * another descriptor has this key, it is replaced in descriptors().
      * @return the descriptor; null if a slot of handlesChanged() or applicationChanged() deleted it at once
      */
     GattDescriptor* record(GattDescriptor* descriptor, const QString& key);
 
-    // Deleting any object of the tree in a slot of one of these signals is safe.
+    // A slot of these signals may delete any object of the tree.
 signals:
     /** A peer wrote the value. */
     void valueChanged();
@@ -138,19 +142,19 @@ signals:
     void handlesChanged();
     /** BlueZ called StartNotify or StopNotify, whether or not that changed anything. */
     void notifyStateChanged(bool notifying);
-    /** A notification; goes out on the bus as the signal of org.freedesktop.DBus.Properties. */
+    /** A notification. It is sent on the bus as the signal of org.freedesktop.DBus.Properties. */
     void PropertiesChanged(const QString& interface, const QVariantMap& changedProperties,
                            const QStringList& invalidatedProperties);
 
 public slots:
     /**
      * BlueZ's read from the "offset" in the options: the rest of the value, or of the selected 512-byte page.
-     * A control text that is no number is logged at WARN and ignored; a negative page reads like none.
+     * A control text that is not a number is logged at WARN and ignored. A negative page is ignored, too.
      */
     QByteArray ReadValue(const QVariantMap& options);
     /** BlueZ's request for notifications. */
     void StartNotify();
-    /** BlueZ's end of notifications. */
+    /** BlueZ's request to end the notifications. */
     void StopNotify();
     /** BlueZ's confirmation of an indication; does nothing. */
     void Confirm();
@@ -160,13 +164,12 @@ public slots:
      * ERROR and dropped.
      */
     void WriteValue(const QByteArray& value, const QVariantMap& options);
-    /** The named property for BlueZ's own interface name of a characteristic, an invalid variant for any
-     * other. */
+    /** The named property if the interface is org.bluez.GattCharacteristic1, otherwise an invalid variant. */
     QDBusVariant Get(const QString& interface, const QString& name);
-    /** All properties for BlueZ's own interface name of a characteristic, an empty map for any other. */
+    /** All properties if the interface is org.bluez.GattCharacteristic1, otherwise an empty map. */
     QVariantMap GetAll(const QString& interface);
-    /** QObject::setProperty() for BlueZ's own interface name; no property that the class declares can be set.
-     */
+    /** Calls QObject::setProperty() if the interface is org.bluez.GattCharacteristic1. Properties that the
+     * class declares cannot be set. */
     void Set(const QString& interface, const QString& name, const QDBusVariant& value);
 
 private slots:
@@ -179,7 +182,7 @@ private:
 
     /** The object path as D-Bus knows it; empty if dbusPath() is not a valid one. */
     QDBusObjectPath objectPath() const;
-    /** What the preflight looks at. */
+    /** The values that problems() checks. */
     GattSnapshot snapshot() const;
 
     const QPointer<GattService> m_service;
@@ -199,5 +202,5 @@ private:
     std::function<QByteArray()> m_readCallback;
     mutable QDBusObjectPath m_objectPath;
     mutable QDBusObjectPath m_servicePath;
-    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
+    std::shared_ptr<OwnConnections> m_connections; ///< last member, so that they end first
 };

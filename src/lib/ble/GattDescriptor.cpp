@@ -27,7 +27,7 @@ GattDescriptor::GattDescriptor(GattCharacteristic* characteristic, const QString
       m_option(option)
 {
     m_adaptor = new GattDescriptor1Adaptor(this);
-    // A read callback may give more than a message can hold.
+    // A read callback may return more than a message can hold.
     (new ReadOnlyPropertiesAdaptor(this, m_adaptor))->showAll();
     if (!QDBusConnection::systemBus().registerObject(dbusPath, this, QDBusConnection::ExportAdaptors)) {
         PLIM_LOG(logger, ERROR,
@@ -71,7 +71,7 @@ DBusInterfaceList GattDescriptor::dbusInterfaceList() const
 QDBusObjectPath GattDescriptor::characteristic() const
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO, "");
-    // A characteristic that is just deleting its children cannot be asked any more.
+    // While the characteristic deletes its children, m_characteristic is null.
     return GattNode::objectPath(m_characteristic ? m_characteristic->dbusPath()
                                                  : m_dbusPath.left(m_dbusPath.lastIndexOf(QLatin1Char('/'))),
                                 m_characteristicPath);

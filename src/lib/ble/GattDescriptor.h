@@ -20,9 +20,9 @@ struct GattSnapshot;
 /**
  * One descriptor of a characteristic, exported on the system bus as org.bluez.GattDescriptor1.
  *
- * Made by GattCharacteristic::addDescriptor() and owned by that characteristic; deleting it alone is allowed
- * and makes the application register again. Its content comes from a read callback or from what the peer
- * writes.
+ * Created by GattCharacteristic::addDescriptor() and owned by that characteristic. It may be deleted alone;
+ * then the application is registered again. Its value comes from a read callback, or from a peer that writes
+ * it.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -35,27 +35,27 @@ class PLIM_BLE_EXPORT GattDescriptor : public QObject
     Q_PROPERTY(QByteArray Value READ value)
 
 public:
-    /** What BlueZ lets a peer do; a set of bits, other bits than these are ignored. */
+    /** What BlueZ lets a peer do: a set of bits. All other bits are ignored. */
     enum Option : int
     {
         Read = 0x1,
         Write = 0x2
     };
-    /** The options of both. */
+    /** All options of a and b. */
     friend constexpr Option operator|(Option a, Option b) { return Option(int(a) | int(b)); }
 
     /**
      * Exports the descriptor. A failed export (a path that is taken or is not a valid object path) is logged
-     * at ERROR; the object stays usable locally. Call GattCharacteristic::addDescriptor() instead, which
-     * records it too.
+     * at ERROR; the program can still use the object by itself. Call GattCharacteristic::addDescriptor()
+     * instead, which also adds the descriptor to the characteristic.
      */
     GattDescriptor(GattCharacteristic* characteristic, const QString& uuid, const QString& dbusPath,
                    Option option);
 
     /**
-     * Sets what supplies the value whenever a read starts at offset 0; an empty function removes it. It runs
-     * on this object's thread inside BlueZ's call, so its duration delays the answer, and may delete this
-     * object. What it throws is logged at ERROR, and the value stays as it was.
+     * Sets the function that supplies the value whenever a read starts at offset 0; an empty function removes
+     * it. It runs on this object's thread inside BlueZ's call, so the answer waits for it. It may delete this
+     * object. If it throws an exception, that is logged at ERROR, and the value stays as it was.
      */
     void setReadCallback(const std::function<QByteArray()>& callback);
 
@@ -74,17 +74,17 @@ public:
     /** The whole value, as last fetched by the callback or written by a peer. */
     QByteArray value() const;
 
-    /** BlueZ's words for the options: "read", "write". */
+    /** BlueZ's names of the options: "read", "write". */
     QStringList flags() const;
 
 signals:
-    /** A peer wrote the value. Deleting this object in a slot is safe. */
+    /** A peer wrote the value. A slot may delete this object. */
     void valueChanged();
 
 public slots:
     /**
      * BlueZ's read: the value from the "offset" in the options up to byte 512, or to the end for an offset
-     * beyond 512. The callback is asked only at offset 0.
+     * beyond 512. The callback is called only at offset 0.
      */
     QByteArray ReadValue(const QVariantMap& flags);
 
@@ -98,7 +98,7 @@ private:
 
     /** The object path as D-Bus knows it; empty if dbusPath() is not a valid one. */
     QDBusObjectPath objectPath() const;
-    /** What the preflight looks at. */
+    /** The values that problems() checks. */
     GattSnapshot snapshot() const;
 
     const QPointer<GattCharacteristic> m_characteristic;

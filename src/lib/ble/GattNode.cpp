@@ -9,7 +9,8 @@
 
 QString GattNode::childPath(const QString& parentPath, const QString& uuid)
 {
-    // QStringBuilder makes it exactly as long as it has to be: every object keeps one.
+    // Every object stores its path, so the path should not reserve memory: QStringBuilder allocates the exact
+    // size.
     return parentPath % QLatin1Char('/') % QString(uuid).replace(QLatin1Char('-'), QLatin1Char('_'));
 }
 

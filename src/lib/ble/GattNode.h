@@ -11,32 +11,31 @@
 #include <algorithm>
 #include <vector>
 
-/** What the objects of a tree have in common as its nodes: paths and children. Internal: not installed. */
+/** Functions for all objects of a tree: paths and children. Internal: not installed. */
 namespace GattNode {
 
 /** A child's object path: the parent's path, "/", and the UUID with "_" for "-". */
 QString childPath(const QString& parentPath, const QString& uuid);
 
 /**
- * The path as an object path, empty if it is not a valid one.
- * @param checked  what was returned for the same path before: checking each character of a path takes more
- *                 time than all else that lists an object
+ * The path as an object path; empty if the path is not valid.
+ * @param checked  where the caller stores the result: to check a path takes longer than everything else that
+ * is done to list an object
  */
 const QDBusObjectPath& objectPath(const QString& path, QDBusObjectPath& checked);
 
 /**
- * The object's adaptor that answers calls to a D-Bus interface: the last one that was made for it, as Qt has
- * it.
- * @param own  one that serves the interface; what is returned unless a later one does
+ * The object's adaptor that answers calls to a D-Bus interface: Qt calls the one that was created last.
+ * @param own  the base class's adaptor for the interface; it is returned unless there is a later one
  */
 QObject* servingAdaptor(const QObject* object, QObject* own);
 
 /**
  * Removes a child that is being deleted from its parent's map of children.
  *
- * The child is detached from its parent at once: what follows may delete the parent, which would otherwise
- * delete the child a second time. For the same reason a deleteLater() that has been posted to it is dropped:
- * what follows may run an event loop.
+ * The child is detached from its parent at once: the caller's next signal may delete the parent, which would
+ * delete the child a second time. A deleteLater() that was posted to the child is dropped for the same
+ * reason: the next signal may also run an event loop.
  *
  * @param deleted  the child; only its QObject part is left
  * @return whether the map held it
@@ -47,7 +46,7 @@ bool forgetChild(QMap<QString, Child*>& children, QObject* deleted)
     deleted->setParent(nullptr);
     QCoreApplication::removePostedEvents(deleted);
     for (auto it = children.begin(); it != children.end(); ++it) {
-        // Compare addresses, never dereference: the map's pointer is of a class that is gone already.
+        // Compare addresses, never dereference: only the QObject part of the child is left.
         if (static_cast<QObject*>(*it) == deleted) {
             children.erase(it);
             return true;
@@ -57,9 +56,9 @@ bool forgetChild(QMap<QString, Child*>& children, QObject* deleted)
 }
 
 /**
- * The snapshots of all children in the order of their creation, those included that a later child with the
- * same UUID has displaced from the map.
- * @param snapshot  gives a child's snapshot
+ * The snapshots of all children in the order of their creation. This includes children that were replaced in
+ * the map by a later one with the same UUID.
+ * @param snapshot  returns the snapshot of a child
  */
 template <typename Child, typename Snapshot>
 std::vector<GattSnapshot> childSnapshots(const QObject& parent, const QMap<QString, Child*>& children,

@@ -3,14 +3,15 @@
 #include "GattSnapshot.h"
 #include "Preflight.h"
 
-/** Looks through a tree for what BlueZ would refuse or a phone could not use. Internal: not installed. */
+/** Finds what BlueZ would reject of a tree, or a phone could not use. Internal: not installed. */
 class GattPreflight
 {
 public:
     static BleFindings findings(const GattSnapshot& app);
 
 private:
-    /** @param parentHasPath  otherwise no object below can have one, which is not worth a finding each */
+    /** @param parentHasPath  false: no object below can have a path, and no finding says so for each of them
+     */
     void check(const GattSnapshot& object, bool parentHasPath);
     void checkUuid(const GattSnapshot& object);
     void checkUse(const GattSnapshot& object);

@@ -19,8 +19,8 @@ class OwnConnections;
 /**
  * One service of an application, exported on the system bus as org.bluez.GattService1.
  *
- * Made by GattApplication::createService() and owned by that application; deleting it alone is allowed and
- * makes the application register again.
+ * Created by GattApplication::createService() and owned by that application. It may be deleted alone; then
+ * the application is registered again.
  *
  * Lives on the thread of the application, the one that runs its Qt event loop.
  */
@@ -33,8 +33,8 @@ class PLIM_BLE_EXPORT GattService : public QObject
 public:
     /**
      * Exports the service. A failed export (a path that is taken or is not a valid object path) is logged at
-     * ERROR; the object stays usable locally. Call GattApplication::createService() instead, which records it
-     * too.
+     * ERROR; the program can still use the object by itself. Call GattApplication::createService() instead,
+     * which also adds the service to the application.
      */
     GattService(QObject* parent, const QString& uuid, bool primary, const QString& dbusPath);
 
@@ -57,8 +57,8 @@ public:
     /**
      * Adds a characteristic, which the service owns.
      *
-     * @param uuid     kept and compared exactly as given; a second characteristic with the same UUID takes
-     * the first one's place in the service while its own export fails
+     * @param uuid     stored and compared exactly as given. A second characteristic with the same UUID
+     * replaces the first one in characteristics(), but its export fails.
      * @param option   what BlueZ lets a peer do
      * @param control  the characteristic whose value selects the page of this one's, or null; not owned
      * @return the characteristic; null only if a slot of handlesChanged() or applicationChanged() deleted it
@@ -68,20 +68,20 @@ public:
                                              GattCharacteristic* control = nullptr);
 
     /**
-     * Records a characteristic that was made elsewhere, of a class of its own for instance.
-     * createCharacteristic() does the same with what it makes.
+     * Adds a characteristic that the caller has created, for instance one of a derived class.
+     * createCharacteristic() calls this, too.
      *
-     * @param characteristic  a Qt child of this service; recorded once
-     * @param key             its place among characteristics(), which are in ascending order of the keys;
-     * createCharacteristic() takes the UUID. One that is taken already passes to this characteristic.
+     * @param characteristic  a Qt child of this service that was not added before
+     * @param key             characteristics() is in ascending order of the keys; createCharacteristic() uses
+     * the UUID. If another characteristic has this key, it is replaced in characteristics().
      * @return the characteristic; null if a slot of handlesChanged() or applicationChanged() deleted it at
      * once
      */
     GattCharacteristic* record(GattCharacteristic* characteristic, const QString& key);
 
 signals:
-    /** A characteristic or descriptor below was added or deleted. Deleting any object of the tree is safe
-     * here. */
+    /** A characteristic or descriptor of this service was added or deleted. A slot may delete any object of
+     * the tree. */
     void handlesChanged();
 
 private slots:
@@ -92,7 +92,7 @@ private:
 
     /** The object path as D-Bus knows it; empty if dbusPath() is not a valid one. */
     QDBusObjectPath objectPath() const;
-    /** What the preflight looks at. */
+    /** The values that problems() checks. */
     GattSnapshot snapshot() const;
 
     const QString m_uuid;
@@ -101,5 +101,5 @@ private:
     GattService1Adaptor* m_adaptor = nullptr;
     QMap<QString, GattCharacteristic*> m_characteristics;
     mutable QDBusObjectPath m_objectPath;
-    std::shared_ptr<OwnConnections> m_connections; ///< last, so that they end first
+    std::shared_ptr<OwnConnections> m_connections; ///< last member, so that they end first
 };

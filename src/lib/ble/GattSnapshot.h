@@ -6,7 +6,7 @@
 
 #include <vector>
 
-/** The values of a tree, or of one object in it, that the preflight looks at. Internal: not installed. */
+/** The values of a tree, or of one object in it, that GattPreflight checks. Internal: not installed. */
 struct GattSnapshot
 {
     enum Kind
@@ -20,10 +20,10 @@ struct GattSnapshot
     Kind kind = Application;
     QString path;
     Preflight::ExportState exportState = Preflight::Exported;
-    QString uuid;             ///< empty of an application
+    QString uuid;             ///< empty for an application
     bool isDisplaced = false; ///< a later child with the same UUID has taken its place
     bool hasFlags = true;     ///< whether any known option is set; true for application and service
     bool notifies = false;
-    bool hasValue = false; ///< or a read callback
+    bool hasValue = false; ///< also true with a read callback
     std::vector<GattSnapshot> children;
 };

@@ -51,7 +51,7 @@ bool GattValue::overwrite(QByteArray& value, qint64 offset, const QByteArray& by
 QByteArray GattValue::refresh(const QObject* attribute, QByteArray& value,
                               const std::function<QByteArray()>& callback, const QString& uuid)
 {
-    // What is used after the call is the attribute's no longer.
+    // Copies, since the callback may delete the attribute, and with it what the references refer to.
     const QPointer<const QObject> alive = attribute;
     const std::function<QByteArray()> ownCallback(callback);
     const QString ownUuid(uuid); // NOLINT(performance-unnecessary-copy-initialization)

@@ -13,37 +13,34 @@ namespace GattValue {
 /** Bytes in one page of a paged read: the longest attribute value that ATT knows. */
 constexpr qint64 pageSize = 512;
 
-/** The "offset" of BlueZ's options as an int, 0 where there is none. */
+/** The "offset" in BlueZ's options; 0 if there is none. */
 qint64 offsetOf(const QVariantMap& options);
 
 /**
- * QByteArray::mid() for positions that do not fit an int: a start beyond the end gives nothing, a negative
- * length everything from the start on, and bytes before the start of the value count as absent. Of longer
- * results only the first DBusDetail::maximumLength bytes are given, since nothing longer can be sent.
+ * Like QByteArray::mid(), but positions need not fit an int. A start beyond the end gives nothing. A negative
+ * length gives everything from the start on. A negative start counts against the length, as if bytes were
+ * missing there. The result has at most DBusDetail::maximumLength bytes, since nothing longer can be sent.
  */
 QByteArray mid(const QByteArray& bytes, qint64 start, qint64 length = -1);
 
 /**
- * Cuts the value off at the offset, or leaves it where it is shorter, and appends the bytes. Nothing is done
- * if the value became longer than DBusDetail::maximumLength, which is logged at ERROR: peers could append
- * until the memory is full.
- * @return whether it was done
+ * Cuts the value at the offset, if it is longer, and appends the bytes. If the result would be longer than
+ * DBusDetail::maximumLength, the value stays as it is, and a line is logged at ERROR: peers could otherwise
+ * append until the memory is full.
+ * @return whether the bytes were written
  */
 bool overwrite(QByteArray& value, qint64 offset, const QByteArray& bytes, const QString& uuid);
 
 /**
- * Asks the caller's read callback for a fresh value and stores it as the attribute's value.
+ * Calls the read callback and stores its result as the attribute's value.
  *
- * The callback may do anything, even delete or replace itself or delete the attribute: it is called as a
- * copy, and `value` and `attribute` are touched only if the attribute has survived. Whatever it throws is
- * logged at ERROR and leaves the value as it is, since an exception must not travel through Qt.
- *
- * One that runs an event loop is called again, inside, by each read that waits. Beyond 32 callbacks inside
- * each other the value is answered as it is, with a line at ERROR: otherwise a client that sends many reads
- * at once could exhaust the stack.
+ * The callback may do anything, even delete or replace itself or delete the attribute. So a copy of it is
+ * called, and afterwards `value` and `attribute` are used only if the attribute still exists. If the callback
+ * throws an exception, or if too many callbacks are nested, the value stays as it is: see
+ * UserCallback::call().
  *
  * @param value  the attribute's own value
- * @return the value to answer with, valid even if the attribute is gone
+ * @return the value to answer with, valid even if the attribute was deleted
  */
 QByteArray refresh(const QObject* attribute, QByteArray& value, const std::function<QByteArray()>& callback,
                    const QString& uuid);

@@ -6,7 +6,7 @@
 
 #include <string>
 
-/** How log lines show containers. */
+/** The texts of containers in log lines. */
 namespace LogText {
 
 /** "(" + the items joined by ", " + ")". */

@@ -5,17 +5,17 @@
 #include <QString>
 
 /**
- * The paths of the manager's objects that live on another thread than the manager. Signals of these objects
- * arrive through the event loop, when the object may have been removed or deleted already: then only its
- * recorded path may be used. Internal: not installed.
+ * The paths of the held objects that do not live on the manager's thread. Signals of these objects arrive
+ * through the event loop. By then, the object may have been removed or deleted, so only its recorded path may
+ * be used. Internal: not installed.
  */
 class OtherThreads
 {
 public:
-    /** @param manager  removals are queued on its thread; it owns this object */
+    /** @param manager  the owner of this object; removals are queued on its thread */
     explicit OtherThreads(QObject* manager) : m_manager(manager) {}
 
-    /** Records an object's path if it lives on another thread. Its signals can then be queued. */
+    /** Records an object's path if it lives on another thread, and lets Qt queue its signals. */
     template <typename Object>
     void add(const Object* object)
     {
@@ -33,10 +33,10 @@ public:
     /** Forgets an object that has been deleted. */
     void forget(const QObject* object) { m_objects.remove(object); }
 
-    /** Whether the object was removed, so that its signals come too late. */
+    /** Whether the object was removed, so that its signals have to be ignored. */
     bool isRemoved(const QObject* object) const { return m_objects.value(object).removed; }
 
-    /** The object's path, without a look at the object if it lives on another thread. */
+    /** The object's path. An object that lives on another thread is not dereferenced. */
     template <typename Object>
     QString pathOf(const Object* object) const
     {

@@ -7,12 +7,13 @@
 #include <memory>
 
 /**
- * The connections to an object's own slots, as its last member: they end before the members that the slots
- * use. Qt alone ends them after destroyed(), and what a slot of destroyed() does (delete a child, write to a
- * control) would then still arrive at an object of which only the QObject is left.
+ * The connections to slots of the object that holds them. They are its last member, so they end before the
+ * members that the slots use. Qt itself would end them after destroyed(). By then only the QObject part is
+ * left, and a slot could still be called: because something that is connected to destroyed() deletes a child,
+ * or writes to a control.
  *
- * An object holds them by a shared pointer, which can delete what the object's header only declares, and
- * which is null until there is a connection. Internal: not installed.
+ * Tree objects hold them by a shared pointer: it can delete a class that their headers only declare, and it
+ * is null until there is a connection. Internal: not installed.
  */
 class OwnConnections
 {
@@ -27,7 +28,7 @@ public:
     OwnConnections(const OwnConnections&) = delete;
     OwnConnections& operator=(const OwnConnections&) = delete;
 
-    /** Ends this connection, too, with the holder; one that failed or has ended already may be given. */
+    /** Adds a connection, which ends with the holder. One that failed or has ended already is allowed. */
     void add(const QMetaObject::Connection& connection)
     {
         if (m_all.size() >= m_sizeToTidyAt) {
@@ -38,7 +39,7 @@ public:
         m_all.append(connection);
     }
 
-    /** The same for a holder that makes this object with its first connection. */
+    /** Adds a connection for a holder whose pointer is null until its first connection. */
     static void add(std::shared_ptr<OwnConnections>& own, const QMetaObject::Connection& connection)
     {
         if (!own) {

@@ -5,17 +5,17 @@
 
 namespace {
 
-/** The hexadecimal digits' number, if it is that many of them and nothing else. */
+/** Reads a text that consists of that many hexadecimal digits and nothing else. */
 bool readHex(const QString& text, int digits, uint& number)
 {
     bool ok = false;
-    // toUInt() alone would take signs, blanks and another 0x.
+    // toUInt() alone would also accept signs, blanks and another 0x.
     static const QRegularExpression other(QStringLiteral("[^0-9a-fA-F]"));
     number = text.size() == digits && !text.contains(other) ? text.toUInt(&ok, 16) : 0;
     return ok;
 }
 
-/** Whether it has the groups of digits of the long form. */
+/** Whether the text has the groups of digits of the long form. */
 bool isLongForm(const QString& text)
 {
     static const int groups[] = {8, 4, 4, 4, 12};
@@ -43,7 +43,7 @@ bool isObjectPath(const QString& path)
 
 Preflight::Uuid::Uuid(const QString& text)
 {
-    // What follows the 16 bits of a UUID that the Bluetooth SIG has assigned.
+    // A 16-bit UUID of the Bluetooth SIG, in its long form, ends in this.
     const QLatin1String base("-0000-1000-8000-00805f9b34fb");
     const QString digits = text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive) ? text.mid(2) : text;
     if (isLongForm(text)) {

@@ -5,21 +5,22 @@
 class QObject;
 
 /**
- * What the preflights of applications and advertisements share. Internal: not installed.
+ * Functions that GattPreflight and AdvertisementPreflight share. A preflight finds the problems of an object
+ * before it is registered. Internal: not installed.
  *
- * They check the values of the objects. The stand-in daemon checks what arrives on the bus, by rules of its
- * own. Tests compare the results of both with those of the real daemon.
+ * The preflights check the values of the objects. The stand-in daemon checks what arrives on the bus, by
+ * rules of its own. Tests compare the results of both with those of the real daemon.
  */
 namespace Preflight {
 
-/** What the daemon makes of a UUID's text. */
+/** A UUID as the daemon reads it from a text. */
 class Uuid
 {
 public:
     /** Reads 4 or 8 hexadecimal digits, also with 0x before them, or the long form with dashes. */
     explicit Uuid(const QString& text);
 
-    /** The bytes that it takes when broadcast: 2, 4 or 16; 0 where the text is not a valid UUID. */
+    /** The bytes that it takes in an advertisement: 2, 4 or 16; 0 if the text is not a valid UUID. */
     int size() const { return m_size; }
 
     /** Whether it is this 16-bit UUID, in whatever form it was written. */
@@ -39,13 +40,13 @@ enum ExportState
     PathTaken ///< by another object
 };
 
-/** Asks this program's connection to the system bus. */
+/** Whether the object is exported at the path, on this program's connection to the system bus. */
 ExportState exportState(const QObject* object, const QString& path);
 
-/** What keeps an object from being reached at its path. */
+/** The finding if an object cannot be reached at its path; otherwise empty. */
 BleFindings pathFindings(const QString& path, ExportState state);
 
-/** What BlueZ cannot read as a UUID. */
+/** The finding if BlueZ cannot read the text as a UUID; otherwise empty. */
 BleFindings uuidFindings(const QString& location, const QString& uuid);
 
 } // namespace Preflight

@@ -85,7 +85,7 @@ void ReadOnlyPropertiesAdaptor::Set(const QString& interface, const QString& nam
     }
 }
 
-/** Whether the interface is the adaptor's; no name means any interface. */
+/** Whether the interface is the adaptor's. An empty name means any interface. */
 bool ReadOnlyPropertiesAdaptor::serves(const QString& interface) const
 {
     return interface.isEmpty() || interface == DBusDetail::interfaceName(m_adaptor);
@@ -97,7 +97,7 @@ bool ReadOnlyPropertiesAdaptor::shows(const QString& name) const
     return m_shown.contains(m_aliases.value(name, name));
 }
 
-/** What the bus sees of a property, or an invalid variant where it sees none of that name. */
+/** The value that is visible on the bus; invalid if no property of that name is shown. */
 QVariant ReadOnlyPropertiesAdaptor::property(const QString& name) const
 {
     const QByteArray original = m_aliases.value(name, name).toUtf8();

@@ -8,9 +8,9 @@
 #include <QVariantMap>
 
 /**
- * Serves org.freedesktop.DBus.Properties for an object with one adaptor whose properties can only be read:
- * answers and errors are Qt's own, but the bus sees only chosen properties, and of their values only what
- * D-Bus can carry. Internal: not installed.
+ * Serves org.freedesktop.DBus.Properties for an object with one adaptor, whose properties are read-only. It
+ * answers as Qt itself would, but with two differences: only chosen properties are visible on the bus, and
+ * what D-Bus cannot carry is left out of their values. Internal: not installed.
  */
 class ReadOnlyPropertiesAdaptor : public QDBusAbstractAdaptor
 {
@@ -21,7 +21,7 @@ class ReadOnlyPropertiesAdaptor : public QDBusAbstractAdaptor
     Q_CLASSINFO("D-Bus Introspection", "")
 public:
     /**
-     * Shows nothing at first.
+     * Shows no property at first.
      * @param parent   the object; it owns this adaptor
      * @param adaptor  the adaptor that holds the properties, all of them read-only; the parent owns it too
      */
@@ -36,7 +36,7 @@ public:
     /** Shows every property of the adaptor. */
     void showAll();
 
-    /** Shows a property, once it is shown, under a second name too. */
+    /** Gives a property a second name, under which it is visible, too, while it is shown. */
     void alias(const QString& name, const QString& property);
 
 public slots:

@@ -26,7 +26,7 @@ RegistrationTracker::Step::Step(const char* tag_, const char* method_, const QOb
 {
 }
 
-// The manager's proxies watch the same name in the same way, so that this makes no call on the bus.
+// The manager's proxies make Qt watch the same name in the same way, so this watcher adds no call on the bus.
 RegistrationTracker::RegistrationTracker()
     : m_daemonWatcher(DBusBluezServiceName(), QDBusConnection::systemBus(),
                       QDBusServiceWatcher::WatchForOwnerChange)
@@ -161,7 +161,7 @@ void RegistrationTracker::onReleased(const QObject* object, const QString& path)
     if (entry == m_entries.end()) {
         return;
     }
-    // While BlueZ is asked again, the release concerns the former registration.
+    // If a new registration is pending, the release belongs to the one before.
     if (entry->state.phase == BleRegistrationState::Registered) {
         entry->state.phase = BleRegistrationState::Dropped;
     }
@@ -181,7 +181,7 @@ void RegistrationTracker::queue(const BleRegistrationEvent& event)
     }
 }
 
-/** The observer may delete anything, itself and this tracker included: nothing is used after it. */
+/** The observer may delete anything, even itself and this tracker: no member is used after the call. */
 void RegistrationTracker::callObserver(const BleRegistrationEvent& event) const
 {
     const BleRegistrationObserver observer = m_observer;

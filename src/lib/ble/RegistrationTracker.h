@@ -14,7 +14,7 @@ class QDBusError;
 class QDBusPendingCallWatcher;
 
 /**
- * Keeps the registration state of each held object, and calls the observer. It only records what the manager
+ * Stores the registration state of each held object, and calls the observer. It only records what the manager
  * does and what BlueZ answers; it makes no call on the bus. Internal: not installed.
  *
  * The observer runs from the event loop, never inside a call of the manager, so that it may do anything.
@@ -34,7 +34,7 @@ public:
 
         const char* tag;
         QString method;
-        const QObject* object; ///< only compared
+        const QObject* object; ///< only compared, never dereferenced
         QString objectPath;
         QString managerInterface;
         QString managerPath;
@@ -53,9 +53,9 @@ public:
     void managerAppeared(const QString& interface, const QString& path);
     void managerGone(const QString& interface);
 
-    /** The step was sent; the watcher watches the call. */
+    /** Records that the step was sent. The watcher gets the answer. */
     void stepSent(const Step& step, const QDBusPendingCallWatcher* watcher);
-    /** The step could not be sent. */
+    /** Records that the step could not be sent. */
     void stepNotSent(const Step& step, const QDBusError& error);
 
 private:
@@ -64,7 +64,7 @@ private:
         QString managerInterface;
         quint64 latestStep = 0; ///< number of the step whose answer counts; 0 for none
         BleRegistrationState state;
-        QSharedPointer<QObject> releaseContext; ///< receiver of releases: none arrives after its deletion
+        QSharedPointer<QObject> releaseContext; ///< receives the releases, until it is deleted
     };
 
     void add(const QObject* object, const QString& managerInterface);
@@ -79,5 +79,5 @@ private:
     QHash<QString, QString> m_managerPaths; ///< by interface
     quint64 m_lastStep = 0;
     QDBusServiceWatcher m_daemonWatcher;
-    QObject m_context; ///< receiver of everything that arrives later: its deletion stops that
+    QObject m_context; ///< receives all that arrives from the event loop; nothing arrives after its end
 };
