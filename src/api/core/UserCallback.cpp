@@ -9,7 +9,7 @@ namespace {
 constexpr int maximumNesting = 32;
 thread_local int nesting = 0;
 
-/** A callback that runs. */
+/** Counts a function while it runs. */
 struct Nested
 {
     Nested() { ++nesting; }

@@ -6,23 +6,23 @@
 
 class QString;
 
-/** Calls of what the library's user has set. Internal: not installed. */
+/** Calls of functions that the user of the library has set. Internal: not installed. */
 namespace UserCallback {
 
 enum Outcome : quint8
 {
     Returned,
-    Failed,   ///< it threw
-    NotCalled ///< too many were running
+    Failed,   ///< the function threw an exception
+    NotCalled ///< too many functions were running
 };
 
 /**
- * Calls it, unless 32 such calls already run inside each other on this thread: one that runs an event loop is
- * called again, inside, by each request that waits, and a client that sends many could exhaust the stack.
- * What it throws ends here, since an exception must not travel through Qt. Either is logged at ERROR.
+ * Calls the function, unless 32 such calls are nested on this thread already. They nest if a function runs an
+ * event loop: each waiting request then calls it again, and a client that sends many requests could exhaust
+ * the stack. An exception ends here, since it must not pass through Qt. Both cases are logged at ERROR.
  *
- * @param kind   for the log: "Read callback"
- * @param name   for the log: whose callback it is. It must outlive the call.
+ * @param kind   for the log: what is called, for instance "Read callback"
+ * @param name   for the log: whose function it is. It must outlive the call.
  */
 PLIM_CORE_EXPORT Outcome call(const char* kind, const QString& name, const std::function<void()>& callback);
 

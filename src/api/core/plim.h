@@ -12,11 +12,11 @@
 #include <string>
 
 /**
- * The text that an entry line shows after "Enter ": the class-qualified name cut out of a function's
- * signature, so "void BleManager::add(const GattApplication*)" becomes "BleManager::add".
+ * The text after "Enter " in a log line: the qualified name from a function's signature, so
+ * "void BleManager::add(const GattApplication*)" becomes "BleManager::add".
  *
- * @param signature   a function's full text, as compilers spell it; one without parameters in parentheses is
- *                    returned as it is
+ * @param signature   a function's full signature, as compilers write it; a text without parentheses is
+ * returned as it is
  * @param loggerName  the logger that the line is for; it does not change the text
  */
 PLIM_CORE_EXPORT std::string dbglog_scopedFunction(const std::string& signature,
@@ -42,22 +42,22 @@ namespace plim {
 
 namespace detail {
 /**
- * Whether a signal's parameters can travel from the sender to the receiver: always on one thread; between
- * threads only if each type that is not a pointer is a registered meta-type.
+ * Whether the receiver can get a signal's parameters: on the sender's thread always, on another thread only
+ * if each parameter type that is not a pointer is a registered meta-type.
  */
 PLIM_CORE_EXPORT bool verifyConnectionSignalParameters(const QObject* sender, const QMetaMethod& signal,
                                                        const QObject* receiver);
 } // namespace detail
 
 /**
- * QObject::connect() in its function-pointer form, checked: a connection that could not deliver is a
- * programming error and aborts the process, in release builds too.
+ * QObject::connect() with function pointers, checked. A connection that could not deliver the signal is a
+ * programming error and aborts the process, also in release builds.
  *
  * @param slot  a slot or signal of the receiver, or a function object that runs in the receiver's thread
  *
  * Aborts with "verifyConnectionSignalParameters(sender, signal, receiver, type)" when sender and receiver
- * live on different threads and a parameter's type is no registered meta-type, and with "connection" when Qt
- * makes no connection (a null sender or receiver, or a function that is no signal).
+ * live on different threads and a parameter's type is not a registered meta-type, and with "connection" when
+ * Qt makes no connection (a null sender or receiver, or a function that is not a signal).
  */
 template <typename Sender, typename Signal, typename Receiver, typename Slot>
 QMetaObject::Connection connect(const Sender* sender, Signal signal, const Receiver* receiver, Slot slot,
@@ -74,8 +74,8 @@ QMetaObject::Connection connect(const Sender* sender, Signal signal, const Recei
 }
 
 /**
- * QObject::disconnect() in its function-pointer form, checked: aborts with "disconnectSucceeded" when there
- * was nothing to disconnect.
+ * QObject::disconnect() with function pointers, checked: aborts with "disconnectSucceeded" if there was
+ * nothing to disconnect.
  */
 template <typename Sender, typename Signal, typename Receiver, typename Slot>
 void disconnect(const Sender* sender, Signal signal, const Receiver* receiver, Slot slot)

@@ -18,9 +18,9 @@ inline const log4cplus::Logger& bleLogger()
 } // namespace plim
 
 /**
- * Writes one log line if the level is enabled; nothing of the text is evaluated otherwise.
- * Every statement has a stream of its own: log4cplus's macros share one per thread, which an argument that
- * logs itself would clear.
+ * Writes one log line if the level is enabled; otherwise the text is not evaluated.
+ * Every statement has a stream of its own. The macros of log4cplus share one stream per thread, and an
+ * argument that writes a log line itself would clear it.
  *
  * @param level     TRACE, DEBUG, INFO, WARN, ERROR or FATAL
  * @param function  the function's full signature
@@ -36,7 +36,7 @@ inline const log4cplus::Logger& bleLogger()
         }                                                                                                    \
     } while (false)
 
-/** The line with which an operation opens: "Enter ", the operation, ": " and its arguments' text. */
+/** The line that a function logs when it begins: "Enter ", its name, ": " and the text of its arguments. */
 #define PLIM_LOG_ENTER(logger, level, signature, arguments)                                                  \
     PLIM_LOG(logger, level, signature,                                                                       \
              "Enter " << dbglog_scopedFunction(signature, (logger).getName()) << ": " << arguments)

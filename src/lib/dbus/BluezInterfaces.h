@@ -2,7 +2,7 @@
 
 #include <QString>
 
-/** The D-Bus interfaces of BlueZ that our libraries and tools name. Internal: not installed. */
+/** The D-Bus interfaces of BlueZ that our libraries and tools use. Internal: not installed. */
 namespace BluezInterfaces {
 
 // BlueZ serves these.

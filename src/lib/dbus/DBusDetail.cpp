@@ -87,7 +87,7 @@ QVariant marshallableAt(int depth, const QVariant& value)
     return isMarshallableScalar(value) ? value : QVariant();
 }
 
-/** The invokable method with that name and those parameter types, of which null ones do not count. */
+/** The invokable method with this name and these parameter types; types that are null do not count. */
 QMetaMethod findMethod(const QMetaObject& metaObject, const char* name, std::array<const char*, 2> types)
 {
     QByteArrayList parameters;
@@ -132,7 +132,7 @@ bool DBusDetail::invokeMethod(QObject* object, const char* name, QGenericReturnA
     if (!object) {
         return false;
     }
-    // The same literals mean the same signature.
+    // The texts are literals: the same addresses mean the same signature.
     using Call = std::array<const void*, 4>;
     thread_local std::map<Call, QMetaMethod> known;
     const Call call{object->metaObject(), name, first.name(), second.name()};
@@ -168,7 +168,7 @@ QVariant DBusDetail::marshallable(const QVariant& value)
 DBusManagedObjectList DBusDetail::withinOneMessage(DBusManagedObjectList objects)
 {
     if (sizeOfByteArrays(objects) <= maximumLength) {
-        return objects; // as it is: walking it to change it would copy every map in it
+        return objects; // at once: the loops below copy every map, even if they change nothing
     }
     qint64 left = maximumLength;
     for (DBusInterfaceList& interfaces : objects) {

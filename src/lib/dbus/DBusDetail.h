@@ -9,19 +9,21 @@
 #include <QString>
 #include <QVariant>
 
-/** What our own adaptors share, here and in the libraries above. Internal: not installed. */
+/** Functions for the adaptors of this library and of those above it. Internal: not installed. */
 namespace DBusDetail {
 
 /**
- * QMetaObject::invokeMethod() for an adaptor's call to its parent, which searches the parent's class for the
- * slot at the first call only: the search takes longer than all else that a short call does.
+ * QMetaObject::invokeMethod() for an adaptor's call to its parent. It searches the parent's class for the
+ * slot only at the first call, since the search takes longer than the rest of a short call.
  *
- * @param object  of a class that stays, as those that moc knows do; null gives false
- * @param name    the slot's name, as text that stays where it is (a literal), like the type names of Q_ARG
- * @param result  where the slot's result goes
- * @param first   the slot's arguments, as many as it has
- * @param second  see first
- * @return whether there was such a slot; where there is none, Qt says so on standard error
+ * @param object  the parent; its meta-object is stored, so it must stay, as those that moc generates do. Null
+ * gives false.
+ * @param name    the slot's name; its address is stored, so it has to be a literal, as the type names of
+ * Q_ARG are
+ * @param result  gets the slot's result
+ * @param first   the slot's first argument, if it has one
+ * @param second  the slot's second argument, if it has one
+ * @return whether there is such a slot; if not, Qt says so on standard error
  */
 PLIM_DBUS_EXPORT bool invokeMethod(QObject* object, const char* name, QGenericReturnArgument result,
                                    QGenericArgument first = {}, QGenericArgument second = {});
@@ -39,25 +41,27 @@ PLIM_DBUS_EXPORT QString interfaceName(const QObject* adaptor);
 constexpr int maximumLength = 16 * 1024 * 1024;
 
 /**
- * What D-Bus can carry of a value. Entries of maps and items of lists that it cannot are left out: those of a
- * type that Qt D-Bus does not know, invalid ones, empty object paths and signatures, file descriptors that
- * are none, byte arrays and strings over maximumLength, what lies more than 16 containers deep, and
- * containers as they came over the bus if they hold file descriptors (Qt loses them) or exceed maximumLength.
- * Sent all the same, such a value would mean that the message is never sent, that libdbus aborts the process,
- * or that the bus drops the connection.
- * @return the value or what is left of it; invalid where nothing is
+ * The part of a value that D-Bus can carry. These entries of maps and items of lists are left out:
+ * - values of a type that Qt D-Bus does not know, and invalid ones;
+ * - empty object paths and signatures, and invalid file descriptors;
+ * - byte arrays and strings that are longer than maximumLength, and what is more than 16 containers deep;
+ * - containers that came over the bus, if they hold file descriptors (Qt loses them) or exceed maximumLength.
+ *
+ * With such a value, the message would never be sent, libdbus would abort the process, or the bus would drop
+ * the connection.
+ * @return the value, or what is left of it; invalid if nothing is left
  */
 PLIM_DBUS_EXPORT QVariant marshallable(const QVariant& value);
 
 /**
  * Answers a call on the system bus with an error, at once and instead of the reply that Qt sends when the
- * slot returns. To be called in an adaptor's slot, on its thread, with the message that the slot was given.
+ * slot returns. Call it in an adaptor's slot, on its thread, with the message that the slot got.
  */
 PLIM_DBUS_EXPORT void replyError(const QDBusMessage& call, QDBusError::ErrorType error, const QString& text);
 
 /**
- * What one message can carry of an object manager's answer: byte arrays are left out once those before them
- * have taken maximumLength.
+ * The part of an object manager's answer that fits in one message. A byte array is left out if it and those
+ * before it would take more than maximumLength.
  */
 PLIM_DBUS_EXPORT DBusManagedObjectList withinOneMessage(DBusManagedObjectList objects);
 

@@ -15,15 +15,15 @@ namespace {
 struct Property
 {
     int index;
-    int type; ///< QMetaType::UnknownType where only QMetaProperty knows how to read it
+    int type; ///< QMetaType::UnknownType if only QMetaProperty can read it
 };
 
-/** What there is to know of an adaptor's class. */
+/** What is known of an adaptor's class. */
 struct AdaptorClass
 {
     QByteArray name;
     QString interface;
-    QVariantMap blank;            ///< the properties' names, for a copy that their values are put into
+    QVariantMap blank;            ///< the properties without values: a copy of it gets the values
     QVector<Property> properties; ///< in the order of their names
 };
 
@@ -55,7 +55,7 @@ AdaptorClass classOf(const QObject* adaptor)
     thread_local QHash<const QMetaObject*, AdaptorClass> known;
     const QMetaObject* metaObject = adaptor->metaObject();
     AdaptorClass& entry = known[metaObject];
-    // A class that is unloaded makes room for another at its address.
+    // When a class was unloaded, another one may have got its address.
     if (std::strcmp(entry.name.constData(), metaObject->className()) != 0) {
         entry = describe(adaptor);
     }
@@ -93,7 +93,7 @@ DBusInterfaceList DBusHelper::generateDBusInterfaceList(QObject* adaptor)
     if (!adaptor) {
         return list;
     }
-    const AdaptorClass known = classOf(adaptor); // a copy: what is read may get here again
+    const AdaptorClass known = classOf(adaptor); // a copy: a property's getter may call this again
     if (known.interface.isEmpty()) {
         return list;
     }

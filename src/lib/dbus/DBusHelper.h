@@ -10,8 +10,8 @@
 namespace DBusHelper {
 
 /**
- * The path of the first object, in ascending order of the paths, that carries the interface.
- * @return the path, or an empty string where no object does
+ * The path of the first object, in ascending order of the paths, that has the interface.
+ * @return the path, or an empty string if no object has it
  */
 PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& objects,
                                              const QString& interfaceName);
@@ -21,8 +21,8 @@ PLIM_DBUS_EXPORT QString findFirstObjectPath(const DBusManagedObjectList& object
  * class information, with each property that the adaptor declares and its value at this moment.
  *
  * @param adaptor  a D-Bus adaptor, read on the calling thread; null, or an object without that class
- * information, gives an empty list. Its class is searched once in each thread: where it comes from a library
- * that is unloaded, none of its name but with other properties may be loaded afterwards.
+ * information, gives an empty list. Each thread looks up the properties of a class only once. So if a library
+ * with an adaptor is unloaded, no class of the same name with other properties may be loaded after it.
  */
 PLIM_DBUS_EXPORT DBusInterfaceList generateDBusInterfaceList(QObject* adaptor);
 

@@ -18,7 +18,7 @@ Q_DECLARE_METATYPE(DBusInterfaceList)
 Q_DECLARE_METATYPE(DBusManagedObjectList)
 
 /**
- * Makes DBusInterfaceList and DBusManagedObjectList known to Qt's meta-type and D-Bus type systems.
+ * Registers DBusInterfaceList and DBusManagedObjectList with Qt's meta-type system and with Qt D-Bus.
  * May be called any number of times, from any thread.
  */
 PLIM_DBUS_EXPORT void registerDBusTypes();

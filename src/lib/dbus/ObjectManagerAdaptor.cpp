@@ -8,8 +8,8 @@ DBusManagedObjectList ObjectManagerAdaptor::GetManagedObjects()
 {
     DBusManagedObjectList objects;
     QMetaObject::invokeMethod(parent(), "GetManagedObjects", Q_RETURN_ARG(DBusManagedObjectList, objects));
-    // A text that is not a valid object path is an empty QDBusObjectPath, which libdbus answers by aborting
-    // the process.
+    // QDBusObjectPath makes an empty path of an invalid one. If it were sent, libdbus would abort the
+    // process.
     objects.remove(QDBusObjectPath());
     return DBusDetail::withinOneMessage(objects);
 }

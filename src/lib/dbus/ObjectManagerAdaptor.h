@@ -8,9 +8,10 @@
 /**
  * Serves org.freedesktop.DBus.ObjectManager wherever its parent is exported with its adaptors.
  *
- * GetManagedObjects is answered with what the parent's invokable GetManagedObjects returns, less the objects
- * whose path D-Bus cannot carry; a parent without one gives an empty answer. The signals of the interface are
- * not served: a changed tree is announced by a new registration.
+ * GetManagedObjects returns what the parent's invokable method of this name returns, without objects whose
+ * paths are not valid, and without byte arrays that do not fit in one message. If the parent has no such
+ * method, the answer is empty. The signals of the interface are not served: a changed tree is registered
+ * again instead.
  */
 class PLIM_DBUS_EXPORT ObjectManagerAdaptor : public QDBusAbstractAdaptor
 {
@@ -25,11 +26,11 @@ class PLIM_DBUS_EXPORT ObjectManagerAdaptor : public QDBusAbstractAdaptor
         "    </method>\n"
         "  </interface>\n")
 public:
-    /** @param parent  the object to answer for; it owns the adaptor and is exported after the adaptor was
-     * made */
+    /** @param parent  the object that the adaptor answers for, and its owner; export it after the adaptor was
+     * created */
     explicit ObjectManagerAdaptor(QObject* parent);
 
 public slots:
-    /** Answered by the parent's slot of this name. */
+    /** Calls the parent's slot of this name. */
     DBusManagedObjectList GetManagedObjects();
 };

@@ -8,7 +8,7 @@
 bool ParentProperty::isDeclaredAs(int type, const QObject* parent)
 {
     const QMetaObject* metaObject = parent->metaObject();
-    // A class that is unloaded makes room for another at its address.
+    // When a class was unloaded, another one may have got its address.
     if (metaObject != m_class || std::strcmp(m_className.constData(), metaObject->className()) != 0) {
         m_class = metaObject;
         m_className = metaObject->className();

@@ -7,16 +7,16 @@
 #include <QVariant>
 
 /**
- * A property that an adaptor reads from its parent by name, without a search while the parents are of one
- * class. Belongs to one thread. Internal: not installed.
+ * A property that an adaptor reads from its parent by name. The property is searched again only if the parent
+ * is of another class than the last one. For use on one thread. Internal: not installed.
  */
 class PLIM_DBUS_EXPORT ParentProperty
 {
 public:
-    /** @param name  text that stays where it is */
+    /** @param name  a literal: only its address is stored */
     explicit ParentProperty(const char* name) : m_name(name) {}
 
-    /** The parent's value, converted if it is of another type; a default value if that cannot be done. */
+    /** The parent's value, converted if it has another type; a default value if that is not possible. */
     template <typename Value>
     Value read(QObject* parent)
     {

@@ -16,7 +16,7 @@ bool isDeclared(const QObject* object, const QByteArray& name)
     return object->metaObject()->indexOfProperty(name.constData()) >= 0;
 }
 
-/** Whether the object may keep the value as a dynamic property, which stays for ever. */
+/** Whether the object may store the value as a dynamic property, which is never removed. */
 bool isAffordable(const QObject* object, const QByteArray& name, const QVariant& value)
 {
     const QByteArrayList names = object->dynamicPropertyNames();
@@ -34,7 +34,7 @@ QDBusVariant PropertiesAdaptor::Get(const QString& interface, const QString& nam
     QDBusVariant value;
     QMetaObject::invokeMethod(parent(), "Get", Q_RETURN_ARG(QDBusVariant, value), Q_ARG(QString, interface),
                               Q_ARG(QString, name));
-    // Without an answer of our own the caller would get none at all and wait for its time-out.
+    // Qt cannot send an invalid value: without an error from here, the caller would wait for its time-out.
     const QVariant carried = DBusDetail::marshallable(value.variant());
     if (carried.isValid()) {
         return QDBusVariant(carried);

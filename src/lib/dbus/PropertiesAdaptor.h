@@ -13,18 +13,19 @@
  * own answers for that object.
  *
  * Get, GetAll and Set are forwarded by name to the parent's slots Get(QString, QString) returning a
- * QDBusVariant, GetAll(QString) returning a QVariantMap, and Set(QString, QString, QDBusVariant). Where the
- * parent's Get gives nothing that D-Bus can carry, the caller gets the error UnknownInterface or
+ * QDBusVariant, GetAll(QString) returning a QVariantMap, and Set(QString, QString, QDBusVariant). If the
+ * parent's Get returns nothing that D-Bus can carry, the caller gets the error UnknownInterface or
  * UnknownProperty.
  *
- * A Set that could fill the memory is answered like any other, but not forwarded, with a line at WARN: one
- * that would give the parent a dynamic property with a name or a value of more than 4096 bytes, with file
- * descriptors inside a container, or as its 65th. Of a value its strings count in UTF-8, all else as it is
+ * A Set of a property that the parent's class does not declare makes a dynamic property, which stays in
+ * memory. Therefore such a Set is answered like any other, but not forwarded, in these cases: the name or the
+ * value takes more than 4096 bytes, the value has file descriptors inside a container, or the parent has 64
+ * dynamic properties already. A line is then logged at WARN. Strings count in UTF-8, everything else as it is
  * stored, and each item of a container 4 bytes more.
  *
- * Emitting PropertiesChanged sends the signal from each path at which the parent is exported. It has to be
- * connected explicitly: nothing is relayed from the parent automatically, or a connected signal would go out
- * twice.
+ * Emitting PropertiesChanged sends the signal from each path at which the parent is exported. A signal of the
+ * parent has to be connected to it explicitly. It is not relayed automatically, since a signal that is also
+ * connected would be sent twice.
  */
 class PLIM_DBUS_EXPORT PropertiesAdaptor : public QDBusAbstractAdaptor
 {
@@ -34,8 +35,8 @@ class PLIM_DBUS_EXPORT PropertiesAdaptor : public QDBusAbstractAdaptor
     // invalid.
     Q_CLASSINFO("D-Bus Introspection", "")
 public:
-    /** @param parent  the object to answer for; it owns the adaptor and is exported after the adaptor was
-     * made */
+    /** @param parent  the object that the adaptor answers for, and its owner; export it after the adaptor was
+     * created */
     explicit PropertiesAdaptor(QObject* parent);
 
 public slots:

@@ -11,7 +11,7 @@ namespace {
 
 constexpr qint64 perItem = 4;
 
-void takeItems(qint64& left, const QDBusArgument& container);
+void subtractItems(qint64& left, const QDBusArgument& container);
 
 QVariant unwrapped(QVariant value)
 {
@@ -35,12 +35,12 @@ qint64 sizeOfTexts(const QStringList& texts)
     return size;
 }
 
-/** Takes from what is left what a value needs that is no variant. */
-void take(qint64& left, const QVariant& value)
+/** Subtracts the size of a value that is not a QDBusVariant from what is left. */
+void subtract(qint64& left, const QVariant& value)
 {
     const int type = value.userType();
     if (type == qMetaTypeId<QDBusArgument>()) {
-        takeItems(left, value.value<QDBusArgument>());
+        subtractItems(left, value.value<QDBusArgument>());
     } else if (type == QMetaType::QStringList) {
         left -= sizeOfTexts(value.toStringList());
     } else if (type == QMetaType::QByteArray) {
@@ -56,40 +56,40 @@ void take(qint64& left, const QVariant& value)
     }
 }
 
-/** Takes the next item of a container. */
-void takeItem(qint64& left, const QDBusArgument& container)
+/** Subtracts the size of the next item of a container. */
+void subtractItem(qint64& left, const QDBusArgument& container)
 {
     const QVariant item = unwrapped(container.asVariant());
     left -= perItem;
     if (item.userType() == qMetaTypeId<QDBusUnixFileDescriptor>()) {
         left = -1;
     } else {
-        take(left, item);
+        subtract(left, item);
     }
 }
 
-/** Takes the items of a container, up to the one that is too much. */
-void takeItems(qint64& left, const QDBusArgument& container)
+/** Subtracts the sizes of a container's items, until nothing is left. */
+void subtractItems(qint64& left, const QDBusArgument& container)
 {
     const auto isMore = [&] { return left >= 0 && !container.atEnd(); };
     switch (container.currentType()) {
     case QDBusArgument::ArrayType:
         for (container.beginArray(); isMore();) {
-            takeItem(left, container);
+            subtractItem(left, container);
         }
         container.endArray();
         break;
     case QDBusArgument::StructureType:
         for (container.beginStructure(); isMore();) {
-            takeItem(left, container);
+            subtractItem(left, container);
         }
         container.endStructure();
         break;
     case QDBusArgument::MapType:
         for (container.beginMap(); isMore();) {
             container.beginMapEntry();
-            takeItem(left, container);
-            takeItem(left, container);
+            subtractItem(left, container);
+            subtractItem(left, container);
             container.endMapEntry();
         }
         container.endMap();
@@ -104,6 +104,6 @@ void takeItems(qint64& left, const QDBusArgument& container)
 bool ValueSize::isWithin(int bytes, const QVariant& value)
 {
     qint64 left = bytes;
-    take(left, unwrapped(value));
+    subtract(left, unwrapped(value));
     return left >= 0;
 }
