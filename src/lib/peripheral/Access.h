@@ -15,13 +15,13 @@ namespace plim {
  *
  *     const auto access = plim::Access().read().write(plim::Access::Encrypted).notify();
  *
- * A plain value: each of the five functions returns a copy that allows one thing more. Asked for twice, the
- * later level counts. BlueZ checks the level itself, before the program is asked.
+ * A plain value: each of the five functions returns a copy that allows one thing more. If one is called
+ * twice, the later level counts. BlueZ checks the level itself, before it calls the program.
  */
 class PLIM_PERIPHERAL_EXPORT Access
 {
 public:
-    /** What the link has to be before BlueZ lets the central through. */
+    /** How well the link has to be protected before BlueZ calls the program. */
     enum Level
     {
         Open,          ///< anything
@@ -31,38 +31,39 @@ public:
         SecureConnections ///< authenticated, and by LE Secure Connections
     };
 
-    /** Nothing is allowed. BlueZ refuses an application with such an attribute. */
+    /** Allows nothing. BlueZ rejects an application with such an attribute. */
     Access() = default;
 
-    /** Reads too. */
+    /** Also allows reads. */
     [[nodiscard]] Access read(Level level = Open) const;
 
-    /** Writes that the central wants an answer to, too. */
+    /** Also allows writes with a response. */
     [[nodiscard]] Access write(Level level = Open) const;
 
     /**
-     * Writes that nobody answers (Write Commands), too. They have no level of their own: where write() has
-     * one, BlueZ asks it of both.
+     * Also allows writes without a response (Write Commands). They have no level of their own: the level of
+     * write() applies to both.
      *
-     * BlueZ then acknowledges every write, those with an answer too, before the program has answered: a write
-     * handler's refusal reaches nobody.
+     * BlueZ then acknowledges every write before the program has answered, even writes with a response. So a
+     * central never learns that a write handler has rejected its write.
      */
     [[nodiscard]] Access writeWithoutResponse() const;
 
-    /** Notifications too. The level is what subscribing takes. Not for descriptors. */
+    /** Also allows notifications. The level is for subscribing. Not for descriptors. */
     [[nodiscard]] Access notify(Level level = Open) const;
 
-    /** Indications too, which the central confirms. The level is what subscribing takes. Not for descriptors.
+    /** Also allows indications, which the central confirms. The level is for subscribing. Not for
+     * descriptors.
      */
     [[nodiscard]] Access indicate(Level level = Open) const;
 
     /** Whether it may be read. */
     bool allowsRead() const { return m_read.has_value(); }
 
-    /** Whether it may be written, with or without an answer. */
+    /** Whether it may be written, with or without a response. */
     bool allowsWrite() const { return m_write.has_value() || m_writeWithoutResponse; }
 
-    /** Whether it may be written without an answer. */
+    /** Whether it may be written without a response. */
     bool allowsWriteWithoutResponse() const { return m_writeWithoutResponse; }
 
     /** Whether it may be subscribed to, for notifications or indications. */
@@ -71,22 +72,22 @@ public:
     /** Whether it may be subscribed to for indications. */
     bool allowsIndications() const { return m_indicate.has_value(); }
 
-    /** Whether anything of it takes more than Open. */
+    /** Whether it has any level other than Open. */
     bool isProtected() const;
 
-    /** What a descriptor can have of it: reads, and writes with an answer. */
+    /** The part that applies to descriptors: reads, and writes with a response. */
     Access ofDescriptor() const;
 
     /**
-     * BlueZ's words for it, always in this order: reading, writing, writing without an answer, notifications,
-     * indications; for instance "read", "encrypt-write", "notify".
+     * BlueZ's names of what is allowed, always in this order: reads, writes, writes without a response,
+     * notifications, indications; for instance "read", "encrypt-write", "notify".
      */
     QStringList flags() const;
 
     /** The flags with ", " between them, or "nothing". */
     QString text() const;
 
-    /** Whether both allow the same on the same levels. */
+    /** Whether both allow the same with the same levels. */
     friend bool operator==(const Access& a, const Access& b)
     {
         return a.m_read == b.m_read && a.m_write == b.m_write &&

@@ -65,7 +65,7 @@ QString plim::AttError::dbusName() const
 
 QString plim::AttError::dbusText() const
 {
-    // BlueZ reads a number out of the text of Failed. Of no text at all it makes an application error.
+    // BlueZ takes the number from the text of the error Failed. Without a text it sends an application error.
     return isApplication() || m_code == UnlikelyError ? hexadecimal(m_code) : QString();
 }
 

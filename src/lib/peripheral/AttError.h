@@ -8,13 +8,13 @@
 namespace plim {
 
 /**
- * Why a request is refused, as the central gets it: an error of the Attribute Protocol.
+ * Why a request is rejected: the error of the Attribute Protocol that the central gets.
  *
  *     request.reject(plim::AttError::InsufficientAuthorization);
  *     request.reject(plim::AttError::application(0x81));
  *
- * Only the errors that BlueZ can pass on are here. Those about the link's protection are not: BlueZ gives
- * them itself, by the attribute's Access.
+ * It has only the errors that BlueZ can pass on. Errors about the protection of the link are not among them:
+ * BlueZ sends those itself, by the attribute's Access.
  */
 class PLIM_PERIPHERAL_EXPORT AttError
 {
@@ -22,33 +22,33 @@ public:
     /** The errors by their names in the Core Specification. */
     enum Code : quint8
     {
-        ReadNotPermitted = 0x02,            ///< of a write it becomes WriteNotPermitted
-        WriteNotPermitted = 0x03,           ///< of a read it becomes ReadNotPermitted
+        ReadNotPermitted = 0x02,            ///< for a write, BlueZ sends WriteNotPermitted
+        WriteNotPermitted = 0x03,           ///< for a read, BlueZ sends ReadNotPermitted
         RequestNotSupported = 0x06,         ///< the attribute does not support the request
         InvalidOffset = 0x07,               ///< the offset is beyond the end of the value
         InsufficientAuthorization = 0x08,   ///< this central may not do that
         InvalidAttributeValueLength = 0x0d, ///< the value is too short or too long
-        UnlikelyError = 0x0e,               ///< something went wrong that no other error says
-        ImproperlyConfigured = 0xfd,        ///< older daemons, 5.66 among them, make UnlikelyError of it
+        UnlikelyError = 0x0e,               ///< something went wrong for which there is no other error
+        ImproperlyConfigured = 0xfd,        ///< older daemons, such as 5.66, send UnlikelyError instead
         ProcedureAlreadyInProgress = 0xfe   ///< an earlier request is still being worked on
     };
 
-    /** That error. Of a number that is none of them it becomes UnlikelyError. */
+    /** The error with this code; UnlikelyError if the number is not one of them. */
     AttError(Code code = UnlikelyError); // NOLINT(google-explicit-constructor): a code is an error
 
     /**
-     * An error that the application defines: what it means stands in the description of its service.
-     * @param code  from 0x80 to 0x9f; any other becomes UnlikelyError
+     * An error that the application defines, and explains in the description of its service.
+     * @param code  from 0x80 to 0x9f; any other number gives UnlikelyError
      */
     static AttError application(int code);
 
     /** The error's number. */
     quint8 code() const { return m_code; }
 
-    /** The D-Bus error with which BlueZ is told, for instance "org.bluez.Error.NotAuthorized". */
+    /** The name of the D-Bus error that BlueZ gets, for instance "org.bluez.Error.NotAuthorized". */
     QString dbusName() const;
 
-    /** The text that goes with it: the number, for instance "0x81", where BlueZ reads it; empty otherwise. */
+    /** The text of the D-Bus error: the number, for instance "0x81", if BlueZ reads it; otherwise empty. */
     QString dbusText() const;
 
     /** For the log: "Insufficient Authorization (0x08)". */

@@ -15,7 +15,7 @@ constexpr int maximumSize = 512;
 template <typename Request>
 void callHandler(const std::function<void(Request)>& handler, const Request& request, const QString& path)
 {
-    // What is used during and after the call is the attribute's no longer.
+    // Copies, since the handler may delete the attribute, and with it what the references refer to.
     const std::function<void(Request)> ownHandler(handler);
     const QString ownPath(path); // NOLINT(performance-unnecessary-copy-initialization)
     const auto outcome =

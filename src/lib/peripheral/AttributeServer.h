@@ -17,15 +17,18 @@ class QObject;
 namespace plim {
 namespace detail {
 
-/** What characteristics and descriptors share: it refuses what the access does not allow, and hands the rest
- * to the handlers. Internal: not installed. */
+/** Handles the calls of BlueZ for a characteristic or a descriptor: it rejects what the access does not
+ * allow, and passes the rest to the handlers. Internal: not installed. */
 class AttributeServer
 {
 public:
-    /** @param path  the attribute's object path, for log lines */
+    /**
+     * @param owner  the attribute
+     * @param path   the attribute's object path, for log lines
+     */
     AttributeServer(QObject* owner, const Access& access, const QString& path);
 
-    /** Rejects what still waits. */
+    /** Rejects the requests that are still open. */
     ~AttributeServer();
     Q_DISABLE_COPY(AttributeServer)
 
@@ -35,15 +38,16 @@ public:
     bool hasWriteHandler() const { return bool(m_writeHandler); }
 
     /**
-     * Deals with the call that is being made of the owner. It may end the owner.
-     * @return whether it did; otherwise it is the base class's to answer
+     * Handles a call of the owner's slot ReadValue. The handler may delete the owner.
+     * @param context  the owner, which knows the call
+     * @return whether the call was handled; if not, the base class has to answer it
      */
     bool read(const QDBusContext& context, const QVariantMap& options);
-    /** The same of a write. @param store  what accepting does */
+    /** The same for WriteValue. @param store  stores the value if the write is accepted */
     bool write(const QDBusContext& context, const QByteArray& value, const QVariantMap& options,
                const PendingWrite::Store& store);
 
-    /** Answers a call with an error, in place of what its slot returns. */
+    /** Answers a call with an error, instead of what its slot returns. */
     void refuse(const QDBusContext& context, const AttError& error) const;
 
 private:

@@ -8,8 +8,8 @@
 namespace plim {
 
 /**
- * The other side of a link, a phone for instance, by the object path that BlueZ knows it by. A plain value;
- * it stays valid when the central is gone, and then names nobody.
+ * The device on the other side of a link, for instance a phone. A plain value: the object path that BlueZ
+ * uses for the device. It may be kept after BlueZ has forgotten the device.
  */
 class PLIM_PERIPHERAL_EXPORT Central
 {
@@ -20,8 +20,8 @@ public:
     /** @param path  the path of BlueZ's object with the interface org.bluez.Device1 */
     explicit Central(const QString& path) : m_path(path) {}
 
-    /** The path of BlueZ's object for it, for instance "/org/bluez/hci0/dev_00_AA_01_01_00_01". Empty where
-     * BlueZ did not say who it is. */
+    /** The path of BlueZ's object for it, for instance "/org/bluez/hci0/dev_00_AA_01_01_00_01". Empty if
+     * BlueZ did not say which device it is. */
     QString path() const { return m_path; }
 
     /** Whether it is no central. */

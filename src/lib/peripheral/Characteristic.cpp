@@ -17,13 +17,13 @@
 
 namespace {
 
-/** BlueZ ends the indications that it still waits for right after it tells that the link is lost. */
-constexpr int endOfIndicationsMs = 500;
+/** When a link is lost, BlueZ says so, and right after that it calls Confirm for each open indication. */
+constexpr int falseConfirmationsMs = 500;
 
-/** Nobody has so many centrals; whoever calls could otherwise fill the memory. */
+/** More than any peripheral has. Without a limit, a caller could fill the memory. */
 constexpr int maximumSubscribers = 256;
 
-/** What the base class makes of an access. */
+/** The base class's options for an access. */
 GattCharacteristic::Option optionOf(const plim::Access& access)
 {
     return GattCharacteristic::Option((access.allowsRead() ? GattCharacteristic::Read : 0) |
@@ -50,8 +50,8 @@ plim::Characteristic::Characteristic(GattService* service, const QString& uuid, 
 {
     if (access.allowsIndications()) {
         watchBluez();
-        // What BlueZ ends with a link was sent before. What is sent now is really confirmed, perhaps by a
-        // central that came in between.
+        // Only indications from before the lost link are given up. A confirmation of this one is a real one,
+        // perhaps by a central that has connected in between.
         plim::connect(this, &GattCharacteristic::PropertiesChanged, this,
                       [this] { m_sinceDisconnection.invalidate(); });
     }
@@ -59,7 +59,7 @@ plim::Characteristic::Characteristic(GattService* service, const QString& uuid, 
 
 plim::Characteristic::~Characteristic()
 {
-    // Qt alone ends these after destroyed(), of which the application hears too.
+    // Qt would end these connections after destroyed(), at which the application emits applicationChanged().
     disconnect(m_treeChanges);
     if (m_bluez) {
         m_bluez->disconnect(this);
@@ -93,7 +93,7 @@ void plim::Characteristic::trackSubscribers()
         return;
     }
     m_tracking = true;
-    // Of several adaptors for one interface the last one made is what BlueZ sees.
+    // Of several adaptors for one interface, Qt calls the one that was created last.
     new AcquireNotifyAdaptor(this);
     watchBluez();
     plim::connect(m_bluez.get(), &detail::BluezObjects::objectRemoved, this,
@@ -101,7 +101,7 @@ void plim::Characteristic::trackSubscribers()
     // Subscribers that BlueZ has not shown as objects end with it as well.
     plim::connect(m_bluez.get(), &detail::BluezObjects::ended, this, &Characteristic::unsubscribeAll);
     if (const auto* application = qobject_cast<GattApplication*>(parent() ? parent()->parent() : nullptr)) {
-        // It is registered anew, which takes all subscriptions away.
+        // It is registered again, which ends all subscriptions.
         m_treeChanges = plim::connect(application, &GattApplication::applicationChanged, this,
                                       &Characteristic::unsubscribeAll);
     }
@@ -132,7 +132,7 @@ void plim::Characteristic::WriteValue(const QByteArray& value, const QVariantMap
 void plim::Characteristic::store(const QByteArray& value, const QVariantMap& options, bool notify)
 {
     {
-        // The base class would notify, whatever was asked for.
+        // The base class would emit its signals now, and always notify.
         const QSignalBlocker quiet(this);
         GattCharacteristic::WriteValue(value, options);
     }
@@ -146,7 +146,7 @@ void plim::Characteristic::store(const QByteArray& value, const QVariantMap& opt
     }
 }
 
-/** Whether a write has a page to go to: there is no control, or it selects none that is negative. */
+/** Whether a write can be stored. The base class drops it if the control selects a negative page. */
 bool plim::Characteristic::hasPage() const
 {
     return !m_control || m_control->value().toInt(nullptr, 10) >= 0;
@@ -181,7 +181,7 @@ void plim::Characteristic::Confirm()
 {
     GattCharacteristic::Confirm();
     const bool linkWasLost =
-        m_sinceDisconnection.isValid() && !m_sinceDisconnection.hasExpired(endOfIndicationsMs);
+        m_sinceDisconnection.isValid() && !m_sinceDisconnection.hasExpired(falseConfirmationsMs);
     if (m_server->access().allowsIndications() && !linkWasLost) {
         emit confirmed();
     }

@@ -27,15 +27,15 @@ class TreeProblems;
 } // namespace detail
 
 /**
- * A characteristic with what the base class leaves out: protected access, writes without an answer,
- * indications, requests that know who asks and may be refused, and who has subscribed.
+ * A characteristic with features that the base class does not have: protected access, writes without a
+ * response, indications, requests that name the central and can be rejected, and a list of subscribers.
  *
- * Without handlers it answers as the base class does, except that what its access does not allow is refused
- * with the error NotPermitted: where only notifications or indications are allowed, BlueZ itself lets reads
- * and writes through. The program's own calls of the slots, which come from no bus, do what they do in the
+ * Without handlers it answers as the base class does. But it rejects what its access does not allow, with the
+ * error NotPermitted. BlueZ alone would not: if only notifications or indications are allowed, it lets reads
+ * and writes through. If the program itself calls a slot, not over the bus, the slot does what it does in the
  * base class.
  *
- * Made by create() and owned by its service. Lives on the thread of the application, like all of the tree.
+ * Created by create() and owned by its service. Lives on the thread of the application, like the whole tree.
  */
 class PLIM_PERIPHERAL_EXPORT Characteristic : public GattCharacteristic, protected QDBusContext
 {
@@ -47,11 +47,12 @@ public:
     /**
      * Adds a characteristic to a service, which owns it. See GattService::createCharacteristic().
      *
-     * @param service      not null; of this layer or not
+     * @param service      a service of this layer or of the base layer; not null
      * @param uuid         as GattService::createCharacteristic() takes it
      * @param access       what centrals may do with it
      * @param pathElement  what the object path ends in, of letters, digits and "_"; empty for the UUID with
-     * "_" for "-". Several characteristics with one UUID, as a keyboard's reports, need different elements.
+     * "_" for "-". Several characteristics with one UUID, as the reports of a keyboard, need different
+     * elements.
      * @param control      the characteristic that selects the page of long values, or null; not owned
      * @return the characteristic; null only if a slot of handlesChanged() or applicationChanged() deleted it
      * at once
@@ -66,54 +67,59 @@ public:
     /** What centrals may do with it. */
     Access access() const;
 
-    /** BlueZ's words for the access. */
+    /** BlueZ's names of what the access allows. */
     QStringList flags() const;
 
     /**
-     * Sets who answers reads, in place of the value and the read callback; an empty function removes it. It
-     * also gets the reads of a control's pages, and their offsets are its own to make sense of.
+     * Sets the function that answers reads, instead of the value and the read callback; an empty function
+     * removes it. With a control characteristic, it gets the reads of all pages, and has to find out itself
+     * which page is selected.
      *
      * It runs on this object's thread, and may do anything: answer, keep the request for later, delete this
-     * object, replace itself. What it throws is logged at ERROR, and the request rejected with
-     * AttError::UnlikelyError, unless it was answered before or is kept elsewhere. The same happens to
-     * requests that arrive while 32 handlers run inside each other, each in an event loop of the one before.
+     * object, replace itself. If it throws an exception, that is logged at ERROR, and the request is rejected
+     * with AttError::UnlikelyError, unless it was answered before or a copy of it is kept. The same happens
+     * to a request that arrives while 32 handlers are nested, each in an event loop of the one before.
      */
     void setReadHandler(const ReadHandler& handler);
 
     /**
-     * Sets who decides on writes; an empty function removes it, and writes are then taken and notified as in
-     * the base class. It runs like a read handler.
+     * Sets the function that decides on writes; an empty function removes it, and writes are then stored and
+     * notified as in the base class. It runs like a read handler.
      *
-     * What no attribute can be written, more than 512 bytes or beyond byte 512, does not reach it and is
-     * rejected. Where the access allows writes without an answer, a refusal only keeps the value as it is:
-     * the central has been told otherwise.
+     * A write of more than 512 bytes, or beyond byte 512, is rejected without a call of the handler. If the
+     * access allows writes without a response, to reject a write only keeps the old value: BlueZ has told the
+     * central already that the write succeeded.
      */
     void setWriteHandler(const WriteHandler& handler);
 
     /**
-     * Asks BlueZ to name the centrals that subscribe. Call it before the application is handed over, or it
-     * takes effect with the next registration. It cannot be taken back.
+     * Asks BlueZ to say which centrals subscribe. Call it before the application is added; otherwise it takes
+     * effect with the next registration. It cannot be undone.
      */
     void trackSubscribers();
 
     /**
      * The centrals that are subscribed, in the order in which they did; empty without trackSubscribers().
      *
-     * It is as much as BlueZ tells. A central stands here from its subscribing until BlueZ says that nobody
-     * is subscribed any more, forgets the central (an unpaired one some 30 s after it has gone), or ends; or
-     * until a change of the tree makes the application register anew, which takes everybody's subscription
-     * away. So of several centrals one that has unsubscribed may still be here, as may a paired one that is
-     * away and still subscribed. One that subscribed before the program started is not here.
+     * The list is as exact as what BlueZ tells. A central is in it from when it subscribes until one of
+     * these:
+     * - BlueZ says that nobody is subscribed any more;
+     * - BlueZ forgets the central (an unpaired one about 30 s after it has gone), or ends;
+     * - a change of the tree makes the application register again, which ends all subscriptions.
+     *
+     * So if there are several centrals, one that has unsubscribed may still be in the list. A paired central
+     * that is away, but still subscribed, is in it, too. One that subscribed before the program started is
+     * not.
      */
     QList<Central> subscribers() const;
 
 signals:
-    /** A central has confirmed an indication. That BlueZ gives up those that it still waited for, because the
-     * link was lost, is not told. Several centrals' confirmations come one by one and without a name. */
+    /** A central has confirmed an indication. It is emitted once for each central, and does not say which one
+     * it was. It is not emitted for indications that BlueZ gives up because the link was lost. */
     void confirmed();
     /** A central has subscribed; only with trackSubscribers(). notifyStateChanged() follows. */
     void subscribed(const plim::Central& central);
-    /** A central is in subscribers() no longer. */
+    /** A central is no longer in subscribers(). */
     void unsubscribed(const plim::Central& central);
 
 public slots:
@@ -123,13 +129,14 @@ public slots:
     void WriteValue(const QByteArray& value, const QVariantMap& options);
     /** BlueZ's request for notifications or indications. */
     void StartNotify();
-    /** BlueZ's word that nobody is subscribed any more. */
+    /** BlueZ's message that nobody is subscribed any more. */
     void StopNotify();
-    /** BlueZ's confirmation of an indication, or its end without one. */
+    /** BlueZ's message that an indication was confirmed, or that it was given up. */
     void Confirm();
-    /** BlueZ's offer of a socket for a central, which is declined: StartNotify() follows. */
+    /** BlueZ's offer of a socket for a central's notifications. It is declined, and BlueZ calls
+     * StartNotify(). */
     void AcquireNotify(const QVariantMap& options);
-    /** As in the base class; NotifyAcquired is there only with trackSubscribers(). */
+    /** As in the base class; there is a NotifyAcquired only after trackSubscribers(). */
     QDBusVariant Get(const QString& interface, const QString& name);
 
 private:

@@ -7,7 +7,7 @@
 
 namespace {
 
-/** What the base class makes of an access. */
+/** The base class's options for an access. */
 GattDescriptor::Option optionOf(const plim::Access& access)
 {
     return GattDescriptor::Option((access.allowsRead() ? GattDescriptor::Read : 0) |

@@ -22,10 +22,10 @@ class TreeProblems;
 } // namespace detail
 
 /**
- * A descriptor with protected access, and with requests that know who asks and may be refused. Otherwise it
- * is as far from its base class as a Characteristic is.
+ * A descriptor with protected access, and with requests that name the central and can be rejected. What is
+ * said of Characteristic and its base class holds here, too.
  *
- * Made by create() and owned by its characteristic.
+ * Created by create() and owned by its characteristic.
  */
 class PLIM_PERIPHERAL_EXPORT Descriptor : public GattDescriptor, protected QDBusContext
 {
@@ -36,12 +36,11 @@ public:
     /**
      * Adds a descriptor to a characteristic, which owns it. See GattCharacteristic::addDescriptor().
      *
-     * @param characteristic  not null; of this layer or not
+     * @param characteristic  a characteristic of this layer or of the base layer; not null
      * @param uuid            as GattCharacteristic::addDescriptor() takes it
-     * @param access          reads and writes; what else it allows is left out
+     * @param access          for reads, and writes with a response; the rest is ignored
      * @param pathElement     what the object path ends in, of letters, digits and "_"; empty for the UUID
-     * with
-     * "_" for "-", where the base class counts
+     * with "_" for "-". The base class uses "desc" and a number instead.
      * @return the descriptor; null only if a slot of handlesChanged() or applicationChanged() deleted it at
      * once
      */
@@ -54,13 +53,13 @@ public:
     /** What centrals may do with it: reads and writes. */
     Access access() const;
 
-    /** BlueZ's words for the access. */
+    /** BlueZ's names of what the access allows. */
     QStringList flags() const;
 
-    /** Sets who answers reads. See Characteristic::setReadHandler(). */
+    /** Sets the function that answers reads. See Characteristic::setReadHandler(). */
     void setReadHandler(const ReadHandler& handler);
 
-    /** Sets who decides on writes. See Characteristic::setWriteHandler(). */
+    /** Sets the function that decides on writes. See Characteristic::setWriteHandler(). */
     void setWriteHandler(const WriteHandler& handler);
 
 public slots:

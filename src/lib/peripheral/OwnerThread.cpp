@@ -18,11 +18,11 @@ void plim::detail::OwnerThread::run(const std::function<void()>& function)
             return;
         }
         if (m_owner->thread() != QThread::currentThread()) {
-            // Under the lock, so that the owner cannot end while it is posted to.
+            // Under the lock, so that the owner cannot be deleted meanwhile.
             QMetaObject::invokeMethod(m_owner, function, Qt::QueuedConnection);
             return;
         }
     }
-    // Without the lock, since it may end the owner.
+    // Without the lock, since the function may delete the owner.
     function();
 }

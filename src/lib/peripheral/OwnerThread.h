@@ -9,17 +9,17 @@ class QObject;
 namespace plim {
 namespace detail {
 
-/** Reaches an object from any thread for as long as it lives. Internal: not installed. */
+/** Runs functions on the thread of an object, as long as the object exists. Internal: not installed. */
 class OwnerThread
 {
 public:
     explicit OwnerThread(QObject* owner) : m_owner(owner) {}
 
-    /** To be called in the owner's destructor: nothing is run any more. */
+    /** Call it in the owner's destructor. After that, no function is run. */
     void end();
 
-    /** Runs a function on the owner's thread: at once where that is the calling one, otherwise when its event
-     * loop gets there. Not at all once the owner has ended. */
+    /** Runs a function on the owner's thread: at once if that is the calling thread, otherwise from its event
+     * loop. After end() it does nothing. May be called from any thread. */
     void run(const std::function<void()>& function);
 
 private:

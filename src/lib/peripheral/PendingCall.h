@@ -15,21 +15,22 @@ namespace plim {
 namespace detail {
 
 /**
- * A call of BlueZ that waits for its answer, shared by the copies of a request. Everything but the destructor
- * may be called from any thread at once. Internal: not installed.
+ * A call of BlueZ that waits for its answer. The copies of a request share it. All functions but the
+ * destructor may be called from several threads at the same time. Internal: not installed.
  */
 class PendingCall
 {
 public:
     /**
-     * @param call       the call; its reply has been marked as delayed
+     * @param call       the call; setDelayedReply() was called for it
      * @param options    the call's options
-     * @param attribute  what log lines call the attribute
+     * @param attribute  the attribute's name in log lines
      */
     PendingCall(const QDBusMessage& call, const QDBusConnection& connection, const QVariantMap& options,
                 const QString& attribute);
 
-    /** Rejects with UnlikelyError where no answer was sent, and logs it where none was given. */
+    /** Rejects the call with UnlikelyError if no answer was sent. Logs a line at WARN if nobody claimed it.
+     */
     virtual ~PendingCall();
     Q_DISABLE_COPY(PendingCall)
 
@@ -41,19 +42,19 @@ public:
 
     bool isClaimed() const { return m_claimed; }
 
-    /** Takes the right to answer. @return false if somebody has it already */
+    /** Takes the right to answer. @return false if it is taken already */
     bool claim() { return !m_claimed.exchange(true); }
 
-    /** Sends the reply; to be called once, by who has claimed it. */
+    /** Sends the reply. To be called once, after a successful claim(). */
     void succeed(const QVariantList& results = {});
 
-    /** Sends an error instead. */
+    /** Sends an error instead of the reply. */
     void fail(const AttError& error);
 
-    /** Rejects with UnlikelyError where nobody has claimed it. */
+    /** Rejects the call with UnlikelyError if nobody has claimed it. */
     void abandon();
 
-    /** The same, with a line at WARN. @param reason  what the line says */
+    /** The same, and logs the reason at WARN. */
     void abandon(const char* reason);
 
 private:

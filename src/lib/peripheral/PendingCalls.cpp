@@ -36,7 +36,7 @@ void plim::detail::PendingCalls::add(const std::shared_ptr<PendingCall>& call)
     }
 }
 
-/** Drops those at the front that wait no longer. */
+/** Removes the calls at the front that have an answer. */
 void plim::detail::PendingCalls::tidy()
 {
     while (!m_entries.empty()) {

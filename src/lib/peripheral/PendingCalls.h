@@ -11,14 +11,14 @@ namespace detail {
 
 class PendingCall;
 
-/** Sees to it that no call waits longer than BlueZ does, or longer than its attribute lives. Internal: not
- * installed. */
+/** The open calls of one attribute. Rejects each of them when BlueZ stops waiting for it, or when the
+ * attribute is deleted. Internal: not installed. */
 class PendingCalls
 {
 public:
     PendingCalls();
 
-    /** Rejects those that are still open. */
+    /** Rejects the calls that are still open. */
     ~PendingCalls();
     Q_DISABLE_COPY(PendingCalls)
 

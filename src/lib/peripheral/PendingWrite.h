@@ -14,8 +14,7 @@ class OwnerThread;
 class PendingWrite : public PendingCall
 {
 public:
-    /** What accepting does with the value, on the attribute's thread. @param notify  see
-     * WriteRequest::accept() */
+    /** Stores an accepted value. Runs on the attribute's thread. @param notify  see WriteRequest::accept() */
     using Store = std::function<void(bool notify)>;
 
     PendingWrite(const QDBusMessage& call, const QDBusConnection& connection, const QVariantMap& options,

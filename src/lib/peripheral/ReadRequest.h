@@ -19,51 +19,51 @@ class PendingCall;
 } // namespace detail
 
 /**
- * One read that waits for its answer. Copies are the same request: keep one to answer later.
+ * One read that waits for its answer. All copies are the same request: keep one to answer later.
  *
- * It is answered once, by accept() or reject(), at once or later, from any thread; what comes after the first
- * answer is ignored. BlueZ waits for 5 s. A request that has no answer by then, or whose last copy goes
- * without one, is rejected with AttError::UnlikelyError and a line at WARN. When the attribute is deleted,
- * its open requests are rejected the same way, without a line. Answers that come too late do nothing, whoever
- * has gone meanwhile: the attribute, the central or BlueZ.
+ * Answer it once with accept() or reject(), at once or later, from any thread. Later answers are ignored.
+ * BlueZ waits for 5 s. If there is no answer by then, or if the last copy is destroyed without one, the
+ * request is rejected with AttError::UnlikelyError, and a line is logged at WARN. When the attribute is
+ * deleted, its open requests are rejected with the same error, but nothing is logged. An answer that comes
+ * too late does nothing, even if the attribute, the central or BlueZ no longer exists.
  */
 class PLIM_PERIPHERAL_EXPORT ReadRequest
 {
 public:
-    /** No request: it has been answered already. */
+    /** No request. It counts as answered. */
     ReadRequest() = default;
 
-    /** Who reads; null where BlueZ did not say. */
+    /** The central that reads; null if BlueZ did not say. */
     Central central() const;
 
     /**
-     * Where the central goes on reading, in bytes from the start of the value. A value that is longer than
-     * one packet is read in parts, and each part is a request of its own.
+     * Where the read begins, in bytes from the start of the value. A value that is longer than one packet is
+     * read in parts, and each part is a request of its own.
      */
     int offset() const;
 
-    /** The longest packet of the link in bytes; 0 where BlueZ did not say. */
+    /** The longest packet of the link in bytes; 0 if BlueZ did not say. */
     int mtu() const;
 
-    /** BlueZ's name of the link's kind, "LE" or "BR/EDR"; empty where it did not say. */
+    /** BlueZ's name of the link's type, "LE" or "BR/EDR"; empty if it did not say. */
     QString link() const;
 
-    /** Whether an answer would do nothing any more. */
+    /** Whether it has an answer already. */
     bool isAnswered() const;
 
     /**
-     * Answers with a value, of which the central gets what follows offset().
+     * Answers with a value. The central gets the part from offset() on.
      *
-     * The attribute's own value, which notifications carry, stays as it is. An attribute's value ends at 512
-     * bytes; what follows is not sent, which is logged at WARN. A value that ends before offset() is answered
-     * with AttError::InvalidOffset.
+     * The stored value of the attribute, which notifications carry, stays as it is. A value has at most 512
+     * bytes: the rest is not sent, and a line is logged at WARN. If the value ends before offset(), the
+     * answer is AttError::InvalidOffset.
      *
-     * @param value  all of it, also where offset() is not 0; the same as for the part before, or the central
-     * puts parts together that do not belong together
+     * @param value  the whole value, even if offset() is not 0. It has to be the value that the part before
+     * came from; otherwise the central combines parts of different values.
      */
     void accept(const QByteArray& value) const;
 
-    /** Refuses. */
+    /** Rejects the request. */
     void reject(const AttError& error) const;
 
 private:

@@ -72,8 +72,7 @@ QList<QDBusObjectPath> plim::Service::includes() const
     return paths;
 }
 
-/** Of several adaptors for one interface the last one made is what BlueZ sees; the parent owns all of them.
- */
+/** Adds an adaptor with the wanted properties. Qt calls the one that was created last for an interface. */
 void plim::Service::showOptionalMembers()
 {
     if (m_handle && !m_includes.isEmpty()) {

@@ -20,10 +20,10 @@ class TreeProblems;
 }
 
 /**
- * A service with what the base class leaves out: handles that stay, included services, a path of its own.
- * Where none of these is asked for, it is the base class on the bus, too.
+ * A service with features that the base class does not have: fixed handles, included services, a path of its
+ * own. If none of them is used, it looks like the base class on the bus.
  *
- * Made by create() and owned by its application, which lists it with all others.
+ * Created by create() and owned by its application.
  */
 class PLIM_PERIPHERAL_EXPORT Service : public GattService
 {
@@ -50,34 +50,36 @@ public:
      * registration. Characteristics and descriptors follow it in the order of their paths. Without it, each
      * registration gives the service other handles.
      *
-     * Call it before the application is handed over; afterwards it makes the application register anew.
+     * Call it before the application is added; later, it makes the application register again.
      *
-     * @param handle  the handle, which has to be free, as have all those that the service takes behind it; 0
-     * to let BlueZ choose once: its choice comes with handleAssigned() and is kept for as long as this object
-     * lives. To keep it longer, store it and give it here at the next start.
+     * @param handle  the first handle; it has to be free, and so have the following ones that the service
+     * needs. 0 lets BlueZ choose once: handleAssigned() tells its choice, which is kept as long as this
+     * object exists. To keep it longer, store it and pass it here at the next start.
      */
     void setHandle(quint16 handle);
 
-    /** The first handle, as it was fixed or chosen; 0 where neither has happened. */
+    /** The first handle, as the program or BlueZ chose it; 0 if neither has. */
     quint16 handle() const;
 
     /**
-     * Includes another service of the same application: a reference to it that phones find in this one.
+     * Includes another service of the same application: phones find a reference to it in this service.
      *
-     * BlueZ takes services in the order of their object paths, and the included one has to come first.
-     * Otherwise BlueZ registers both services, but phones do not find the reference. Where the UUIDs do not
-     * put the included one first, give both services path elements that do. problems() names those that are
-     * out of order.
+     * BlueZ adds services in the order of their object paths, and the included service has to come first.
+     * Otherwise BlueZ registers both services, but phones do not find the reference. If the order of the
+     * UUIDs is the wrong one, give both services path elements in the right order. plim::problems() lists
+     * included services that come too late.
      *
-     * Call it before the application is handed over; afterwards it makes the application register anew. A
-     * service that is included already, or null, changes nothing; one that is deleted is included no longer.
+     * Call it before the application is added; later, it makes the application register again. A service that
+     * is included already, or null, changes nothing. A service that is deleted is no longer included.
      */
     void include(const GattService* service);
 
     /** The object paths of the included services, in the order in which they were included. */
     QList<QDBusObjectPath> includes() const;
 
-    /** BlueZ's choice of a handle, after setHandle(0). Once there is a handle, others are ignored. */
+    /** BlueZ calls this with the handle that it chose after setHandle(0). Ignored if there is a handle
+     * already.
+     */
     void assignHandle(quint16 handle);
 
 signals:
@@ -90,7 +92,7 @@ private:
     Service(GattApplication* application, const QString& uuid, bool primary, const QString& dbusPath);
     void showOptionalMembers();
 
-    std::optional<quint16> m_handle; ///< nothing unless asked for
+    std::optional<quint16> m_handle; ///< empty until setHandle() is called
     QList<QPointer<const GattService>> m_includes;
 };
 

@@ -5,21 +5,21 @@
 namespace plim {
 namespace detail {
 
-/** Where an object of the tree stands: its path, and its place in its parent. Internal: not installed. */
+/** The object path of an object of the tree, and its key in its parent. Internal: not installed. */
 class TreePath
 {
 public:
     /**
      * @param parent   the parent's object path
      * @param uuid     the UUID
-     * @param element  what the path ends in; empty for the UUID with "_" for "-"
+     * @param element  the last element of the path; empty for the UUID with "_" for "-"
      */
     TreePath(const QString& parent, const QString& uuid, const QString& element);
 
     /** The object path. */
     QString path() const { return m_path; }
 
-    /** What the parent records it under: the UUID, as the base classes have it, and then the element. */
+    /** The key for the parent's record(): the UUID and, if one was given, "/" and the element. */
     QString key() const { return m_key; }
 
 private:

@@ -8,7 +8,8 @@
 
 namespace {
 
-/** Daemons that look for a property of characteristics that nobody shows. */
+/** Whether the daemon rejects characteristics without the property Handle, which this library does not offer.
+ */
 bool needsHandles(const QVersionNumber& daemon)
 {
     return daemon.majorVersion() == 5 && (daemon.minorVersion() == 74 || daemon.minorVersion() == 75);
@@ -96,8 +97,8 @@ void plim::detail::TreeProblems::checkAccess(const QString& path, const Access& 
     }
 }
 
-void plim::detail::TreeProblems::add(BleFinding::Severity severity, const QString& path, const char* what,
-                                     const char* cure)
+void plim::detail::TreeProblems::add(BleFinding::Severity severity, const QString& path, const char* message,
+                                     const char* remedy)
 {
-    m_findings << BleFinding{severity, path, QString::fromLatin1(what), QString::fromLatin1(cure)};
+    m_findings << BleFinding{severity, path, QString::fromLatin1(message), QString::fromLatin1(remedy)};
 }

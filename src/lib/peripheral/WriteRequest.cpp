@@ -38,7 +38,7 @@ void plim::WriteRequest::accept(Notification notification) const
     if (!m_call || !m_call->claim()) {
         return;
     }
-    // A copy: what storing sets off may end this token.
+    // A copy of the pointer: a slot of valueChanged() may delete this object.
     m_call->owner()->run([call = m_call, notification] {
         call->store()(notification == Notify);
         call->succeed();

@@ -19,52 +19,52 @@ class PendingWrite;
 } // namespace detail
 
 /**
- * One write that waits for its answer. Copies, answers and their limits are those of a ReadRequest. Of a
- * write that nobody wants an answer to, the answer decides only whether the value is stored.
+ * One write that waits for its answer. What ReadRequest says about copies, answers and time limits is true
+ * here, too. For a write without a response, the answer only decides whether the value is stored.
  */
 class PLIM_PERIPHERAL_EXPORT WriteRequest
 {
 public:
-    /** Whether a value that a central wrote is sent to the subscribers, the writer among them. */
+    /** Whether the subscribers, and the writer among them, are notified of a value that a central wrote. */
     enum Notification
     {
-        DoNotNotify, ///< it is not
-        Notify       ///< it is, if somebody has subscribed
+        DoNotNotify, ///< they are not
+        Notify       ///< they are
     };
 
-    /** No request: it has been answered already. */
+    /** No request. It counts as answered. */
     WriteRequest() = default;
 
-    /** Who writes; null where BlueZ did not say. */
+    /** The central that writes; null if BlueZ did not say. */
     Central central() const;
 
-    /** What is written. */
+    /** The bytes that the central writes. */
     QByteArray value() const;
 
-    /** Where in the attribute's value it goes, in bytes from the start: the value is cut there and the bytes
+    /** The position in the attribute's value, in bytes from the start: the value is cut there, and the bytes
      * are appended. */
     int offset() const;
 
-    /** The longest packet of the link in bytes; 0 where BlueZ did not say. */
+    /** The longest packet of the link in bytes; 0 if BlueZ did not say. */
     int mtu() const;
 
-    /** BlueZ's name of the link's kind, "LE" or "BR/EDR"; empty where it did not say. */
+    /** BlueZ's name of the link's type, "LE" or "BR/EDR"; empty if it did not say. */
     QString link() const;
 
-    /** Whether an answer would do nothing any more. */
+    /** Whether it has an answer already. */
     bool isAnswered() const;
 
     /**
      * Stores the value, emits the attribute's valueChanged(), and answers.
      *
-     * On the attribute's thread all of this has happened when it returns. From another thread it happens as
-     * soon as the attribute's event loop gets to it.
+     * If it is called on the attribute's thread, all this has happened when it returns. If it is called on
+     * another thread, the event loop of the attribute's thread does it later.
      *
-     * @param notification  whether subscribers hear of it; of a descriptor they never do
+     * @param notification  whether subscribers are notified; of descriptors they never are
      */
     void accept(Notification notification = DoNotNotify) const;
 
-    /** Refuses; the attribute's value stays as it is. */
+    /** Rejects the request; the attribute's value stays as it is. */
     void reject(const AttError& error) const;
 
 private:

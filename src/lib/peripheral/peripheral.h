@@ -2,8 +2,8 @@
 
 /**
  * @file
- * All of the layer for products: who may do what with an attribute, who asks, and the right to refuse.
- * Everything in it is in the namespace plim and works together with the classes of libplim_ble in one tree.
+ * All headers of the peripheral layer: protected access, requests that can be rejected, subscribers.
+ * Everything is in the namespace plim. The classes of libplim_ble can be used in the same tree.
  */
 
 #include <plim/peripheral/Access.h>

@@ -11,19 +11,19 @@ class GattApplication;
 namespace plim {
 
 /**
- * What BlueZ would refuse of a tree, or a phone could not use: GattApplication::problems(), and what this
- * layer adds to that:
- * - a write handler beside writes without an answer, whose refusals BlueZ tells nobody;
- * - protected attributes, for which no agent of this program answers when a central wants to pair;
- * - included services that come after the one that includes them, or belong to another application;
- * - subscribers to be tracked of a characteristic that nobody can subscribe to;
- * - what the daemon's version cannot do.
+ * Lists what BlueZ would reject of a tree, and what a phone could not use. These are the findings of
+ * GattApplication::problems(), and in addition:
+ * - a write handler together with writes without a response: no central learns that a write was rejected;
+ * - protected attributes: this program has no agent that answers a central that wants to pair;
+ * - included services that come after the service that includes them, or belong to another application;
+ * - a characteristic that tracks its subscribers, but that nobody can subscribe to;
+ * - features that this version of the daemon does not have.
  *
  * Nothing is sent, logged or changed.
  *
- * @param application  the tree, before it is handed over
+ * @param application  the tree, before it is added to the manager
  * @param daemon       the version of the daemon that it is meant for, as bluetoothd --version prints it; null
- * where it is not known
+ * if it is not known
  */
 PLIM_PERIPHERAL_EXPORT BleFindings problems(const GattApplication& application,
                                             const QVersionNumber& daemon = QVersionNumber());
