@@ -13,6 +13,7 @@ private slots:
     void managersOnDifferentObjectsAreFound();
     void theFirstObjectInPathOrderIsTaken();
     void theFirstCallWaitsForTheDaemonsAnswer();
+    void theObjectsAreAskedForOnce();
     void withoutADaemonNothingIsLogged();
     void anErrorForTheObjectListLeavesBothManagersAbsent();
     void whatWasAddedBeforeTheDaemonStartsIsRegisteredInOrder();
@@ -81,6 +82,18 @@ void tst_manager_discovery::theFirstCallWaitsForTheDaemonsAnswer()
     BleManager::instance()->add(&app);
     daemon.settle();
     QCOMPARE(daemon.calls(), QStringList("/org/bluez/hci0 RegisterApplication(/app, {})"));
+}
+
+void tst_manager_discovery::theObjectsAreAskedForOnce()
+{
+    Simulator daemon(acceptEverything);
+    const Application app("/app");
+    BleManager::instance()->add(&app);
+    daemon.addAdapter("hci1");
+    daemon.restart();
+    EVENTUALLY_VERIFY(daemon.calls().size() >= 2);
+    daemon.settle();
+    QCOMPARE(daemon.callsOf("GetManagedObjects"), 1);
 }
 
 void tst_manager_discovery::withoutADaemonNothingIsLogged()

@@ -82,11 +82,15 @@ void tst_manager_proxies::theAdvertisingManagersMetaObject()
 void tst_manager_proxies::registerApplicationSendsPathAndOptions()
 {
     Simulator daemon;
-    daemon.answerWithError("RegisterApplication", "org.bluez.Error.Failed", "Not now");
     OrgBluezGattManager1Interface proxy(bluez, adapter, QDBusConnection::systemBus(), this);
     QCOMPARE(proxy.parent(), this);
+    daemon.neverAnswer("RegisterApplication");
+    const QDBusPendingReply<> unanswered = proxy.RegisterApplication(QDBusObjectPath("/unanswered"), {});
+    daemon.settle();
+    QVERIFY(!unanswered.isFinished());
+    daemon.clearCalls();
+    daemon.answerWithError("RegisterApplication", "org.bluez.Error.Failed", "Not now");
     QDBusPendingReply<> reply = proxy.RegisterApplication(QDBusObjectPath("/p"), {});
-    QVERIFY(!reply.isFinished());
     reply.waitForFinished();
     QCOMPARE(reply.error().message(), QString("Not now"));
     proxy.RegisterApplication(QDBusObjectPath("/q"), {{"key", 5}}).waitForFinished();

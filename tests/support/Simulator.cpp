@@ -14,10 +14,6 @@ QString Simulator::program()
 
 Simulator::Simulator(const QStringList& arguments)
 {
-    // Until the event loop has run once, Qt holds back what the bus delivers, and around that moment it mixes
-    // up the order: the daemon's first announcement could overtake the news that it is there, and be dropped.
-    QDBusConnection::systemBus();
-    QCoreApplication::processEvents();
     const QString line = m_process.startAndRead(program(), arguments);
     if (!line.startsWith("plim-bluez-simulator: ready")) {
         qFatal("the simulator did not become ready: %s", qPrintable(line));
@@ -69,16 +65,23 @@ QStringList Simulator::calls() const
 
 QList<QVariantMap> Simulator::callRecords() const
 {
-    const QDBusMessage answer = order("Calls");
     QList<QVariantMap> records;
-    for (const QVariantMap& record :
-         qdbus_cast<QList<QVariantMap>>(answer.arguments().constFirst().value<QDBusArgument>())) {
+    for (const QVariantMap& record : allCallRecords()) {
         const QString member = record.value(QStringLiteral("member")).toString();
         if (member.startsWith(QLatin1String("Register")) || member.startsWith(QLatin1String("Unregister"))) {
             records << record;
         }
     }
     return records;
+}
+
+int Simulator::callsOf(const QString& member) const
+{
+    int count = 0;
+    for (const QVariantMap& record : allCallRecords()) {
+        count += record.value(QStringLiteral("member")) == member ? 1 : 0;
+    }
+    return count;
 }
 
 QVariantMap Simulator::advertisement(const QString& path) const
@@ -120,6 +123,11 @@ void Simulator::change(const char* member, const QVariantList& arguments)
 {
     order(member, arguments);
     PlimBleTestDetail::awaitDaemon();
+}
+
+QList<QVariantMap> Simulator::allCallRecords()
+{
+    return qdbus_cast<QList<QVariantMap>>(order("Calls").arguments().constFirst().value<QDBusArgument>());
 }
 
 QStringList Simulator::paths(const char* member)

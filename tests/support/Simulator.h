@@ -53,6 +53,8 @@ public:
     QStringList calls() const;
     /** The same calls with everything that is recorded about them. */
     QList<QVariantMap> callRecords() const;
+    /** How often any method of the daemon was called. */
+    int callsOf(const QString& member) const;
     void clearCalls() { order("ClearCalls"); }
 
     /** The paths of what is registered, in the order of registering. */
@@ -75,6 +77,7 @@ public:
 private:
     static QDBusMessage order(const char* member, const QVariantList& arguments = {});
     static void change(const char* member, const QVariantList& arguments = {});
+    static QList<QVariantMap> allCallRecords();
     static QStringList paths(const char* member);
     static void setAnswer(const QString& member, const QString& mode, const QString& name = {},
                           const QString& message = {}, uint delayMs = 0);
