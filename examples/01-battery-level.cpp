@@ -22,7 +22,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Battery");
     adv.setServiceUUIDs({"0000180f-0000-1000-8000-00805f9b34fb"});
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager* manager = BleManager::instance();
     manager->setRegistrationObserver(
         [](const BleRegistrationEvent& event) { qInfo("%s", qPrintable(event.text())); });

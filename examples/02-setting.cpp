@@ -55,7 +55,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Lamp");
     adv.setServiceUUIDs({lampService});
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

@@ -51,7 +51,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Log");
     adv.setServiceUUIDs({logService});
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

@@ -46,7 +46,6 @@ int main(int argc, char** argv)
         beacon.setManufacturerData({{company, littleEndian(count++) + littleEndian(load())}});
     };
     update();
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&beacon);
 
     // Each setter call is a new registration with BlueZ, so do not call it too often.

@@ -72,7 +72,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Thermostat");
     adv.setServiceUUIDs({thermostatService});
     adv.setDiscoverable(true);
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

@@ -59,7 +59,6 @@ int main(int argc, char** argv)
     QObject::connect(value, &GattCharacteristic::notifyStateChanged, &program, [](bool notifying) {
         std::cout << (notifying ? "subscribed" : "not subscribed") << std::endl;
     });
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     QThread* sensor = QThread::create([value] {
         while (!QThread::currentThread()->isInterruptionRequested()) {

@@ -50,7 +50,6 @@ int main(int argc, char** argv)
     if (!isUsable(app.problems()) || !isUsable(adv.problems())) {
         return 1;
     }
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager* manager = BleManager::instance();
     manager->setRegistrationObserver([&](const BleRegistrationEvent& event) {
         if (event.superseded) {

@@ -71,7 +71,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Lock");
     adv.setServiceUUIDs({lockService});
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

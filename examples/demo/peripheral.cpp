@@ -105,7 +105,6 @@ int main(int argc, char** argv)
     addStorage(app);
     addName(app, advertisement);
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->setRegistrationObserver(
         [](const BleRegistrationEvent& event) { say(event.text()); });
     BleManager::instance()->add(&app);

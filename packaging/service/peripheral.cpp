@@ -63,7 +63,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Peripheral");
     adv.setServiceUUIDs({batteryService});
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();

@@ -40,10 +40,6 @@ public:
     explicit PlimBleTest(const QStringList& arguments = {})
     {
         static const SystemBus bus; // ends with the program
-        // Until the event loop has run once, Qt may change the order of messages: it may deliver the daemon's
-        // first announcement before the news that the daemon is there, and drop it.
-        QDBusConnection::systemBus();
-        QCoreApplication::processEvents();
         const QString ready =
             m_simulator.startAndRead(QStringLiteral(PLIM_BLUEZ_SIMULATOR),
                                      QStringList{QStringLiteral("--address"), bus.address()} + arguments);
