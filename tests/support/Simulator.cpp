@@ -97,6 +97,8 @@ QMap<QString, QString> Simulator::advertisementSignatures(const QString& path) c
 
 void Simulator::settle() const
 {
+    // The first turn of the event loop is what makes Qt begin to deliver messages.
+    QCoreApplication::processEvents();
     // Twice: what arrives with the first round may make this program send something.
     for (int round = 0; round < 2; ++round) {
         PlimBleTestDetail::awaitDaemon();
