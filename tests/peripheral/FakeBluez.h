@@ -11,9 +11,9 @@
 #include <QVariantMap>
 
 /**
- * What a test makes BlueZ say, on a connection of its own in the same process: so whoever waits for its answer
- * without an event loop waits in vain. Calls wait in `calls` for answers; GetManagedObjects is answered at
- * once unless holdsDescription is set.
+ * What a test makes BlueZ say, on a connection of its own in the same process: so whoever waits for its
+ * answer without an event loop waits in vain. Calls wait in `calls` for answers; GetManagedObjects is
+ * answered at once unless holdsDescription is set.
  */
 class FakeBluez : public QDBusVirtualObject
 {
@@ -60,11 +60,32 @@ public:
         m_bus.send(signal);
     }
 
+    /** The signal of newer versions that tells why a link has ended. */
+    void endLink(const QString& path, const QString& reason)
+    {
+        QDBusMessage signal = QDBusMessage::createSignal(path, QStringLiteral("org.bluez.Device1"),
+                                                         QStringLiteral("Disconnected"));
+        signal << reason << QStringLiteral("Connection terminated");
+        m_bus.send(signal);
+    }
+    /** A central reads from the test's program. */
+    void read(const QString& path, const QString& device, const QString& link, quint16 mtu)
+    {
+        QDBusMessage call = QDBusMessage::createMethodCall(QDBusConnection::systemBus().baseService(), path,
+                                                           QStringLiteral("org.bluez.GattCharacteristic1"),
+                                                           QStringLiteral("ReadValue"));
+        call << QVariantMap{{QStringLiteral("device"), QVariant::fromValue(QDBusObjectPath(device))},
+                            {QStringLiteral("link"), link},
+                            {QStringLiteral("mtu"), QVariant::fromValue(mtu)}};
+        m_bus.send(call);
+    }
+
     QString introspect(const QString& /*path*/) const override { return {}; }
     bool handleMessage(const QDBusMessage& call, const QDBusConnection& /*connection*/) override
     {
         if (call.member() == QLatin1String("GetManagedObjects") && !holdsDescription) {
             m_bus.send(description(call));
+            ++descriptions;
         } else {
             calls << call;
         }
@@ -73,6 +94,7 @@ public:
 
     DBusManagedObjectList objects; ///< what GetManagedObjects answers
     bool holdsDescription = false;
+    int descriptions = 0; ///< how often GetManagedObjects was answered at once
     QList<QDBusMessage> calls;
 
 private:

@@ -32,12 +32,14 @@ struct Record
 {
     explicit Record(const BluezObjects& objects)
     {
-        QObject::connect(&objects, &BluezObjects::objectAdded, &context, [&](const auto& path, const auto& interface) {
-            lines << "+ " + path + ' ' + interface + ' ' + objects.value(path, interface, alias).toString();
-        });
-        QObject::connect(&objects, &BluezObjects::objectRemoved, &context, [&](const auto& path, const auto& interface) {
-            lines << "- " + path + ' ' + interface;
-        });
+        QObject::connect(&objects, &BluezObjects::objectAdded, &context,
+                         [&](const auto& path, const auto& interface) {
+                             lines << "+ " + path + ' ' + interface + ' ' +
+                                          objects.value(path, interface, alias).toString();
+                         });
+        QObject::connect(
+            &objects, &BluezObjects::objectRemoved, &context,
+            [&](const auto& path, const auto& interface) { lines << "- " + path + ' ' + interface; });
         QObject::connect(&objects, &BluezObjects::propertiesChanged, &context,
                          [&](const auto& path, const auto& interface, const QStringList& names) {
                              lines << "= " + path + ' ' + names.join(',') + ' ' +
@@ -121,9 +123,9 @@ void tst_bluez_objects::whatIsThereIsAnnouncedAtTheStart()
     m_bluez->objects = {{QDBusObjectPath(phone), {{deviceInterface, named("phone")}}},
                         {QDBusObjectPath(adapter), {{adapterInterface, named("one")}}}};
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_record->lines, QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs,
-                                               "+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs,
-                                               "started"_qs}));
+    QTRY_COMPARE(m_record->lines,
+                 QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs,
+                              "+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs, "started"_qs}));
     QVERIFY(m_objects->isStarted());
     QCOMPARE(m_objects->paths(deviceInterface), QStringList(phone));
     QCOMPARE(m_objects->properties(phone, deviceInterface), named("phone"));
@@ -179,8 +181,8 @@ void tst_bluez_objects::anAdditionOfSomethingKnownIsAChange()
     m_bluez->add(adapter, {{adapterInterface, {{alias, "one"_qs}, {"Powered"_qs, true}}}});
     m_bluez->add(adapter, {{adapterInterface, {{alias, "one"_qs}, {"Powered"_qs, true}}}});
     m_bluez->add(adapter, {{adapterInterface, {{alias, "two"_qs}}}});
-    QTRY_COMPARE(m_record->lines, QStringList({"= /org/bluez/hci0 Powered one"_qs,
-                                               "= /org/bluez/hci0 Alias,Powered two"_qs}));
+    QTRY_COMPARE(m_record->lines,
+                 QStringList({"= /org/bluez/hci0 Powered one"_qs, "= /org/bluez/hci0 Alias,Powered two"_qs}));
 }
 
 void tst_bluez_objects::unknownObjectsAreNotInvented()
@@ -228,9 +230,8 @@ void tst_bluez_objects::aRestartRemovesAndReadsAgain()
     QTRY_VERIFY(m_objects->contains(phone, deviceInterface));
     m_record->taken();
     m_bluez->vanish();
-    QTRY_COMPARE(m_record->lines,
-                 QStringList({"- /org/bluez/hci0/dev_1 org.bluez.Device1"_qs,
-                              "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
+    QTRY_COMPARE(m_record->lines, QStringList({"- /org/bluez/hci0/dev_1 org.bluez.Device1"_qs,
+                                               "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
     QVERIFY(!m_objects->isStarted());
     QVERIFY(m_bluez->appear());
     QTRY_COMPARE(m_record->lines.mid(3),
@@ -279,9 +280,9 @@ void tst_bluez_objects::strangersAreNotHeard()
     stranger.change(adapter, adapterInterface, named("forged"));
     stranger.remove(adapter, {adapterInterface});
     // The same sent to this program alone, which no match rule keeps away.
-    QDBusMessage direct = QDBusMessage::createTargetedSignal(
-        QDBusConnection::systemBus().baseService(), adapter, "org.freedesktop.DBus.Properties"_qs,
-        "PropertiesChanged"_qs);
+    QDBusMessage direct =
+        QDBusMessage::createTargetedSignal(QDBusConnection::systemBus().baseService(), adapter,
+                                           "org.freedesktop.DBus.Properties"_qs, "PropertiesChanged"_qs);
     direct << adapterInterface << named("forged") << QStringList();
     stranger.send(direct);
     // What the stranger has sent is through once the bus has answered it.
@@ -432,8 +433,9 @@ void tst_bluez_objects::aSlotsEventLoopSeesLaterChangesInOrder()
     m_bluez->vanish();
     QTRY_VERIFY(m_record->lines.contains("ended"_qs));
     QVERIFY(sawNext);
-    QCOMPARE(m_record->lines, QStringList({"= /org/bluez/hci0 Alias two"_qs, "= /org/bluez/hci0 Alias three"_qs,
-                                           "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
+    QCOMPARE(m_record->lines,
+             QStringList({"= /org/bluez/hci0 Alias two"_qs, "= /org/bluez/hci0 Alias three"_qs,
+                          "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
 }
 
 QTEST_GUILESS_MAIN(tst_bluez_objects)

@@ -1,6 +1,7 @@
 #include "AttributeServer.h"
 
 #include "OwnerThread.h"
+#include "RequestWitness.h"
 #include "UserCallback.h"
 #include "plimlog.h"
 
@@ -52,6 +53,7 @@ bool plim::detail::AttributeServer::read(const QDBusContext& context, const QVar
     if (!context.calledFromDBus()) {
         return false;
     }
+    RequestWitness::note(context, options);
     if (!m_access.allowsRead()) {
         refuse(context, AttError::ReadNotPermitted);
         return true;
@@ -73,6 +75,7 @@ bool plim::detail::AttributeServer::write(const QDBusContext& context, const QBy
     if (!context.calledFromDBus()) {
         return false;
     }
+    RequestWitness::note(context, options);
     if (!m_access.allowsWrite()) {
         refuse(context, AttError::WriteNotPermitted);
         return true;

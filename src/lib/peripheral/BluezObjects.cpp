@@ -1,5 +1,6 @@
 #include "BluezObjects.h"
 
+#include "BluezInterfaces.h"
 #include "DBusBluez.h"
 #include "DBusDetail.h"
 #include "plim.h"
@@ -26,6 +27,7 @@ const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Propert
 const QString addition = QStringLiteral("InterfacesAdded");
 const QString removal = QStringLiteral("InterfacesRemoved");
 const QString newValues = QStringLiteral("PropertiesChanged");
+const QString endOfLink = QStringLiteral("Disconnected");
 
 } // namespace
 
@@ -182,7 +184,8 @@ void plim::detail::BluezObjects::listen(bool on)
         QString signature;
     } all[] = {{DBusBluezObjectManagerPath(), objectManager, addition, QStringLiteral("oa{sa{sv}}")},
                {DBusBluezObjectManagerPath(), objectManager, removal, QStringLiteral("oas")},
-               {QString(), propertiesInterface, newValues, QStringLiteral("sa{sv}as")}};
+               {QString(), propertiesInterface, newValues, QStringLiteral("sa{sv}as")},
+               {QString(), BluezInterfaces::Device, endOfLink, QStringLiteral("ss")}};
     QDBusConnection bus = QDBusConnection::systemBus();
     const char* slot = SLOT(on_signal(QDBusMessage));
     for (const auto& one : all) {
@@ -243,23 +246,29 @@ void plim::detail::BluezObjects::on_signal(const QDBusMessage& signal)
     }
 }
 
-QList<plim::detail::BluezObjects::Change>
-plim::detail::BluezObjects::changesOf(const QDBusMessage& signal)
+QList<plim::detail::BluezObjects::Change> plim::detail::BluezObjects::changesOf(const QDBusMessage& signal)
 {
     const QVariantList arguments = signal.arguments();
+    const QString path = signal.path();
     if (signal.member() == newValues) {
-        const Object object(signal.path(), arguments.at(0).toString());
+        const Object object(path, arguments.at(0).toString());
         const auto changed = qdbus_cast<QVariantMap>(arguments.at(1));
         return {[=, invalidated = arguments.at(2).toStringList()] { change(object, changed, invalidated); }};
     }
-    const QString path = arguments.at(0).value<QDBusObjectPath>().path();
-    if (signal.member() == addition) {
-        return additionsOf(path, qdbus_cast<DBusInterfaceList>(arguments.at(1)));
+    if (signal.member() == endOfLink) {
+        return {[=, reason = arguments.at(0).toString()] { emit linkEnded(path, reason); }};
     }
+    const QString subject = arguments.at(0).value<QDBusObjectPath>().path();
+    return signal.member() == addition ? additionsOf(subject, qdbus_cast<DBusInterfaceList>(arguments.at(1)))
+                                       : removalsOf(subject, arguments.at(1).toStringList());
+}
+
+QList<plim::detail::BluezObjects::Change>
+plim::detail::BluezObjects::removalsOf(const QString& path, const QStringList& interfaces)
+{
     QList<Change> changes;
-    const QStringList interfaces = arguments.at(1).toStringList();
     for (const QString& interface : interfaces) {
-        changes << [=] { remove({path, interface}); };
+        changes << [this, object = Object(path, interface)] { remove(object); };
     }
     return changes;
 }

@@ -43,6 +43,10 @@ public:
     /** Whether BlueZ runs and has described its objects. Between started() and ended(). */
     bool isStarted() const { return m_isStarted; }
 
+    /** Whether this is BlueZ's unique bus name now. To be asked of the sender of a call that only BlueZ may
+     * make. */
+    bool isBluez(const QString& busName) const { return !m_owner.isEmpty() && busName == m_owner; }
+
     /** The paths of the objects with this interface, in ascending order. */
     QStringList paths(const QString& interface) const;
     /** Whether there is such an object. */
@@ -77,6 +81,9 @@ signals:
     void objectRemoved(const QString& path, const QString& interface);
     /** @param names  the properties that BlueZ has set or withdrawn */
     void propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
+    /** Why a link has ended: "org.bluez.Reason.Remote", for instance. Only BlueZ from 5.83 on tells it, just
+     * before the property Connected changes. */
+    void linkEnded(const QString& path, const QString& reason);
     /** BlueZ runs, and all its objects have been announced. */
     void started();
     /** BlueZ ended, whether it had started() or not. */
@@ -98,6 +105,7 @@ private:
     void describe();
     void on_described(const QDBusMessage& reply);
     QList<Change> changesOf(const QDBusMessage& signal);
+    QList<Change> removalsOf(const QString& path, const QStringList& interfaces);
     QList<Change> additionsOf(const QString& path, const DBusInterfaceList& interfaces);
     void work();
     void add(const Object& object, const QVariantMap& properties);
@@ -108,7 +116,8 @@ private:
     QDBusServiceWatcher m_name;
     bool m_isOwnerKnown = false;
     QString m_owner;
-    quint64 m_life = 0; ///< counts the owners, so that an answer of an earlier one is not taken for this one's
+    quint64 m_life =
+        0; ///< counts the owners, so that an answer of an earlier one is not taken for this one's
     bool m_isDescribed = false; ///< whether the owner has answered, be it with an error
     bool m_isStarted = false;
     QTimer m_askAgain;

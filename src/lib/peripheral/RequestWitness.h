@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QVariantMap>
+
+#include <memory>
+
+class QDBusContext;
+
+namespace plim {
+namespace detail {
+
+/** Passes on what BlueZ says with requests about the link that they came over. Internal: not installed. */
+class RequestWitness : public QObject
+{
+    Q_OBJECT
+
+public:
+    /** The one of this thread; it lives as long as somebody holds it. */
+    static std::shared_ptr<RequestWitness> shared();
+
+    /** To be called for each request, with its options; does nothing where nobody holds the one of this
+     * thread. */
+    static void note(const QDBusContext& request, const QVariantMap& options);
+
+signals:
+    /**
+     * @param caller  who has called, which may not have been BlueZ
+     * @param device  the path of the object at the other end of the link
+     * @param link    "LE" or "BR/EDR"; empty where it is not known
+     * @param mtu     in bytes; 0 where it is not known
+     */
+    void requested(const QString& caller, const QString& device, const QString& link, int mtu);
+
+private:
+    RequestWitness() = default;
+};
+
+} // namespace detail
+} // namespace plim
