@@ -163,6 +163,9 @@ public:
 
         /** The link is lost. A phone that is not bonded loses its subscriptions. */
         void disconnect() { tell(QStringLiteral("Disconnect")); }
+        /** The same as BlueZ from 5.83 on announces it. @param reason  "Remote", "Timeout", "Local",
+         * "Authentication", "Suspend" */
+        void disconnect(const QString& reason) { tell(QStringLiteral("DisconnectFor"), {reason}); }
         /** It connects again. */
         void connect() { tell(QStringLiteral("Connect")); }
         /** The link is lost, and the daemon forgets the phone. */

@@ -33,6 +33,7 @@ public:
     void appear() { change("Appear"); }
     void restart() { change("Restart"); }
     void addAdapter(const QString& name) { change("AddAdapter", {name}); }
+    void addAdapter(const QString& name, const QString& address) { change("AddAdapterAt", {name, address}); }
     void removeAdapter(const QString& name) { change("RemoveAdapter", {name}); }
     void announce(const QString& path, const QStringList& interfaces);
     void withdraw(const QString& path, const QStringList& interfaces);

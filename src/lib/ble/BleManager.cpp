@@ -16,8 +16,6 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 
-#include <algorithm>
-
 // So that the signals of objects on another thread can be queued.
 Q_DECLARE_METATYPE(const GattApplication*)
 Q_DECLARE_METATYPE(const GapAdvertisement*)
@@ -35,14 +33,6 @@ bool isNull(const QObject* object, const char* text, const char* signature)
         PLIM_LOG(logger, ERROR, signature, text);
     }
     return !object;
-}
-
-/** Removes the deleted object. Only its QObject part is left: compare addresses, never dereference. */
-template <typename Object>
-void removeDeleted(QList<const Object*>& held, const QObject* deleted)
-{
-    const auto isDeleted = [deleted](const QObject* object) { return object == deleted; };
-    held.erase(std::remove_if(held.begin(), held.end(), isDeleted), held.end());
 }
 
 } // namespace
@@ -79,6 +69,9 @@ void BleManager::findManagers()
         return;
     }
     const DBusManagedObjectList objects = reply.value();
+    for (auto object = objects.cbegin(); object != objects.cend(); ++object) {
+        m_internals->adapters.added(object.key().path(), *object);
+    }
     const QString gattPath = DBusHelper::findFirstObjectPath(objects, BluezInterfaces::GattManager);
     if (!gattPath.isEmpty()) {
         setGattManager(gattPath);
@@ -108,23 +101,47 @@ void BleManager::on_interfacesAdded(QDBusObjectPath path, DBusInterfaceList inte
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface added: " << path << ", interfaces: " << LogText::list(interfaces.keys()));
-    if (interfaces.contains(BluezInterfaces::GattManager)) {
+    const QStringList managers = m_internals->adapters.added(path.path(), interfaces);
+    if (managers.contains(BluezInterfaces::GattManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gatt Manager appears: " << path);
-        setGattManager(path.path());
-        const auto applications = m_applications;
-        for (const GattApplication* app : applications) {
-            registerApp(app);
-        }
+        useGattManager(path.path());
     }
-    if (interfaces.contains(BluezInterfaces::AdvertisingManager)) {
+    if (managers.contains(BluezInterfaces::AdvertisingManager)) {
         // The misspelling and the missing separator stay: users may search the log for this text.
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Le Avertisement Manager appears" << path);
-        setAdvManager(path.path());
-        const auto advertisements = m_advertisements;
-        for (const GapAdvertisement* adv : advertisements) {
-            registerAdv(adv);
-        }
+        useAdvManager(path.path());
     }
+}
+
+/** Sets the manager, and registers what is held with it. */
+void BleManager::useGattManager(const QString& path)
+{
+    setGattManager(path);
+    const auto applications = m_applications;
+    for (const GattApplication* app : applications) {
+        registerApp(app);
+    }
+}
+
+void BleManager::useAdvManager(const QString& path)
+{
+    setAdvManager(path);
+    const auto advertisements = m_advertisements;
+    for (const GapAdvertisement* adv : advertisements) {
+        registerAdv(adv);
+    }
+}
+
+void BleManager::dropGattManager()
+{
+    m_gattManager.reset();
+    m_internals->tracker.managerGone(BluezInterfaces::GattManager);
+}
+
+void BleManager::dropAdvManager()
+{
+    m_advManager.reset();
+    m_internals->tracker.managerGone(BluezInterfaces::AdvertisingManager);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): log lines name the slot with these parameters
@@ -132,17 +149,20 @@ void BleManager::on_interfacesRemoved(QDBusObjectPath path, QStringList interfac
 {
     PLIM_LOG_ENTER(logger, TRACE, Q_FUNC_INFO,
                    "Interface removed: " << path << ", interfaces: " << LogText::list(interfaces));
+    const bool isChosen = m_internals->adapters.isChosen(path.path());
+    m_internals->adapters.removed(path.path(), interfaces);
+    if (!isChosen) {
+        return;
+    }
     // The path is deliberately not compared with the manager's: it does not matter which object lost the
     // interface.
     if (interfaces.contains(BluezInterfaces::GattManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Gatt Manager was removed");
-        m_gattManager.reset();
-        m_internals->tracker.managerGone(BluezInterfaces::GattManager);
+        dropGattManager();
     }
     if (interfaces.contains(BluezInterfaces::AdvertisingManager)) {
         PLIM_LOG(logger, DEBUG, Q_FUNC_INFO, "Le Avertisement Manager was removed");
-        m_advManager.reset();
-        m_internals->tracker.managerGone(BluezInterfaces::AdvertisingManager);
+        dropAdvManager();
     }
 }
 
@@ -220,6 +240,33 @@ void BleManager::remove(const GapAdvertisement* adv)
     plim::disconnect(adv, &QObject::destroyed, this, &BleManager::on_advertisementDeleted);
     m_internals->otherThreads.removeLater(adv);
     unregisterAdv(adv);
+}
+
+void BleManager::setAdapter(const QString& nameOrAddress)
+{
+    PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, nameOrAddress);
+    KnownAdapters& adapters = m_internals->adapters;
+    adapters.choose(nameOrAddress);
+    if (m_gattManager && !adapters.isChosen(m_gattManager->path())) {
+        for (const GattApplication* app : qAsConst(m_applications)) {
+            unregisterApp(app);
+        }
+        dropGattManager();
+    }
+    if (m_advManager && !adapters.isChosen(m_advManager->path())) {
+        for (const GapAdvertisement* adv : qAsConst(m_advertisements)) {
+            unregisterAdv(adv);
+        }
+        dropAdvManager();
+    }
+    const QString gattPath = adapters.findManager(BluezInterfaces::GattManager);
+    if (!m_gattManager && !gattPath.isEmpty()) {
+        useGattManager(gattPath);
+    }
+    const QString advPath = adapters.findManager(BluezInterfaces::AdvertisingManager);
+    if (!m_advManager && !advPath.isEmpty()) {
+        useAdvManager(advPath);
+    }
 }
 
 void BleManager::setRegistrationObserver(const BleRegistrationObserver& observer)
@@ -325,14 +372,14 @@ void BleManager::on_advertisementChanged(const GapAdvertisement* adv)
 void BleManager::on_applicationDeleted(QObject* obj)
 {
     PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
-    removeDeleted(m_applications, obj);
+    Internals::removeDeleted(m_applications, obj);
     m_internals->forget(obj);
 }
 
 void BleManager::on_advertisementDeleted(QObject* obj)
 {
     PLIM_LOG_ENTER(logger, DEBUG, Q_FUNC_INFO, "");
-    removeDeleted(m_advertisements, obj);
+    Internals::removeDeleted(m_advertisements, obj);
     m_internals->forget(obj);
 }
 

@@ -67,6 +67,19 @@ public:
     void remove(const GapAdvertisement* adv);
 
     /**
+     * Chooses an adapter: only its managers count from now on, also after restarts of BlueZ, and when it is
+     * unplugged and comes back. Nothing is registered while it is not there. Without this call, and after one
+     * with an empty text, all adapters count, and the manager that was announced last is used.
+     *
+     * To be called before the first add(). Later, what is held is unregistered from a manager that does not
+     * count any more and registered with the chosen adapter's.
+     *
+     * @param nameOrAddress  "hci1" or, better, "AA:BB:CC:DD:EE:FF" in upper or lower case: unlike the name,
+     * the address stays with the adapter
+     */
+    void setAdapter(const QString& nameOrAddress);
+
+    /**
      * Sets the observer. It is called with the result of each step, when one of BlueZ's managers appears or
      * disappears, and when BlueZ releases an advertisement. There is one observer at a time, and none at
      * first; an empty function removes it. Events that are queued already go to the new observer.
@@ -125,6 +138,10 @@ private:
     void findManagers();
     void setGattManager(const QString& path);
     void setAdvManager(const QString& path);
+    void useGattManager(const QString& path);
+    void useAdvManager(const QString& path);
+    void dropGattManager();
+    void dropAdvManager();
 
     OrgFreedesktopDBusObjectManagerInterface* m_objectManager;
     QSharedPointer<OrgBluezGattManager1Interface> m_gattManager;

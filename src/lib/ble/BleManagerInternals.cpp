@@ -1,10 +1,27 @@
 #include "BleManagerInternals.h"
 
+#include "DBusBluez.h"
 #include "plimlog.h"
 
+#include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
+
+BleManager::Internals::Internals(BleManager* manager_)
+    : manager(manager_),
+      daemon(DBusBluezServiceName(), QDBusConnection::systemBus(), QDBusServiceWatcher::WatchForOwnerChange),
+      otherThreads(manager_)
+{
+    // A daemon that was killed has not announced that its adapters are gone. Adapters may have other names
+    // with the next one.
+    plim::connect(&daemon, &QDBusServiceWatcher::serviceOwnerChanged, manager,
+                  [this](const QString& /*name*/, const QString& former) {
+                      if (!former.isEmpty()) {
+                          adapters.clear();
+                      }
+                  });
+}
 
 bool BleManager::Internals::canBeSent(const RegistrationTracker::Step& step, const char* signature)
 {

@@ -1,16 +1,22 @@
 #pragma once
 
 #include "BleManager.h"
+#include "KnownAdapters.h"
 #include "OtherThreads.h"
 #include "OwnConnections.h"
 #include "RegistrationTracker.h"
+
+#include <QDBusServiceWatcher>
+#include <QList>
+
+#include <algorithm>
 
 class QDBusPendingCall;
 
 /** The private members of the manager beside its lists and proxies. Internal: not installed. */
 struct BleManager::Internals
 {
-    explicit Internals(BleManager* manager_) : manager(manager_), otherThreads(manager_) {}
+    explicit Internals(BleManager* manager_);
 
     /**
      * Whether the object's path can be sent: libdbus aborts a process that sends an invalid one. An invalid
@@ -24,8 +30,18 @@ struct BleManager::Internals
     /** Forgets an object that has been deleted. */
     void forget(const QObject* deleted);
 
+    /** Removes the deleted object. Only its QObject part is left: compare addresses, never dereference. */
+    template <typename Object>
+    static void removeDeleted(QList<const Object*>& held, const QObject* deleted)
+    {
+        const auto isDeleted = [deleted](const QObject* object) { return object == deleted; };
+        held.erase(std::remove_if(held.begin(), held.end(), isDeleted), held.end());
+    }
+
     BleManager* const manager;
     RegistrationTracker tracker;
+    KnownAdapters adapters;
+    QDBusServiceWatcher daemon;
     OtherThreads otherThreads;
     OwnConnections connections; ///< last member, so that they end first
 };

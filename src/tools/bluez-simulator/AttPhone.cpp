@@ -58,12 +58,19 @@ void AttPhone::connectLink()
     m_daemon->announceObject(m_state.device(), Names::Device, deviceProperties(m_state));
 }
 
-void AttPhone::loseLink()
+void AttPhone::loseLink(const QString& reason)
 {
     if (!m_isConnected) {
         return;
     }
     m_isConnected = false;
+    if (!reason.isEmpty()) {
+        QDBusMessage signal =
+            QDBusMessage::createSignal(m_state.device(), Names::Device, QStringLiteral("Disconnected"));
+        signal << QString(QStringLiteral("org.bluez.Reason.") + reason)
+               << QStringLiteral("Connection terminated");
+        m_daemon->connection().send(signal);
+    }
     m_daemon->changeProperties(
         m_state.device(), Names::Device,
         {{QStringLiteral("Connected"), false}, {QStringLiteral("ServicesResolved"), false}});

@@ -31,8 +31,9 @@ public:
 
     /** Connects; does nothing when it is connected. */
     void connectLink();
-    /** Loses the link; does nothing when there is none. */
-    void loseLink();
+    /** Loses the link; does nothing when there is none. @param reason  what the daemon tells of it: "Remote";
+     * nothing where empty, as up to 5.82 */
+    void loseLink(const QString& reason = QString());
     /** Loses the link and its bond; the daemon forgets the phone. */
     void forget();
 

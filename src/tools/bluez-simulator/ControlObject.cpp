@@ -73,6 +73,11 @@ void ControlObject::AddAdapter(const QString& name)
     require(simulator().addAdapter(name));
 }
 
+void ControlObject::AddAdapterAt(const QString& name, const QString& address)
+{
+    require(simulator().addAdapter(name, address));
+}
+
 void ControlObject::RemoveAdapter(const QString& name)
 {
     require(simulator().removeAdapter(name));

@@ -27,6 +27,7 @@ public slots:
     void Quit();
 
     void AddAdapter(const QString& name);
+    void AddAdapterAt(const QString& name, const QString& address);
     void RemoveAdapter(const QString& name);
     void Announce(const QDBusObjectPath& path, const QStringList& interfaces);
     void Withdraw(const QDBusObjectPath& path, const QStringList& interfaces);

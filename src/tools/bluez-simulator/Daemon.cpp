@@ -22,11 +22,6 @@ QStringList adapterInterfaces()
             Names::AdvertisingManager};
 }
 
-QString adapterPath(const QString& name)
-{
-    return Names::BluezPath + QLatin1Char('/') + name;
-}
-
 template <typename Manager>
 QList<Registration> registeredWith(const QMap<QString, Manager*>& managers)
 {
@@ -113,8 +108,12 @@ void Daemon::withdraw(const QString& path, const QStringList& interfaces)
     m_connection.send(signal);
 }
 
-void Daemon::addAdapter(const QString& name)
+void Daemon::addAdapter(const QString& name, const QString& address)
 {
+    if (!address.isEmpty()) {
+        m_tree.add(adapterPath(name), {Names::Adapter});
+        m_tree.setProperty(adapterPath(name), Names::Adapter, QStringLiteral("Address"), address);
+    }
     announce(adapterPath(name), adapterInterfaces());
 }
 
@@ -298,6 +297,9 @@ void Daemon::dispatch(const QDBusMessage& call)
         answer(call, {introspection});
     } else if (isCall(Names::ObjectManager, "GetManagedObjects") && call.path() == QLatin1String("/")) {
         answer(call, {QVariant::fromValue(m_tree.objects())});
+    } else if (isCall(Names::Device, "Disconnect") && m_attPhones.contains(call.path())) {
+        attPhone(call.path()).loseLink();
+        answer(call, {});
     } else if (!handleManagerCall(call) && !handlePropertiesCall(call)) {
         refuse(call,
                {QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"),
@@ -367,8 +369,9 @@ void Daemon::getProperties(const QDBusMessage& call)
 
 void Daemon::setProperty(const QDBusMessage& call)
 {
-    static const QStringList writable{QStringLiteral("Alias"), QStringLiteral("Discoverable"),
-                                      QStringLiteral("Pairable"), QStringLiteral("Powered")};
+    static const QStringList writable{
+        QStringLiteral("Alias"),    QStringLiteral("Discoverable"),    QStringLiteral("DiscoverableTimeout"),
+        QStringLiteral("Pairable"), QStringLiteral("PairableTimeout"), QStringLiteral("Powered")};
     const QString interface = call.arguments().constFirst().toString();
     const QString name = call.arguments().at(1).toString();
     const QVariant value = call.arguments().at(2).value<QDBusVariant>().variant();

@@ -44,7 +44,8 @@ public:
      * dropped. */
     void withdraw(const QString& path, const QStringList& interfaces);
 
-    void addAdapter(const QString& name);
+    /** @param address  empty for the one that belongs to the name */
+    void addAdapter(const QString& name, const QString& address);
     void removeAdapter(const QString& name);
 
     QDBusConnection connection() const { return m_connection; }

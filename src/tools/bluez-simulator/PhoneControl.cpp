@@ -31,6 +31,13 @@ void PhoneControl::Disconnect()
     }
 }
 
+void PhoneControl::DisconnectFor(const QString& reason)
+{
+    if (AttPhone* phone = presentPhone()) {
+        phone->loseLink(reason);
+    }
+}
+
 void PhoneControl::Forget()
 {
     if (AttPhone* phone = presentPhone()) {

@@ -25,6 +25,7 @@ public:
 public slots:
     void Connect();
     void Disconnect();
+    void DisconnectFor(const QString& reason);
     void Forget();
     void SetProtection(const QString& level);
     void SetConfirming(bool confirms);

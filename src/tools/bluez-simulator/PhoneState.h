@@ -8,6 +8,12 @@
 
 namespace simulator {
 
+/** The path of the daemon's object for an adapter. */
+inline QString adapterPath(const QString& name)
+{
+    return QStringLiteral("/org/bluez/") + name;
+}
+
 /** The path of the daemon's object for a phone. @param adapter  the path of the one that it connects to */
 inline QString devicePath(const QString& adapter, const QString& address)
 {

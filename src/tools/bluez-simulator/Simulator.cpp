@@ -9,6 +9,21 @@
 
 namespace simulator {
 
+namespace {
+
+bool isAddress(const QString& text)
+{
+    static const QRegularExpression pattern(QStringLiteral("^([0-9A-F]{2}:){5}[0-9A-F]{2}$"));
+    return pattern.match(text).hasMatch();
+}
+
+QString noAddress(const QString& text)
+{
+    return QStringLiteral("\"%1\" is no address such as 00:AA:01:01:00:02").arg(text);
+}
+
+} // namespace
+
 Simulator::Simulator(const QDBusConnection& control, const QString& address)
     : m_address(address),
       m_nameWatcher(Names::BluezService, control, QDBusServiceWatcher::WatchForUnregistration)
@@ -61,7 +76,7 @@ void Simulator::appear(const Done& done)
         return;
     }
     for (const QString& adapter : qAsConst(m_adapters)) {
-        m_daemon->addAdapter(adapter);
+        m_daemon->addAdapter(adapter, m_addresses.value(adapter));
     }
     done(QString());
 }
@@ -79,7 +94,7 @@ void Simulator::vanish(const Done& done)
     }
 }
 
-QString Simulator::addAdapter(const QString& name)
+QString Simulator::addAdapter(const QString& name, const QString& address)
 {
     static const QRegularExpression pattern(QStringLiteral("^[A-Za-z0-9_]+$"));
     if (!pattern.match(name).hasMatch()) {
@@ -88,9 +103,13 @@ QString Simulator::addAdapter(const QString& name)
     if (m_adapters.contains(name)) {
         return QStringLiteral("There is an adapter %1 already").arg(name);
     }
+    if (!address.isEmpty() && !isAddress(address)) {
+        return noAddress(address);
+    }
     m_adapters += name;
+    m_addresses.insert(name, address);
     if (m_daemon) {
-        m_daemon->addAdapter(name);
+        m_daemon->addAdapter(name, address);
     }
     return QString();
 }
@@ -108,15 +127,14 @@ QString Simulator::removeAdapter(const QString& name)
 
 QString Simulator::addPhone(const QString& adapter, const QString& address, QString& device)
 {
-    static const QRegularExpression pattern(QStringLiteral("^([0-9A-F]{2}:){5}[0-9A-F]{2}$"));
-    if (!pattern.match(address).hasMatch()) {
-        return QStringLiteral("\"%1\" is no address such as 00:AA:01:01:00:02").arg(address);
+    if (!isAddress(address)) {
+        return noAddress(address);
     }
     if (!m_adapters.contains(adapter)) {
         return QStringLiteral("There is no adapter %1").arg(adapter);
     }
     PhoneState state;
-    state.adapter = Names::BluezPath + QLatin1Char('/') + adapter;
+    state.adapter = adapterPath(adapter);
     state.address = address;
     device = state.device();
     if (address == Phone::address() || m_state.phones.count(device) != 0) {

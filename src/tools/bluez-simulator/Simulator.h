@@ -38,7 +38,7 @@ public:
 
     /** Adds or removes an adapter, now or for the next appearance; returns an error text, or an empty
      * one. */
-    QString addAdapter(const QString& name);
+    QString addAdapter(const QString& name, const QString& address = QString());
     QString removeAdapter(const QString& name);
 
     /** Lets a further phone connect to an adapter, now or when the daemon is there and it is told to. device
@@ -67,6 +67,7 @@ private:
     State m_state;
     QString m_address;
     QStringList m_adapters;
+    QMap<QString, QString> m_addresses; // of adapters, by name; empty for the one that belongs to the name
     Daemon* m_daemon = nullptr;
     QString m_connectionName;
     int m_appearances = 0;
