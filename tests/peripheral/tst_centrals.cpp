@@ -235,7 +235,8 @@ void tst_centrals::theDaemonsEndDisconnectsAll()
     m_bluez->add(tabletPath, phone());
     QCOMPARE(told().size(), 2);
     m_bluez->vanish();
-    QTRY_COMPARE(m_record->lines, QStringList({"- " + tabletPath + " Unknown", "- " + phonePath + " Unknown"}));
+    QTRY_COMPARE(m_record->lines,
+                 QStringList({"- " + tabletPath + " Unknown", "- " + phonePath + " Unknown"}));
     m_record->lines.clear();
     m_bluez->objects.insert(QDBusObjectPath(phonePath), phone());
     start();
@@ -376,7 +377,9 @@ void tst_centrals::disconnectingReachesTheDaemon()
     m_bluez->add(phonePath, phone());
     QCOMPARE(told().size(), 1);
     QStringList ends;
-    const auto note = [&ends](const QDBusError& error) { ends << (error.isValid() ? error.name() : "done"_qs); };
+    const auto note = [&ends](const QDBusError& error) {
+        ends << (error.isValid() ? error.name() : "done"_qs);
+    };
     m_centrals->disconnect(Central(phonePath), note);
     m_centrals->disconnect(Central(phonePath), note);
     m_centrals->disconnect(Central(phonePath), [](const QDBusError&) { throw 1; });
@@ -420,7 +423,8 @@ void tst_centrals::slotsMayDeleteTheObject()
     QFETCH(QString, signal);
     const QPointer<Centrals> victim = new Centrals("hci0"_qs);
     const auto end = [victim] { delete victim.data(); };
-    connect(victim, &Centrals::centralConnected, this, [=] { signal == "centralConnected"_qs ? end() : void(); });
+    connect(victim, &Centrals::centralConnected, this,
+            [=] { signal == "centralConnected"_qs ? end() : void(); });
     connect(victim, &Centrals::centralChanged, this, [=] { signal == "centralChanged"_qs ? end() : void(); });
     connect(victim, &Centrals::centralDisconnected, this,
             [=] { signal == "centralDisconnected"_qs ? end() : void(); });

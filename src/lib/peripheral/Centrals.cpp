@@ -82,8 +82,8 @@ void plim::Centrals::disconnect(const Central& central, const Finished& finished
         }
     };
     if (find(central).isNull()) {
-        const QDBusError error(
-            QDBusMessage::createError(QStringLiteral("org.bluez.Error.NotConnected"), QStringLiteral("Not Connected")));
+        const QDBusError error(QDBusMessage::createError(QStringLiteral("org.bluez.Error.NotConnected"),
+                                                         QStringLiteral("Not Connected")));
         QTimer::singleShot(0, this, [guarded, error] { guarded(error); });
         return;
     }

@@ -80,8 +80,8 @@ public:
      * is not bonded loses its subscriptions. Nothing keeps it from coming back: a phone whose app still wants
      * the connection does so within a second or two. To keep it out, stop advertising first.
      *
-     * @param finished  called from the event loop when BlueZ has answered, and not at all once this object has
-     * ended; the error is NotConnected for one that is not in connected()
+     * @param finished  called from the event loop when BlueZ has answered, and not at all once this object
+     * has ended; the error is NotConnected for one that is not in connected()
      */
     void disconnect(const Central& central, const Finished& finished = {});
     using QObject::disconnect;

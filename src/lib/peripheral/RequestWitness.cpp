@@ -24,9 +24,9 @@ void plim::detail::RequestWitness::note(const QDBusContext& request, const QVari
 {
     // Held for the time of the signal, in whose slots the others may let go.
     if (const std::shared_ptr<RequestWitness> witness = current.lock()) {
-        emit witness->requested(
-            request.message().service(),
-            options.value(QStringLiteral("device")).value<QDBusObjectPath>().path(),
-            options.value(QStringLiteral("link")).toString(), options.value(QStringLiteral("mtu")).toInt());
+        emit witness->requested(request.message().service(),
+                                options.value(QStringLiteral("device")).value<QDBusObjectPath>().path(),
+                                options.value(QStringLiteral("link")).toString(),
+                                options.value(QStringLiteral("mtu")).toInt());
     }
 }
