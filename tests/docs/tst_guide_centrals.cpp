@@ -16,7 +16,10 @@ class TestGuideCentrals : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { m_ble = std::make_unique<PlimBleTest>(QStringList{"--adapter", "hci0", "--adapter", "hci1"}); }
+    void init()
+    {
+        m_ble = std::make_unique<PlimBleTest>(QStringList{"--adapter", "hci0", "--adapter", "hci1"});
+    }
     void cleanup() { m_ble.reset(); }
 
     void whoIsConnected()
@@ -39,8 +42,9 @@ private slots:
         phone.connect();
         EVENTUALLY_COMPARE(lines.size(), 3);
         phone.disconnect();
-        EVENTUALLY_COMPARE(lines, QStringList({"00:AA:01:01:00:02 is here", "00:AA:01:01:00:02 is out of reach",
-                                               "00:AA:01:01:00:02 is here", "00:AA:01:01:00:02 has gone"}));
+        EVENTUALLY_COMPARE(lines,
+                           QStringList({"00:AA:01:01:00:02 is here", "00:AA:01:01:00:02 is out of reach",
+                                        "00:AA:01:01:00:02 is here", "00:AA:01:01:00:02 has gone"}));
     }
 
     void aRequestTellsWhoAsks()

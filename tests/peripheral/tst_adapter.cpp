@@ -26,21 +26,21 @@ const QString address1 = QStringLiteral("00:AA:01:00:00:01");
 /** What BlueZ shows of an adapter. */
 DBusInterfaceList shown(const QString& address)
 {
-    return {{adapterInterface,
-             {{"Address"_qs, address},
-              {"Alias"_qs, "sensor"_qs},
-              {"Powered"_qs, true},
-              {"Discoverable"_qs, true},
-              {"DiscoverableTimeout"_qs, 180U},
-              {"Pairable"_qs, true},
-              {"PairableTimeout"_qs, 30U}}},
-            {advertisingInterface,
-             {{"SupportedInstances"_qs, QVariant::fromValue(uchar(4))},
-              {"ActiveInstances"_qs, QVariant::fromValue(uchar(1))},
-              {"SupportedSecondaryChannels"_qs, QStringList{"1M"_qs, "Coded"_qs}},
-              {"SupportedCapabilities"_qs,
-               QVariantMap{{"MaxAdvLen"_qs, QVariant::fromValue(uchar(251))},
-                           {"MaxScnRspLen"_qs, QVariant::fromValue(uchar(31))}}}}}};
+    return {
+        {adapterInterface,
+         {{"Address"_qs, address},
+          {"Alias"_qs, "sensor"_qs},
+          {"Powered"_qs, true},
+          {"Discoverable"_qs, true},
+          {"DiscoverableTimeout"_qs, 180U},
+          {"Pairable"_qs, true},
+          {"PairableTimeout"_qs, 30U}}},
+        {advertisingInterface,
+         {{"SupportedInstances"_qs, QVariant::fromValue(uchar(4))},
+          {"ActiveInstances"_qs, QVariant::fromValue(uchar(1))},
+          {"SupportedSecondaryChannels"_qs, QStringList{"1M"_qs, "Coded"_qs}},
+          {"SupportedCapabilities"_qs, QVariantMap{{"MaxAdvLen"_qs, QVariant::fromValue(uchar(251))},
+                                                   {"MaxScnRspLen"_qs, QVariant::fromValue(uchar(31))}}}}}};
 }
 
 /** All properties in one line each. */
@@ -74,7 +74,10 @@ public:
     QStringList names() const { return m_names; }
 
 private slots:
-    void note() { m_names << QString::fromLatin1(sender()->metaObject()->method(senderSignalIndex()).name()); }
+    void note()
+    {
+        m_names << QString::fromLatin1(sender()->metaObject()->method(senderSignalIndex()).name());
+    }
 
 private:
     QStringList m_names;
@@ -112,7 +115,8 @@ private slots:
 private:
     void start()
     {
-        m_bluez->objects = {{QDBusObjectPath(hci0), shown(address0)}, {QDBusObjectPath(hci1), shown(address1)}};
+        m_bluez->objects = {{QDBusObjectPath(hci0), shown(address0)},
+                            {QDBusObjectPath(hci1), shown(address1)}};
         const int before = m_bluez->descriptions;
         QVERIFY(m_bluez->appear());
         QTRY_COMPARE(m_bluez->descriptions, before + 1);
@@ -195,8 +199,10 @@ void tst_adapter::eachChangeIsToldOnce_data()
     row("discoverableTimeoutChanged", adapterInterface, "DiscoverableTimeout", 1U);
     row("pairableChanged", adapterInterface, "Pairable", false);
     row("pairableTimeoutChanged", adapterInterface, "PairableTimeout", 1U);
-    row("advertisementsLeftChanged", advertisingInterface, "SupportedInstances", QVariant::fromValue(uchar(3)));
-    row("advertisementsActiveChanged", advertisingInterface, "ActiveInstances", QVariant::fromValue(uchar(2)));
+    row("advertisementsLeftChanged", advertisingInterface, "SupportedInstances",
+        QVariant::fromValue(uchar(3)));
+    row("advertisementsActiveChanged", advertisingInterface, "ActiveInstances",
+        QVariant::fromValue(uchar(2)));
     row("maximumAdvertisingDataChanged", advertisingInterface, "SupportedCapabilities",
         QVariantMap{{"MaxAdvLen"_qs, QVariant::fromValue(uchar(31))},
                     {"MaxScnRspLen"_qs, QVariant::fromValue(uchar(31))}});
@@ -320,7 +326,8 @@ void tst_adapter::settersTellHowTheyEnded()
     start();
     QTRY_VERIFY(adapter.isPresent());
     QStringList ends;
-    adapter.setPowered(true, [&](const QDBusError& error) { ends << (error.isValid() ? error.name() : "done"_qs); });
+    adapter.setPowered(
+        true, [&](const QDBusError& error) { ends << (error.isValid() ? error.name() : "done"_qs); });
     adapter.setAlias("x"_qs, [&](const QDBusError& error) { ends << error.name(); });
     adapter.setPairable(true, [](const QDBusError&) { throw 1; });
     QTRY_COMPARE(m_bluez->calls.size(), 3);

@@ -83,7 +83,9 @@ int plim::Adapter::advertisementsActive() const
 
 int plim::Adapter::maximumAdvertisingData() const
 {
-    return qdbus_cast<QVariantMap>(capability("SupportedCapabilities")).value(QStringLiteral("MaxAdvLen")).toInt();
+    return qdbus_cast<QVariantMap>(capability("SupportedCapabilities"))
+        .value(QStringLiteral("MaxAdvLen"))
+        .toInt();
 }
 
 int plim::Adapter::maximumScanResponseData() const

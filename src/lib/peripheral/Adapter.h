@@ -29,8 +29,8 @@ class BluezObjects;
  * To have applications and advertisements registered there as well, give the same text to
  * BleManager::setAdapter().
  *
- * An object of this class belongs to the thread that made it, which runs an event loop. Slots may do anything,
- * also delete this object.
+ * An object of this class belongs to the thread that made it, which runs an event loop. Slots may do
+ * anything, also delete this object.
  */
 class PLIM_PERIPHERAL_EXPORT Adapter : public QObject
 {
@@ -46,19 +46,17 @@ class PLIM_PERIPHERAL_EXPORT Adapter : public QObject
     Q_PROPERTY(bool pairable READ isPairable WRITE setPairable NOTIFY pairableChanged)
     Q_PROPERTY(
         uint pairableTimeout READ pairableTimeout WRITE setPairableTimeout NOTIFY pairableTimeoutChanged)
-    Q_PROPERTY(
-        int advertisementsLeft READ advertisementsLeft NOTIFY advertisementsLeftChanged)
+    Q_PROPERTY(int advertisementsLeft READ advertisementsLeft NOTIFY advertisementsLeftChanged)
     Q_PROPERTY(int advertisementsActive READ advertisementsActive NOTIFY advertisementsActiveChanged)
     Q_PROPERTY(int maximumAdvertisingData READ maximumAdvertisingData NOTIFY maximumAdvertisingDataChanged)
-    Q_PROPERTY(
-        int maximumScanResponseData READ maximumScanResponseData NOTIFY maximumScanResponseDataChanged)
+    Q_PROPERTY(int maximumScanResponseData READ maximumScanResponseData NOTIFY maximumScanResponseDataChanged)
     Q_PROPERTY(QStringList secondaryChannels READ secondaryChannels NOTIFY secondaryChannelsChanged)
 
 public:
     /**
      * @param nameOrAddress  "hci1" or, better, "AA:BB:CC:DD:EE:FF" in upper or lower case: unlike the name,
-     * the address stays with the adapter. Empty for the first one that is there, in the order of the paths; it
-     * stays with that one until it goes.
+     * the address stays with the adapter. Empty for the first one that is there, in the order of the paths;
+     * it stays with that one until it goes.
      */
     explicit Adapter(const QString& nameOrAddress = QString(), QObject* parent = nullptr);
     ~Adapter() override;
@@ -85,8 +83,8 @@ public:
     int advertisementsLeft() const;
     /** How many are registered, by all programs. */
     int advertisementsActive() const;
-    /** How many bytes an advertisement can hold: 31, or more with extended advertising. 0 where BlueZ does not
-     * say. */
+    /** How many bytes an advertisement can hold: 31, or more with extended advertising. 0 where BlueZ does
+     * not say. */
     int maximumAdvertisingData() const;
     /** The same of a scan response. */
     int maximumScanResponseData() const;

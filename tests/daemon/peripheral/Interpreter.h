@@ -10,6 +10,11 @@
 
 #include <functional>
 
+namespace plim {
+class Adapter;
+class Centrals;
+} // namespace plim
+
 /**
  * Builds and changes a peripheral as it is told on standard input, one command a line, each answered with
  * "done" or "wrong REASON" on standard output. In between it prints what happens to the peripheral:
@@ -25,6 +30,10 @@
  *     subscribed NAME CENTRAL, unsubscribed NAME CENTRAL
  *     confirmed NAME                                  a central confirmed an indication
  *     handle NAME NUMBER                              the daemon chose a service's handle
+ *     connected CENTRAL MTU, changed CENTRAL MTU, disconnected CENTRAL REASON
+ *     adapter PATH|-                                  the adapter is here, or is not there
+ *     powered 0|1                                     it has been switched
+ *     ended disconnect|switch [ERROR]                 how a call has ended
  */
 class Interpreter : public QObject
 {
@@ -72,6 +81,16 @@ private:
     void set(const QStringList& words);
     // add NAME: hands the application ("application") or an advertisement to the manager
     void add(const QStringList& words);
+    // choose ADAPTER: BleManager::setAdapter
+    void choose(const QStringList& words);
+    // centrals ADAPTER: watches those at it, "all" for any
+    void centrals(const QStringList& words);
+    // disconnect CENTRAL
+    void disconnectCentral(const QStringList& words);
+    // adapter ADAPTER: watches it
+    void adapter(const QStringList& words);
+    // switch on|off: the adapter's power
+    void switchAdapter(const QStringList& words);
     // log LEVEL
     void log(const QStringList& words);
 
@@ -115,6 +134,8 @@ private:
     void countOnce(const QString& name, quint32 number, quint32 last, int interval);
 
     GattApplication* m_application = nullptr;
+    plim::Centrals* m_centrals = nullptr;
+    plim::Adapter* m_adapter = nullptr;
     QMap<QString, QPointer<QObject>> m_objects;
 };
 

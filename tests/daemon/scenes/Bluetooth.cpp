@@ -168,6 +168,7 @@ void Bluetooth::unplug()
     }
     noteEmulatorDeath();
     m_controllers.reset();
+    m_otherController.close();
 }
 
 void Bluetooth::plugIn()
@@ -177,6 +178,18 @@ void Bluetooth::plugIn()
     // one processor, on which the kernel's own workers go first.
     m_controllers = std::make_unique<Child>(
         "btvirt", "btvirt", m_kind == LowEnergy ? QStringList{"-L", "-l3"} : QStringList{"-l2"});
+}
+
+void Bluetooth::plugInAfterAnother()
+{
+    // The kernel makes a controller for whoever opens this and says so, and asks it in vain what it is.
+    m_otherController.setFileName("/dev/vhci");
+    const QByteArray create("\xff\x00", 2);
+    if (!m_otherController.open(QIODevice::ReadWrite | QIODevice::Unbuffered) ||
+        m_otherController.write(create) != create.size()) {
+        throw Expect::Impossible{"no further controller: " + m_otherController.errorString()};
+    }
+    plugIn();
 }
 
 QString Bluetooth::device() const

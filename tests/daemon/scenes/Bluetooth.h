@@ -2,6 +2,7 @@
 
 #include "Child.h"
 
+#include <QFile>
 #include <QString>
 
 #include <memory>
@@ -52,6 +53,8 @@ public:
     /** Takes both controllers away, or brings them. */
     void unplug();
     void plugIn();
+    /** Brings them after another one, which takes the number 0 and never works. */
+    void plugInAfterAnother();
 
     /** The adapter of the device under test, and the phone's. */
     QString device() const;
@@ -83,5 +86,6 @@ private:
     std::unique_ptr<Child> m_traffic;
     std::unique_ptr<Child> m_monitor;
     std::unique_ptr<Child> m_controllers;
+    QFile m_otherController;
     std::unique_ptr<Child> m_daemon;
 };

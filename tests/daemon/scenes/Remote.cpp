@@ -30,6 +30,7 @@ QDBusMessage call(const QString& path, const QString& interface, const QString& 
 
 DBusManagedObjectList objects()
 {
+    registerDBusTypes(); // of an unknown type, the reply would be empty
     const QDBusReply<DBusManagedObjectList> reply =
         tryCall(DBusBluezObjectManagerPath(), "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
     return reply.value();

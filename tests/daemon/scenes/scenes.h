@@ -30,6 +30,8 @@ void doctor();
 void same();
 void preflight();
 void access();
+void centrals();
+void adapters();
 void errors();
 void requests();
 void pending();
