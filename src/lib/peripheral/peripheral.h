@@ -9,6 +9,7 @@
 #include <plim/peripheral/Access.h>
 #include <plim/peripheral/Adapter.h>
 #include <plim/peripheral/AttError.h>
+#include <plim/peripheral/BeaconData.h>
 #include <plim/peripheral/Central.h>
 #include <plim/peripheral/Centrals.h>
 #include <plim/peripheral/Characteristic.h>
