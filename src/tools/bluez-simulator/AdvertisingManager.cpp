@@ -39,9 +39,18 @@ void AdvertisingManager::update(const QString& sender, const QString& advertisem
             updated[property.key()] = property.value();
         }
         if (!judgeProperties(updated)) {
-            at(indexOf(candidate.id)).objects[QDBusObjectPath(advertisement)][Names::Advertisement] = updated;
+            Registration& registration = at(indexOf(candidate.id));
+            registration.objects[QDBusObjectPath(advertisement)][Names::Advertisement] = updated;
+            registration.isOnAir = isPowered();
         }
         return;
+    }
+}
+
+void AdvertisingManager::setPowered(bool isPowered)
+{
+    for (int index = 0; !isPowered && index < registrations().size(); ++index) {
+        at(index).isOnAir = false;
     }
 }
 
@@ -103,6 +112,7 @@ Refusal AdvertisingManager::judge(Registration& registration, const QDBusMessage
 
 void AdvertisingManager::onRegistered(const Registration& registration)
 {
+    at(indexOf(registration.id)).isOnAir = isPowered();
     showInstances();
     const uint seconds = properties(registration).value(QStringLiteral("Timeout")).toUInt();
     if (seconds != 0) {
@@ -140,6 +150,12 @@ void AdvertisingManager::releaseById(quint64 id)
         sendRelease(at(index));
         removeAt(index);
     }
+}
+
+bool AdvertisingManager::isPowered() const
+{
+    const QVariant powered = daemon()->property(path(), Names::Adapter, QStringLiteral("Powered"));
+    return !powered.isValid() || powered.toBool();
 }
 
 void AdvertisingManager::showInstances()

@@ -19,6 +19,10 @@ public:
     /** Takes in a change that a client has announced for its advertisement. */
     void update(const QString& sender, const QString& advertisement, const QVariantMap& changed);
 
+    /** The adapter was switched on or off. With extended advertising, nothing is broadcast after that until
+     * it is registered or changed. */
+    void setPowered(bool isPowered);
+
     void dropAll() override;
 
     /** The properties of an advertisement as read. */
@@ -39,6 +43,7 @@ private:
     void sendRelease(const Registration& registration) const;
     void releaseById(quint64 id);
     void showInstances();
+    bool isPowered() const;
 };
 
 } // namespace simulator

@@ -9,6 +9,8 @@
 #include "Simulator.h"
 
 #include <QCoreApplication>
+#include <algorithm>
+#include <iterator>
 
 namespace simulator {
 
@@ -137,6 +139,17 @@ QList<ObjectReference> ControlObject::Advertisements()
 {
     return simulator().daemon() ? references(simulator().daemon()->advertisements())
                                 : QList<ObjectReference>();
+}
+
+QList<ObjectReference> ControlObject::OnAir()
+{
+    QList<Registration> broadcast;
+    if (simulator().daemon()) {
+        const QList<Registration> registered = simulator().daemon()->advertisements();
+        std::copy_if(registered.begin(), registered.end(), std::back_inserter(broadcast),
+                     [](const Registration& advertisement) { return advertisement.isOnAir; });
+    }
+    return references(broadcast);
 }
 
 DBusManagedObjectList ControlObject::Tree(const QDBusObjectPath& application)

@@ -41,6 +41,7 @@ public slots:
     void ClearCalls();
     QList<ObjectReference> Applications();
     QList<ObjectReference> Advertisements();
+    QList<ObjectReference> OnAir();
     DBusManagedObjectList Tree(const QDBusObjectPath& application);
     QVariantMap Advertisement(const QDBusObjectPath& path);
     StringMap AdvertisementSignatures(const QDBusObjectPath& path);

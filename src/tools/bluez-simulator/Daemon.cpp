@@ -22,6 +22,13 @@ QStringList adapterInterfaces()
             Names::AdvertisingManager};
 }
 
+/** The daemon tells its version in it. */
+QString modaliasOf(BluezVersion version)
+{
+    return version == BluezVersion::Bluez566 ? QStringLiteral("usb:v1D6Bp0246d0542")
+                                             : QStringLiteral("usb:v1D6Bp0246d0552");
+}
+
 template <typename Manager>
 QList<Registration> registeredWith(const QMap<QString, Manager*>& managers)
 {
@@ -67,7 +74,12 @@ bool Daemon::takeName()
 
 void Daemon::announce(const QString& path, const QStringList& interfaces)
 {
-    const DBusInterfaceList added = m_tree.add(path, interfaces);
+    DBusInterfaceList added = m_tree.add(path, interfaces);
+    if (added.contains(Names::Adapter)) {
+        const QString modalias = modaliasOf(m_state.version);
+        m_tree.setProperty(path, Names::Adapter, QStringLiteral("Modalias"), modalias);
+        added[Names::Adapter][QStringLiteral("Modalias")] = modalias;
+    }
     if (added.contains(Names::GattManager) && !m_gattManagers.contains(path)) {
         m_gattManagers[path] = new GattManager(path, this);
         serve(m_gattManagers[path]);
@@ -208,11 +220,20 @@ bool Daemon::changeProperties(const QString& path, const QString& interface, con
             return false;
         }
     }
+    const QVariant powered = values.value(QStringLiteral("Powered"));
+    if (interface == Names::Adapter && powered.isValid() && m_advertisingManagers.contains(path)) {
+        m_advertisingManagers.value(path)->setPowered(powered.toBool());
+    }
     QDBusMessage signal =
         QDBusMessage::createSignal(path, Names::Properties, QStringLiteral("PropertiesChanged"));
     signal << interface << values << QStringList();
     m_connection.send(signal);
     return true;
+}
+
+QVariant Daemon::property(const QString& path, const QString& interface, const QString& name) const
+{
+    return m_tree.interfaces(path).value(interface).value(name);
 }
 
 QString Daemon::introspect(const QString& path) const

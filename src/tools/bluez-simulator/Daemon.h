@@ -79,6 +79,9 @@ public:
     void answer(const QDBusMessage& call, const QVariantList& values);
     void refuse(const QDBusMessage& call, const Refusal& refusal);
 
+    /** A property of the daemon's own objects; invalid if there is none. */
+    QVariant property(const QString& path, const QString& interface, const QString& name) const;
+
     /** Sets a property of the daemon's own objects and announces it; false when there is no such interface at
      * the path. */
     bool changeProperty(const QString& path, const QString& interface, const QString& name,

@@ -25,7 +25,6 @@ QVariantMap adapterProperties(const QString& path)
             {QStringLiteral("PairableTimeout"), 0U},
             {QStringLiteral("Discovering"), false},
             {QStringLiteral("UUIDs"), QStringList{}},
-            {QStringLiteral("Modalias"), QStringLiteral("usb:v1D6Bp0246d0542")},
             {QStringLiteral("Roles"), QStringList{QStringLiteral("central"), QStringLiteral("peripheral")}}};
 }
 

@@ -16,6 +16,7 @@ struct Registration
     QString path;
     QDBusMessage call;             // waits for its answer until the registration is decided
     bool isRegistered = false;     // false while the client's objects are being read
+    bool isOnAir = false;          // of an advertisement: whether it is broadcast
     DBusManagedObjectList objects; // as read from the client
     HandlePlacement placement;     // of an application
 };
