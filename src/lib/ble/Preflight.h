@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BleFinding.h"
+#include "PlimBleExport.h"
 
 class QObject;
 
@@ -14,7 +15,7 @@ class QObject;
 namespace Preflight {
 
 /** A UUID as the daemon reads it from a text. */
-class Uuid
+class PLIM_BLE_EXPORT Uuid
 {
 public:
     /** Reads 4 or 8 hexadecimal digits, also with 0x before them, or the long form with dashes. */
@@ -47,6 +48,6 @@ ExportState exportState(const QObject* object, const QString& path);
 BleFindings pathFindings(const QString& path, ExportState state);
 
 /** The finding if BlueZ cannot read the text as a UUID; otherwise empty. */
-BleFindings uuidFindings(const QString& location, const QString& uuid);
+PLIM_BLE_EXPORT BleFindings uuidFindings(const QString& location, const QString& uuid);
 
 } // namespace Preflight

@@ -4,6 +4,7 @@
 #include "DBusBluez.h"
 #include "GapAdvertisementInternals.h"
 #include "GattApplication.h"
+#include "RegistrationNews.h"
 #include "plimlog.h"
 
 #include <QDBusAbstractInterface>
@@ -175,6 +176,9 @@ void RegistrationTracker::onReleased(const QObject* object, const QString& path)
 
 void RegistrationTracker::queue(const BleRegistrationEvent& event)
 {
+    // On its own, since a receiver may delete this tracker.
+    QMetaObject::invokeMethod(
+        &m_context, [event] { emit RegistrationNews::instance()->happened(event); }, Qt::QueuedConnection);
     if (m_observer) {
         QMetaObject::invokeMethod(
             &m_context, [this, event] { callObserver(event); }, Qt::QueuedConnection);

@@ -8,6 +8,8 @@
 
 #include <plim/peripheral/Access.h>
 #include <plim/peripheral/Adapter.h>
+#include <plim/peripheral/Advertisement.h>
+#include <plim/peripheral/AdvertisingKeeper.h>
 #include <plim/peripheral/AttError.h>
 #include <plim/peripheral/BeaconData.h>
 #include <plim/peripheral/Central.h>

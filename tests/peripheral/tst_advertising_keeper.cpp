@@ -1,0 +1,271 @@
+#include "KeeperScenario.h"
+
+using namespace KeeperScenario;
+
+/** When a keeper registers an advertisement again, and when it does not. */
+class tst_advertising_keeper : public Scenario
+{
+    Q_OBJECT
+
+private slots:
+    void withoutAKeeperAPowerCycleEndsTheBroadcast();
+    void aPowerCycleGivesOneRegistration();
+    void everyPowerCycleIsTold();
+    void wakingUpGivesOneRegistration();
+    void asleepItRegistersNothing();
+    void othersCannotPretendToSuspend();
+    void causesAtOnceGiveOneRegistration();
+    void aCauseWhileOneIsPendingWaitsForTheAnswer();
+    void aChangeByTheProgramCoversACause();
+    void aRefusedOneIsTriedAgainEverLater();
+    void whatOnlyAChangeCanHelpIsNotTriedAgain();
+    void itWaitsForRoomAndTakesIt();
+    void afterATimeoutItIsOverUnlessWanted();
+    void afterATimeoutItIsRegisteredAgainIfWanted();
+    void aReleaseWithoutATimeoutIsNoEnd();
+    void aCentralGivesARegistrationOnlyIfWanted();
+    void aBroadcastIsNotRegisteredForACentral();
+};
+
+void tst_advertising_keeper::withoutAKeeperAPowerCycleEndsTheBroadcast()
+{
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+    QVERIFY(!isBroadcast());
+    QCOMPARE(phase(*m_adv), BleRegistrationState::Registered);
+}
+
+void tst_advertising_keeper::aPowerCycleGivesOneRegistration()
+{
+    keep();
+    setPowered(false);
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "PoweredOff"_qs}));
+    QVERIFY(!m_keeper->isOnAir(m_adv.get()));
+    expectQuiet(0);
+    setPowered(true);
+    EVENTUALLY_VERIFY(isBroadcast());
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "PoweredOff"_qs, "on"_qs}));
+    QVERIFY(m_keeper->isOnAir(m_adv.get()));
+    expectQuiet(1);
+}
+
+void tst_advertising_keeper::everyPowerCycleIsTold()
+{
+    keep();
+    for (int cycle = 1; cycle <= 3; ++cycle) {
+        setPowered(false);
+        setPowered(true);
+        EVENTUALLY_COMPARE(more(), cycle);
+        EVENTUALLY_COMPARE(m_told.size(), 1 + 2 * cycle);
+        QVERIFY(isBroadcast());
+    }
+}
+
+void tst_advertising_keeper::wakingUpGivesOneRegistration()
+{
+    keep();
+    sleep(true, m_login);
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Suspended"_qs}));
+    sleep(false, m_login);
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Suspended"_qs, "on"_qs}));
+    expectQuiet(1);
+}
+
+void tst_advertising_keeper::asleepItRegistersNothing()
+{
+    keep();
+    sleep(true, m_login);
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+    sleep(false, m_login);
+    EVENTUALLY_VERIFY(isBroadcast());
+    expectQuiet(1);
+}
+
+void tst_advertising_keeper::othersCannotPretendToSuspend()
+{
+    keep();
+    RawBusClient stranger;
+    sleep(true, stranger);
+    sleep(false, stranger);
+    expectQuiet(0);
+    QCOMPARE(m_told, QStringList("on"_qs));
+}
+
+void tst_advertising_keeper::causesAtOnceGiveOneRegistration()
+{
+    keep();
+    m_keeper->setWhileConnected(true);
+    sleep(true, m_login);
+    setPowered(false);
+    setPowered(true);
+    sleep(false, m_login);
+    PlimBleTest::Phone phone(newAddress());
+    EVENTUALLY_VERIFY(isBroadcast());
+    expectQuiet(1);
+    phone.forget();
+}
+
+void tst_advertising_keeper::aCauseWhileOneIsPendingWaitsForTheAnswer()
+{
+    keep();
+    answerRegistrations("late", 600);
+    setPowered(false);
+    setPowered(true);
+    EVENTUALLY_COMPARE(more(), 1);
+    for (int i = 0; i < 3; ++i) {
+        setPowered(false);
+        setPowered(true);
+        QTest::qWait(50);
+    }
+    QCOMPARE(phase(*m_adv), BleRegistrationState::Pending);
+    QCOMPARE(more(), 1);
+    answerRegistrations("normal");
+    EVENTUALLY_COMPARE(more(), 2);
+    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Registered);
+    QVERIFY(isBroadcast());
+    expectQuiet(2);
+}
+
+void tst_advertising_keeper::aChangeByTheProgramCoversACause()
+{
+    keep();
+    setPowered(false);
+    setPowered(true);
+    QTest::qWait(20); // the announcement has arrived, its registration has not been sent
+    QCOMPARE(more(), 0);
+    m_adv->setManufacturerData({{0xffff, "y"}});
+    EVENTUALLY_VERIFY(isBroadcast());
+    expectQuiet(1);
+}
+
+void tst_advertising_keeper::aRefusedOneIsTriedAgainEverLater()
+{
+    keep();
+    m_ble.refuse("RegisterAdvertisement"_qs, "org.bluez.Error.Failed"_qs,
+                 "Failed to register advertisement"_qs);
+    QElapsedTimer timer;
+    setPowered(false);
+    setPowered(true);
+    EVENTUALLY_COMPARE(more(), 1);
+    timer.start();
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "PoweredOff"_qs}));
+    EVENTUALLY_COMPARE(more(), 2);
+    QVERIFY2(timer.elapsed() > 800 && timer.elapsed() < 1600, qPrintable(QString::number(timer.elapsed())));
+    EVENTUALLY_COMPARE(more(), 3);
+    QVERIFY2(timer.elapsed() > 2800 && timer.elapsed() < 4000, qPrintable(QString::number(timer.elapsed())));
+    // Switched on, it is tried at once.
+    setPowered(false);
+    answerRegistrations("normal");
+    setPowered(true);
+    EVENTUALLY_VERIFY(isBroadcast());
+    EVENTUALLY_COMPARE(m_told.last(), "on"_qs);
+    QVERIFY2(timer.elapsed() < 5500, qPrintable(QString::number(timer.elapsed())));
+    expectQuiet(4);
+}
+
+void tst_advertising_keeper::whatOnlyAChangeCanHelpIsNotTriedAgain()
+{
+    keep();
+    m_adv->setManufacturerData({{0xffff, QByteArray(40, 'x')}});
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Refused"_qs}));
+    QTest::qWait(1500);
+    QCOMPARE(more(), 1);
+    m_adv->setManufacturerData({{0xffff, "y"}});
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Refused"_qs, "on"_qs}));
+    expectQuiet(2);
+}
+
+void tst_advertising_keeper::itWaitsForRoomAndTakesIt()
+{
+    BleManager::instance()->remove(m_adv.get());
+    EVENTUALLY_COMPARE(m_ble.advertisements(), QStringList());
+    std::vector<std::unique_ptr<GapAdvertisement>> others;
+    for (int i = 0; i < 5; ++i) {
+        others.push_back(std::make_unique<GapAdvertisement>(nullptr, "/other%1"_qs.arg(i),
+                                                            GapAdvertisement::SetProperties));
+        BleManager::instance()->add(others.back().get());
+    }
+    EVENTUALLY_COMPARE(m_ble.advertisements().size(), 5);
+    BleManager::instance()->add(m_adv.get());
+    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Refused);
+    QCOMPARE(BleManager::instance()->registrationState(m_adv.get()).errorMessage,
+             "Maximum advertisements reached"_qs);
+    m_keeper = std::make_unique<AdvertisingKeeper>();
+    m_keeper->keep(m_adv.get());
+    m_before = registrations();
+    QTest::qWait(1500);
+    QCOMPARE(more(), 0); // it knows that there is no room
+    BleManager::instance()->remove(others.back().get());
+    EVENTUALLY_VERIFY(m_keeper->isOnAir(m_adv.get()));
+    expectQuiet(1);
+    for (const auto& other : others) {
+        BleManager::instance()->remove(other.get());
+    }
+}
+
+void tst_advertising_keeper::afterATimeoutItIsOverUnlessWanted()
+{
+    m_adv->setTimeout(1);
+    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Registered);
+    m_before = registrations();
+    keep();
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Released"_qs}));
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+}
+
+void tst_advertising_keeper::afterATimeoutItIsRegisteredAgainIfWanted()
+{
+    m_adv->setTimeout(1);
+    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Registered);
+    keep();
+    m_keeper->setAfterTimeout(true);
+    m_before = registrations();
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Released"_qs, "on"_qs, "Released"_qs, "on"_qs}));
+    QCOMPARE(more(), 2);
+}
+
+void tst_advertising_keeper::aReleaseWithoutATimeoutIsNoEnd()
+{
+    keep();
+    PlimBleTest::control("ReleaseAdvertisement"_qs, {QVariant::fromValue(QDBusObjectPath(path))});
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Released"_qs, "on"_qs}));
+    expectQuiet(1);
+}
+
+void tst_advertising_keeper::aCentralGivesARegistrationOnlyIfWanted()
+{
+    keep();
+    PlimBleTest::Phone phone(newAddress());
+    expectQuiet(0);
+    m_keeper->setWhileConnected(true);
+    phone.disconnect();
+    expectQuiet(0);
+    phone.connect();
+    EVENTUALLY_COMPARE(more(), 1);
+    phone.forget();
+    PlimBleTest::Phone second(newAddress()); // unknown until now
+    EVENTUALLY_COMPARE(more(), 2);
+    QCOMPARE(m_told, QStringList("on"_qs));
+    second.forget();
+    expectQuiet(2);
+}
+
+void tst_advertising_keeper::aBroadcastIsNotRegisteredForACentral()
+{
+    m_adv->setType(GapAdvertisement::Broadcast);
+    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Registered);
+    m_before = registrations();
+    keep();
+    m_keeper->setWhileConnected(true);
+    PlimBleTest::Phone phone(newAddress());
+    expectQuiet(0);
+    phone.forget();
+}
+
+QTEST_GUILESS_MAIN(tst_advertising_keeper)
+#include "tst_advertising_keeper.moc"

@@ -1,0 +1,201 @@
+#include "KeeperScenario.h"
+
+using namespace KeeperScenario;
+
+/** A keeper, the program and the manager side by side, and the ends of each. */
+class tst_advertising_keeper_lifetimes : public Scenario
+{
+    Q_OBJECT
+
+private slots:
+    void whatTheProgramUnregisteredIsLeftAlone();
+    void whatTheProgramRemovedIsLeftAlone();
+    void aRestartIsTheManagersAlone();
+    void theObserverStaysTheProgrammers();
+    void itIsKeptBeforeItIsAdded();
+    void whatItLeavesIsLeftAlone();
+    void nullIsIgnored();
+    void slotsMayEndAnything_data();
+    void slotsMayEndAnything();
+    void aDeletedAdvertisementIsForgotten();
+    void powerCyclesLeaveNothingBehind();
+};
+
+void tst_advertising_keeper_lifetimes::whatTheProgramUnregisteredIsLeftAlone()
+{
+    keep();
+    BleManager::instance()->unregisterAdv(m_adv.get());
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Unregistered"_qs}));
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+    BleManager::instance()->registerAdv(m_adv.get());
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Unregistered"_qs, "on"_qs}));
+    setPowered(false);
+    setPowered(true);
+    EVENTUALLY_COMPARE(more(), 2);
+}
+
+void tst_advertising_keeper_lifetimes::whatTheProgramRemovedIsLeftAlone()
+{
+    keep();
+    BleManager::instance()->remove(m_adv.get());
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Unregistered"_qs}));
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+}
+
+void tst_advertising_keeper_lifetimes::aRestartIsTheManagersAlone()
+{
+    keep();
+    m_ble.restart();
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "BluezGone"_qs, "on"_qs}));
+    expectQuiet(1);
+}
+
+void tst_advertising_keeper_lifetimes::theObserverStaysTheProgrammers()
+{
+    QStringList told;
+    BleManager::instance()->setRegistrationObserver(
+        [&](const BleRegistrationEvent& event) { told << event.step; });
+    keep();
+    setPowered(false);
+    setPowered(true);
+    EVENTUALLY_COMPARE(told.size(), 2);
+    QVERIFY(told.contains("RegisterAdvertisement"_qs));
+}
+
+void tst_advertising_keeper_lifetimes::itIsKeptBeforeItIsAdded()
+{
+    BleManager::instance()->remove(m_adv.get());
+    EVENTUALLY_COMPARE(m_ble.advertisements(), QStringList());
+    m_keeper = std::make_unique<AdvertisingKeeper>();
+    m_keeper->keep(m_adv.get());
+    m_keeper->keep(m_adv.get());
+    QTest::qWait(50);
+    QVERIFY(!m_keeper->isOnAir(m_adv.get()));
+    BleManager::instance()->add(m_adv.get());
+    EVENTUALLY_VERIFY(m_keeper->isOnAir(m_adv.get()));
+    setPowered(false);
+    setPowered(true);
+    EVENTUALLY_COMPARE(more(), 2);
+    expectQuiet(2);
+}
+
+void tst_advertising_keeper_lifetimes::whatItLeavesIsLeftAlone()
+{
+    keep();
+    m_keeper->leave(m_adv.get());
+    m_keeper->leave(m_adv.get());
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+    QCOMPARE(m_told, QStringList("on"_qs));
+    QVERIFY(!m_keeper->isOnAir(m_adv.get()));
+}
+
+void tst_advertising_keeper_lifetimes::nullIsIgnored()
+{
+    AdvertisingKeeper keeper;
+    keeper.keep(nullptr);
+    keeper.leave(nullptr);
+    QVERIFY(!keeper.isOnAir(nullptr));
+    QVERIFY(keeper.children().isEmpty());
+}
+
+void tst_advertising_keeper_lifetimes::slotsMayEndAnything_data()
+{
+    QTest::addColumn<QString>("what");
+    for (const char* what : {"keeper", "advertisement", "leave", "remove"}) {
+        QTest::newRow(what) << QString::fromLatin1(what);
+    }
+}
+
+void tst_advertising_keeper_lifetimes::slotsMayEndAnything()
+{
+    QFETCH(QString, what);
+    const auto end = [&] {
+        if (what == "keeper"_qs) {
+            m_keeper.reset();
+        } else if (what == "advertisement"_qs) {
+            m_adv.reset();
+        } else if (what == "leave"_qs) {
+            m_keeper->leave(m_adv.get());
+        } else {
+            BleManager::instance()->remove(m_adv.get());
+        }
+    };
+    GapAdvertisement other(nullptr, "/other"_qs, GapAdvertisement::SetProperties);
+    BleManager::instance()->add(&other);
+    EVENTUALLY_VERIFY(isBroadcast("/other"_qs));
+    int ends = 0;
+    m_keeper = std::make_unique<AdvertisingKeeper>();
+    for (GapAdvertisement* each : {static_cast<GapAdvertisement*>(m_adv.get()), &other}) {
+        m_keeper->keep(each);
+    }
+    EVENTUALLY_VERIFY(m_keeper->isOnAir(m_adv.get()) && m_keeper->isOnAir(&other));
+    connect(m_keeper.get(), &AdvertisingKeeper::offAir, this, [&] {
+        ++ends;
+        end();
+    });
+    setPowered(false);
+    EVENTUALLY_VERIFY(ends > 0);
+    setPowered(true);
+    QTest::qWait(quietMs);
+    if (m_keeper) {
+        EVENTUALLY_VERIFY(isBroadcast("/other"_qs));
+    }
+    BleManager::instance()->remove(&other);
+}
+
+void tst_advertising_keeper_lifetimes::aDeletedAdvertisementIsForgotten()
+{
+    keep();
+    m_adv.reset();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(m_keeper->children().isEmpty());
+    setPowered(false);
+    setPowered(true);
+    expectQuiet(0);
+    QCOMPARE(m_told, QStringList("on"_qs));
+    m_adv = std::make_unique<Advertisement>(nullptr, path); // perhaps at the same address
+    QVERIFY(!m_keeper->isOnAir(m_adv.get()));
+}
+
+/** As often as $PLIM_POWER_CYCLES says. */
+void tst_advertising_keeper_lifetimes::powerCyclesLeaveNothingBehind()
+{
+    keep();
+    const auto rules = [this] {
+        return m_login
+            .call({"/org/freedesktop/DBus"_qs,
+                   "org.freedesktop.DBus.Debug.Stats"_qs,
+                   "GetAllMatchRules"_qs,
+                   {},
+                   {},
+                   false,
+                   "org.freedesktop.DBus"_qs})
+            .text.size();
+    };
+    const auto objects = [this] { return m_keeper->findChildren<QObject*>().size(); };
+    const int cycles = qMax(10, qEnvironmentVariableIntValue("PLIM_POWER_CYCLES"));
+    const auto rulesBefore = rules();
+    const auto objectsBefore = objects();
+    for (int cycle = 1; cycle <= cycles; ++cycle) {
+        setPowered(false);
+        setPowered(true);
+        EVENTUALLY_COMPARE(m_told.size(), 1 + 2 * cycle);
+        if (!isBroadcast()) {
+            QFAIL(qPrintable("not broadcast after cycle %1"_qs.arg(cycle)));
+        }
+        PlimBleTest::control("ClearCalls"_qs);
+    }
+    QVERIFY(rulesBefore > 0);
+    QCOMPARE(rules(), rulesBefore);
+    QCOMPARE(objects(), objectsBefore);
+    QCOMPARE(m_ble.advertisements(), QStringList(path));
+}
+
+QTEST_GUILESS_MAIN(tst_advertising_keeper_lifetimes)
+#include "tst_advertising_keeper_lifetimes.moc"
