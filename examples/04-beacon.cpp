@@ -4,7 +4,6 @@
 // last minute in hundredths, both little-endian.
 
 #include "BleManager.h"
-#include "GapAdvertisement.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -12,6 +11,7 @@
 #include <QtEndian>
 #include <log4cplus/configurator.h>
 #include <log4cplus/logger.h>
+#include <plim/peripheral.h>
 
 namespace {
 
@@ -39,16 +39,18 @@ int main(int argc, char** argv)
     log4cplus::BasicConfigurator::doConfigure();
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
-    GapAdvertisement beacon(nullptr, "/com/example/beacon", GapAdvertisement::SetProperties);
+    plim::Advertisement beacon(nullptr, "/com/example/beacon");
     beacon.setType(GapAdvertisement::Broadcast);
+    beacon.setUpdateMode(plim::Advertisement::InPlace); // where BlueZ can do it; otherwise it registers again
     quint16 count = 0;
     const auto update = [&] {
         beacon.setManufacturerData({{company, littleEndian(count++) + littleEndian(load())}});
     };
     update();
     BleManager::instance()->add(&beacon);
+    plim::AdvertisingKeeper keeper; // also after the adapter was switched off and on
+    keeper.keep(&beacon);
 
-    // Each setter call is a new registration with BlueZ, so do not call it too often.
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &program, update);
     timer.start(2000);

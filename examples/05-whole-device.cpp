@@ -1,18 +1,16 @@
 // A whole device to start a product from: device information, battery, own service, advertisement.
 
 #include "BleManager.h"
-#include "GapAdvertisement.h"
 #include "GattApplication.h"
 
 #include <QCoreApplication>
 #include <QTimer>
 #include <log4cplus/configurator.h>
 #include <log4cplus/logger.h>
+#include <plim/peripheral.h>
 
 namespace {
-
 using Char = GattCharacteristic;
-
 QString assigned(quint16 number) // by the Bluetooth SIG
 {
     return QStringLiteral("%1-0000-1000-8000-00805f9b34fb").arg(number, 8, 16, QLatin1Char('0'));
@@ -56,7 +54,6 @@ void addThermostat(GattApplication& app)
         }
     });
 }
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -68,11 +65,14 @@ int main(int argc, char** argv)
     addDeviceInformation(app);
     addBattery(app);
     addThermostat(app);
-    GapAdvertisement adv(nullptr, "/com/example/thermostat/advertisement", GapAdvertisement::SetProperties);
+    plim::Advertisement adv(nullptr, "/com/example/thermostat/advertisement");
     adv.setLocalName("Thermostat");
     adv.setServiceUUIDs({thermostatService});
     adv.setDiscoverable(true);
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
+    plim::AdvertisingKeeper keeper; // on the air again when the adapter was off, and for a second phone
+    keeper.setWhileConnected(true);
+    keeper.keep(&adv);
     return program.exec();
 }

@@ -123,9 +123,13 @@ public:
      * other types of data.
      * @{
      */
+    /** The UUIDs of services; none hides the field. */
     void setScanResponseServiceUUIDs(const QStringList& uuids);
+    /** The UUIDs of services that this device looks for in a central; none hides the field. */
     void setScanResponseSolicitedServices(const QStringList& uuids);
+    /** Company identifier to manufacturer data; none hides the field. */
     void setScanResponseManufacturerData(const GapManufacturerData& data);
+    /** Service UUID to that service's data, a byte array each; none hides the field. */
     void setScanResponseServiceData(const QVariantMap& data);
     /** @} */
 

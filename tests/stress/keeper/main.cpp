@@ -64,7 +64,9 @@ bool isBroadcast()
     const QDBusMessage answer = Simulator::control(QStringLiteral("OnAir"));
     const auto references = answer.arguments().value(0).value<QDBusArgument>();
     references.beginArray();
-    return !references.atEnd();
+    const bool isAny = !references.atEnd();
+    references.endArray(); // or Qt keeps what it began
+    return isAny;
 }
 
 /** How many match rules the bus has, of everybody. */
@@ -110,7 +112,7 @@ void cyclePower(int cycles)
     }
     waitUntil(QStringLiteral("the last answers"), [] { return Figures::now().watchers == 0; });
     const Figures after = Figures::now();
-    std::printf("%d power cycles: before %s rules %s\n                 after %s rules %s\n", cycles,
+    std::fprintf(stderr, "%d power cycles: before %s rules %s\n                 after %s rules %s\n", cycles,
                 qPrintable(before.text()), qPrintable(rulesBefore), qPrintable(after.text()),
                 qPrintable(matchRules()));
     if (after.objects > before.objects || matchRules() != rulesBefore || rulesBefore.isEmpty() ||
