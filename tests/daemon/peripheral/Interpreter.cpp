@@ -72,6 +72,11 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"subscribers", &Interpreter::subscribers},
     {"handle", &Interpreter::handle},
     {"include", &Interpreter::include},
+    {"plim-advertisement", &Interpreter::plimAdvertisement},
+    {"mode", &Interpreter::mode},
+    {"set-own", &Interpreter::setOwn},
+    {"beacon", &Interpreter::beacon},
+    {"keep", &Interpreter::keepOnAir},
     {"nothing", &Interpreter::nothing},
 };
 

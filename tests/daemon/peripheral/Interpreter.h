@@ -34,6 +34,7 @@ class Centrals;
  *     adapter PATH|-                                  the adapter is here, or is not there
  *     powered 0|1                                     it has been switched
  *     ended disconnect|switch [ERROR]                 how a call has ended
+ *     onair NAME, offair NAME REASON                  what the keeper tells
  */
 class Interpreter : public QObject
 {
@@ -115,6 +116,18 @@ private:
     // include SERVICE INCLUDED
     void include(const QStringList& words);
 
+    // plim-advertisement NAME PATH
+    void plimAdvertisement(const QStringList& words);
+    // mode ADVERTISEMENT in-place|register: setUpdateMode
+    void mode(const QStringList& words);
+    // set-own ADVERTISEMENT PROPERTY VALUE...: a property that the base class cannot set
+    void setOwn(const QStringList& words);
+    // beacon ADVERTISEMENT COUNT MILLISECONDS: manufacturer data ffff with 0, 1, ..., COUNT as 16-bit
+    // big-endian numbers; prints "beacon NAME done"
+    void beacon(const QStringList& words);
+    // keep ADVERTISEMENT [after-timeout] [while-connected]: an AdvertisingKeeper for it
+    void keepOnAir(const QStringList& words);
+
     // nothing: only the answer, which says that everything printed before has been printed
     void nothing(const QStringList&) {}
 
@@ -131,6 +144,7 @@ private:
     void keep(const QString& name, GattDescriptor* descriptor);
     template <typename Request>
     std::function<void(Request)> handler(const QStringList& words);
+    void beaconOnce(const QString& name, quint16 number, quint16 last, int interval);
     void countOnce(const QString& name, quint32 number, quint32 last, int interval);
 
     GattApplication* m_application = nullptr;

@@ -176,8 +176,10 @@ void Bluetooth::plugIn()
     // What a scan finds follows the answer to "scan" so closely that with several processors the kernel,
     // still busy with the answer, drops it, and btvirt reports each advertiser only once. So the machine has
     // one processor, on which the kernel's own workers go first.
-    m_controllers = std::make_unique<Child>(
-        "btvirt", "btvirt", m_kind == LowEnergy ? QStringList{"-L", "-l3"} : QStringList{"-l2"});
+    m_controllers = std::make_unique<Child>("btvirt", "btvirt",
+                                            m_kind == LowEnergy       ? QStringList{"-L", "-l3"}
+                                            : m_kind == ThreeDualMode ? QStringList{"-l3"}
+                                                                      : QStringList{"-l2"});
 }
 
 void Bluetooth::plugInAfterAnother()

@@ -24,7 +24,8 @@ public:
         DualMode,
         /** Three that cannot do classic Bluetooth. After pairing over one that can, the daemon tries classic
          * Bluetooth too, which ends in a fault of the kernel's. */
-        LowEnergy
+        LowEnergy,
+        ThreeDualMode
     };
 
     /** Uses the machine's own controllers, given by name ("hci0"). */
@@ -59,7 +60,7 @@ public:
     /** The adapter of the device under test, and the phone's. */
     QString device() const;
     QString phone() const;
-    /** The adapter of another phone, where the controllers are LowEnergy. */
+    /** The adapter of another phone, where there are three controllers. */
     QString secondPhone() const;
     QString deviceAddress() const;
     QString phoneAddress() const;

@@ -7,6 +7,7 @@
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusUnixFileDescriptor>
+#include <QElapsedTimer>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -44,6 +45,29 @@ bool Phone::discover(const std::function<bool(const QVariantMap&)>& condition, i
         seconds);
     Remote::call(m_adapter, Remote::adapterInterface, "StopDiscovery");
     return seen;
+}
+
+bool Phone::look(int milliseconds)
+{
+    Remote::tryCall(m_adapter, Remote::adapterInterface, "SetDiscoveryFilter",
+                    {QVariantMap{{"Transport", "le"}}});
+    Remote::tryCall(m_adapter, Remote::adapterInterface, "StartDiscovery");
+    QElapsedTimer timer;
+    timer.start();
+    bool seen = false;
+    Expect::waitFor(
+        [&] {
+            seen = device().contains("RSSI");
+            return seen || timer.elapsed() > milliseconds;
+        },
+        5);
+    Remote::tryCall(m_adapter, Remote::adapterInterface, "StopDiscovery");
+    return seen;
+}
+
+QString Phone::tryConnect()
+{
+    return Remote::errorOf(Remote::tryCall(devicePath(), deviceInterface, "Connect"));
 }
 
 void Phone::forget()

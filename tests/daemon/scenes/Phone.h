@@ -29,6 +29,8 @@ public:
 
     /** Scans until the peripheral has been seen, with properties that satisfy the condition. */
     bool discover(const std::function<bool(const QVariantMap&)>& condition = {}, int seconds = 60);
+    /** Scans once for so long; whether the peripheral was seen since it was forgotten. */
+    bool look(int milliseconds);
     /** Forgets everything about the peripheral. */
     void forget();
     /** What is known about the peripheral. */
@@ -36,6 +38,8 @@ public:
 
     /** Connects and waits until the services are known. */
     void connectDevice();
+    /** The error with which a connection fails, empty for none. */
+    QString tryConnect();
     void disconnectDevice();
     bool connected() const;
     /** Discovers and connects from scratch. */
