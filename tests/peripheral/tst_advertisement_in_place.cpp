@@ -47,6 +47,7 @@ private slots:
     void withoutAKnownVersionItIsRegisteredAgain_data();
     void withoutAKnownVersionItIsRegisteredAgain();
     void aChangeWhileARegistrationIsPendingFollows();
+    void manyChangesThatRegisterAgainGiveFewRegistrations();
     void afterARestartChangesAreInPlaceAgain();
     void theModeCanBeTakenBack();
 
@@ -178,6 +179,19 @@ void tst_advertisement_in_place::aChangeWhileARegistrationIsPendingFollows()
     EVENTUALLY_COMPARE(manufacturerData(), QByteArray("4"));
     PlimBleTest::control("SetAnswer"_qs, {"RegisterAdvertisement"_qs, "normal"_qs, QString(), QString(), 0U});
     QCOMPARE(registrations(), m_before + 1);
+}
+
+void tst_advertisement_in_place::manyChangesThatRegisterAgainGiveFewRegistrations()
+{
+    setAdapter("Modalias", "usb:v1D6Bp0246d0542"_qs);
+    QTest::qWait(50); // for the announcement
+    for (int i = 0; i < 100; ++i) {
+        m_adv->setManufacturerData({{1, QByteArray::number(i)}});
+    }
+    EVENTUALLY_COMPARE(registrations(), m_before + 2); // the first, and then all others
+    awaitRegistered();
+    QCOMPARE(manufacturerData(), QByteArray("99"));
+    QCOMPARE(registrations(), m_before + 2);
 }
 
 void tst_advertisement_in_place::afterARestartChangesAreInPlaceAgain()

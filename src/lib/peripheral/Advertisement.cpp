@@ -199,12 +199,13 @@ void plim::Advertisement::publish(const QStringList& properties)
                         QThread::currentThread() == BleManager::instance()->thread();
     const BleRegistrationState state =
         mayAsk ? BleManager::instance()->registrationState(this) : BleRegistrationState();
-    const bool isSafe = isSafeInPlace(state.managerPath) && !hasError(problems());
-    if (state.phase == BleRegistrationState::Registered && isSafe) {
-        m_properties->announce(properties);
-    } else if (state.phase == BleRegistrationState::Pending && isSafe) {
+    if (state.phase == BleRegistrationState::Pending) {
+        // BlueZ may have read it already. More registrations now would only delay each other.
         m_unpublished << properties;
         m_unpublished.removeDuplicates();
+    } else if (state.phase == BleRegistrationState::Registered && isSafeInPlace(state.managerPath) &&
+               !hasError(problems())) {
+        m_properties->announce(properties);
     } else {
         emit dataChanged(this);
     }
@@ -226,8 +227,9 @@ void plim::Advertisement::on_registrationEvent(const BleRegistrationEvent& event
         return;
     }
     m_isKnownToManager = true;
-    const bool isAnswer = event.kind == BleRegistrationEvent::StepSucceeded && !event.superseded &&
-                          event.step == QLatin1String("RegisterAdvertisement");
+    const bool isAnswer =
+        event.step == QLatin1String("RegisterAdvertisement") && !event.superseded &&
+        BleManager::instance()->registrationState(this).phase != BleRegistrationState::Pending;
     if (isAnswer && !m_unpublished.isEmpty()) {
         publish(std::exchange(m_unpublished, {}));
     }

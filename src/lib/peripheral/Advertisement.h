@@ -81,8 +81,8 @@ public:
      * - while problems() has an error: BlueZ would silently keep the former data, but it rejects a
      *   registration, which the program learns.
      *
-     * For a change in place dataChanged() is not emitted. One that comes while BlueZ has not answered a
-     * registration follows after the answer.
+     * For a change in place dataChanged() is not emitted. Changes that come while BlueZ has not answered a
+     * registration follow after the answer, together: so the last one always arrives, however many there are.
      */
     void setUpdateMode(UpdateMode mode);
 

@@ -76,6 +76,7 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"mode", &Interpreter::mode},
     {"set-own", &Interpreter::setOwn},
     {"beacon", &Interpreter::beacon},
+    {"announce", &Interpreter::announce},
     {"keep", &Interpreter::keepOnAir},
     {"nothing", &Interpreter::nothing},
 };

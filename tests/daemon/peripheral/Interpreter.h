@@ -125,6 +125,9 @@ private:
     // beacon ADVERTISEMENT COUNT MILLISECONDS: manufacturer data ffff with 0, 1, ..., COUNT as 16-bit
     // big-endian numbers; prints "beacon NAME done"
     void beacon(const QStringList& words);
+    // announce ADVERTISEMENT NAME: only the signal that changes the name in place, whether that is safe or
+    // not
+    void announce(const QStringList& words);
     // keep ADVERTISEMENT [after-timeout] [while-connected]: an AdvertisingKeeper for it
     void keepOnAir(const QStringList& words);
 

@@ -4,6 +4,8 @@
 
 #include <plim/peripheral.h>
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QMetaEnum>
 #include <QTimer>
 
@@ -66,6 +68,14 @@ void Interpreter::beaconOnce(const QString& name, quint16 number, quint16 last, 
     }
     QTimer::singleShot(interval, Qt::PreciseTimer, this,
                        [=] { beaconOnce(name, quint16(number + 1), last, interval); });
+}
+
+void Interpreter::announce(const QStringList& words)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(find<GapAdvertisement>(words.value(1))->dbusPath(),
+                                                     "org.freedesktop.DBus.Properties", "PropertiesChanged");
+    signal << "org.bluez.LEAdvertisement1" << QVariantMap{{"LocalName", words.value(2)}} << QStringList();
+    QDBusConnection::systemBus().send(signal);
 }
 
 void Interpreter::keepOnAir(const QStringList& words)

@@ -101,6 +101,8 @@ void powerCycles(Bluetooth::Controllers controllers, bool isExtended)
         Expect::that(milliseconds >= 0 && milliseconds <= 2000,
                      "power cycle " + QString::number(round) + ": it is seen within 2 s",
                      QString::number(milliseconds) + " ms");
+        // With some controllers it is seen before the keeper has done anything.
+        Expect::require([&] { return peripheral.told("onair").size() == 1 + round; }, "the keeper");
     }
     Expect::note("seen after " + QString::number(longest) + " ms at most");
     Expect::eventually([&] { return peripheral.succeeded("registerAdv") == before + 10; },
@@ -230,16 +232,29 @@ void Scenes::beacon()
                 .arg(seen.longestMs)
                 .arg(int(seen.totalMs))
                 .arg(isLast ? "was" : "was not"));
-        if (isInPlace) {
+        Expect::equal(answers() == answersBefore, isInPlace, mode + ": whether nothing was registered");
+        if (mode == "in-place") {
             Expect::that(isLast, mode + ": btmon shows the last change");
-            Expect::equal(answers() - answersBefore, 0, mode + ": no registration");
-        } else {
-            Expect::that(answers() > answersBefore, mode + ": registered again");
         }
         Expect::that(bluetooth.daemonRuns(), mode + ": the daemon runs");
     };
     change(QStringLiteral("in-place"), version() != "5.66");
     change(QStringLiteral("register"), false);
+}
+
+void Scenes::unsafe()
+{
+    Bluetooth bluetooth;
+    Peripheral peripheral;
+    addAndAwait(peripheral);
+    peripheral.tell("announce adv Second");
+    Expect::eventually([&] { return bluetooth.monitored().contains("(complete): Second"); },
+                       "the adapter is on: btmon shows the change");
+    Expect::that(bluetooth.daemonRuns(), "the daemon runs");
+    setPowered(bluetooth, false);
+    peripheral.tell("announce adv Third");
+    const bool hasEnded = Expect::waitFor([&] { return !bluetooth.daemonRuns(); }, 5);
+    Expect::equal(hasEnded, version() == "5.66", "the adapter is off: whether the daemon ends at a change");
 }
 
 void Scenes::secondCentral()

@@ -40,6 +40,8 @@ const Scene scenes[] = {
     {"keeperlegacy", Scenes::keeperLegacy, true, "the same with controllers without extended advertising"},
     {"asleep", Scenes::asleep, true, "a keeper: the machine goes to sleep and wakes up"},
     {"beacon", Scenes::beacon, true, "ten changes a second, in place and by registrations"},
+    {"unsafe", Scenes::unsafe, true,
+     "a change in place while the adapter is off, which 5.66 does not survive"},
     {"second", Scenes::secondCentral, true, "a keeper: a second central connects beside the first"},
     {"room", Scenes::room, true, "a keeper: another program has all advertisements, and frees one"},
     {"timeout", Scenes::timeout, true, "a keeper: the time-out of an advertisement passes"},

@@ -25,6 +25,7 @@ void keeper();
 void keeperLegacy();
 void asleep();
 void beacon();
+void unsafe();
 void secondCentral();
 void room();
 void timeout();
