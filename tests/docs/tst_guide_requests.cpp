@@ -1,4 +1,4 @@
-// What docs/guide.md says of access, requests, subscribers and indications.
+// What docs/guide.md says of access, requests, subscribers, indications and standard services.
 
 #include "BleManager.h"
 #include "GattApplication.h"
@@ -101,6 +101,30 @@ private slots:
         PlimBleTest::Phone phone;
         QCOMPARE(phone.read(keys->dbusPath()), QByteArray("k"));
         QCOMPARE(phone.read(leds->dbusPath()), QByteArray("l"));
+    }
+
+    void standardServicesNeedNoLayouts()
+    {
+        plim::DeviceInformation device;
+        device.manufacturer = "Example";
+        device.firmwareRevision = "1.2.3";
+        plim::addDeviceInformation(m_app.get(), device);
+
+        plim::Characteristic* battery = plim::addBattery(m_app.get(), 87);
+        plim::setBatteryLevel(battery, 86); // notifies
+
+        plim::addCurrentTime(m_app.get());
+
+        const Access access = Access().read();
+        auto* humidity = plim::Characteristic::create(m_service, plim::uuid(0x2a6f), access);
+        plim::describe(humidity, "in the cellar");
+        plim::setFormat(humidity, {plim::Format::UInt16, plim::Unit::Percent, -2});
+        add();
+        PlimBleTest::Phone phone;
+        QCOMPARE(phone.read(m_ble->find(plim::uuid(0x2a29))), QByteArray("Example"));
+        QCOMPARE(phone.read(m_ble->find(plim::uuid(0x2a19))), QByteArray("V"));
+        QCOMPARE(phone.read(m_ble->find(plim::uuid(0x2a2b))).size(), 10);
+        QCOMPARE(phone.read(m_ble->find(plim::uuid(0x2901))), QByteArray("in the cellar"));
     }
 
     void problemsAreFoundBeforehand()

@@ -1,5 +1,6 @@
 #include "AttributeServer.h"
 
+#include "AttLimits.h"
 #include "OwnerThread.h"
 #include "RequestWitness.h"
 #include "UserCallback.h"
@@ -8,9 +9,6 @@
 #include <QDBusContext>
 
 namespace {
-
-/** Bytes in the longest attribute value that ATT knows. */
-constexpr int maximumSize = 512;
 
 /** Calls a handler, which may replace itself and delete the attribute. */
 template <typename Request>
@@ -87,9 +85,9 @@ bool plim::detail::AttributeServer::write(const QDBusContext& context, const QBy
     const auto call = std::make_shared<PendingWrite>(context.message(), context.connection(), options, m_path,
                                                      value, m_owner, store);
     WriteRequest request(call);
-    if (call->offset() < 0 || call->offset() > maximumSize) {
+    if (call->offset() < 0 || call->offset() > maximumAttributeSize) {
         request.reject(AttError::InvalidOffset);
-    } else if (call->offset() + value.size() > maximumSize) {
+    } else if (call->offset() + value.size() > maximumAttributeSize) {
         request.reject(AttError::InvalidAttributeValueLength);
     } else {
         m_pending.add(call);

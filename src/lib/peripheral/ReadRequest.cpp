@@ -1,14 +1,8 @@
 #include "ReadRequest.h"
 
+#include "AttLimits.h"
 #include "PendingCall.h"
 #include "plimlog.h"
-
-namespace {
-
-/** Bytes in the longest attribute value that ATT knows. */
-constexpr int maximumSize = 512;
-
-} // namespace
 
 plim::Central plim::ReadRequest::central() const
 {
@@ -40,12 +34,12 @@ void plim::ReadRequest::accept(const QByteArray& value) const
     if (!m_call || !m_call->claim()) {
         return;
     }
-    if (value.size() > maximumSize) {
+    if (value.size() > detail::maximumAttributeSize) {
         PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
                  "Value of " << m_call->attribute() << " is longer than an attribute can be: " << value.size()
                              << " bytes");
     }
-    const QByteArray sent = value.left(maximumSize);
+    const QByteArray sent = value.left(detail::maximumAttributeSize);
     if (m_call->offset() < 0 || m_call->offset() > sent.size()) {
         m_call->fail(AttError::InvalidOffset);
     } else {

@@ -20,3 +20,4 @@
 #include <plim/peripheral/Service.h>
 #include <plim/peripheral/WriteRequest.h>
 #include <plim/peripheral/problems.h>
+#include <plim/peripheral/standard.h>

@@ -78,6 +78,9 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"beacon", &Interpreter::beacon},
     {"announce", &Interpreter::announce},
     {"keep", &Interpreter::keepOnAir},
+    {"standard-services", &Interpreter::standardServices},
+    {"battery-level", &Interpreter::batteryLevel},
+    {"time-changed", &Interpreter::timeChanged},
     {"nothing", &Interpreter::nothing},
 };
 

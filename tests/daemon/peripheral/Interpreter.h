@@ -130,6 +130,12 @@ private:
     void announce(const QStringList& words);
     // keep ADVERTISEMENT [after-timeout] [while-connected]: an AdvertisingKeeper for it
     void keepOnAir(const QStringList& words);
+    // standard-services: device information; a battery "battery" at 87 %; a current time "time"
+    void standardServices(const QStringList& words);
+    // battery-level NAME PERCENT
+    void batteryLevel(const QStringList& words);
+    // time-changed NAME: notifies the time, because of another time zone
+    void timeChanged(const QStringList& words);
 
     // nothing: only the answer, which says that everything printed before has been printed
     void nothing(const QStringList&) {}

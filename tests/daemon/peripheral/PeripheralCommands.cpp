@@ -4,6 +4,8 @@
 
 #include <plim/peripheral.h>
 
+#include <QDateTime>
+#include <QTimeZone>
 #include <QTimer>
 
 #include <functional>
@@ -65,6 +67,11 @@ QString described(const plim::WriteRequest& request)
         .arg(request.central().path())
         .arg(request.offset())
         .arg(QString::fromLatin1(request.value().toHex()));
+}
+
+QDateTime winterTime()
+{
+    return {QDate(2026, 11, 21), QTime(21, 15, 30, 500), QTimeZone(3600)};
 }
 
 void accept(const plim::ReadRequest& request, const QString& value)
@@ -191,4 +198,28 @@ void Interpreter::handle(const QStringList& words)
 void Interpreter::include(const QStringList& words)
 {
     find<plim::Service>(words.value(1))->include(find<GattService>(words.value(2)));
+}
+
+void Interpreter::standardServices(const QStringList&)
+{
+    plim::DeviceInformation values;
+    values.manufacturer = "Example";
+    values.firmwareRevision = "1.2.3";
+    values.systemId = QByteArray::fromHex("0102030405aabbcc");
+    values.pnpId = plim::PnpId{plim::PnpId::Usb, 0x1234, 0x7856, 0x0213};
+    plim::addDeviceInformation(m_application, values);
+    plim::Characteristic* battery = plim::addBattery(m_application, 87);
+    plim::describe(battery, "main battery");
+    keep("battery", battery);
+    keep("time", plim::addCurrentTime(m_application, winterTime));
+}
+
+void Interpreter::batteryLevel(const QStringList& words)
+{
+    plim::setBatteryLevel(find<plim::Characteristic>(words.value(1)), words.value(2).toInt());
+}
+
+void Interpreter::timeChanged(const QStringList& words)
+{
+    plim::notifyTime(find<plim::Characteristic>(words.value(1)), winterTime(), plim::TimeChange::TimeZone);
 }

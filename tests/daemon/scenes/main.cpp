@@ -65,6 +65,7 @@ const Scene scenes[] = {
     {"pending", Scenes::pending, true, "50 reads at once, each answered after a while"},
     {"subscribers", Scenes::subscribers, true, "indications, subscribers, two centrals one after the other"},
     {"handles", Scenes::handles, true, "equal UUIDs, handles that stay, included services"},
+    {"standard", Scenes::standard, true, "device information, a battery, the current time"},
     {"lock", Scenes::lock, true, "example 09, a lock, as a phone pairs with it and opens it"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
 };

@@ -46,6 +46,7 @@ void requests();
 void pending();
 void subscribers();
 void handles();
+void standard();
 void lock();
 void demo();
 
