@@ -67,8 +67,8 @@ void Scenes::centrals()
     Expect::equal(peripheral.told("ended disconnect"), QStringList{""}, "without an error");
     Expect::eventually([&] { return late.told("disconnected " + path).size() == 1; },
                        "the other program hears of it, too");
-    Expect::equal(peripheral.told("disconnected " + path),
-                  QStringList{"Unknown", "Unknown", "Unknown"}, "this daemon gives no reasons");
+    Expect::equal(peripheral.told("disconnected " + path), QStringList{"Unknown", "Unknown", "Unknown"},
+                  "this daemon gives no reasons");
 }
 
 void Scenes::adapters()
@@ -120,13 +120,15 @@ void Scenes::adapters()
     bluetooth.awaitAdapters();
     AttClient phone(bluetooth.phoneAddress(), address);
     phone.connectDevice();
-    Expect::equal(phone.read(phone.handle(value)).value, QByteArray(1, 1), "a phone connects to it and reads");
+    Expect::equal(phone.read(phone.handle(value)).value, QByteArray(1, 1),
+                  "a phone connects to it and reads");
     phone.disconnectDevice();
     bluetooth.killDaemon();
     Expect::waitFor([] { return false; }, 5); // the kernel keeps an unused link for a while
     bluetooth.startDaemon();
     bluetooth.awaitAdapters();
-    Expect::eventually([&] { return peripheral.told("adapter").value(4) == second; }, "the daemon is restarted");
+    Expect::eventually([&] { return peripheral.told("adapter").value(4) == second; },
+                       "the daemon is restarted");
     Expect::eventually([&] { return instances(second) == 1; }, "it advertises there again");
     Expect::equal(instances(first), 0, "and not with the first adapter");
 }
