@@ -9,6 +9,7 @@
 #include <plim/peripheral/AdvertisingKeeper.h>
 
 #include <memory>
+#include <vector>
 
 /** What the tests of the keeper share: one advertisement that the stand-in daemon has registered, and what a
  * keeper tells of it. */
@@ -110,6 +111,31 @@ protected:
         sender.emitSignal("/org/freedesktop/login1"_qs, "org.freedesktop.login1.Manager"_qs,
                           "PrepareForSleep"_qs, "b"_qs, {isAsleep ? "true"_qs : "false"_qs});
         sender.ping();
+    }
+    template <typename Condition>
+    static void awaitTrue(const Condition& condition)
+    {
+        QVERIFY(QTest::qWaitFor(condition, 10000));
+    }
+    /** Fills the daemon with other advertisements, so that it has refused the one. */
+    std::vector<std::unique_ptr<GapAdvertisement>> takeAllRoom()
+    {
+        BleManager::instance()->remove(m_adv.get());
+        std::vector<std::unique_ptr<GapAdvertisement>> others;
+        for (int i = 0; i < 5; ++i) {
+            others.push_back(std::make_unique<GapAdvertisement>(nullptr, "/other%1"_qs.arg(i),
+                                                                GapAdvertisement::SetProperties));
+            BleManager::instance()->add(others.back().get());
+        }
+        awaitTrue(
+            [&] { return m_ble.advertisements().size() == 5 && !m_ble.advertisements().contains(path); });
+        BleManager::instance()->add(m_adv.get());
+        awaitTrue([&] { return phase(*m_adv) == BleRegistrationState::Refused; });
+        awaitTrue([&] {
+            return BleManager::instance()->registrationState(m_adv.get()).errorMessage ==
+                   "Maximum advertisements reached"_qs;
+        });
+        return others;
     }
     int more() const { return registrations() - m_before; }
     void expectQuiet(int expected)

@@ -52,6 +52,9 @@ void plim::detail::RadioWatch::on_objectAdded(const QString& path, const QString
         on_propertiesChanged(path, interface, {Connected});
     } else if (interface == BluezInterfaces::Adapter && !isPowered(path)) {
         emit powerChanged(path, false);
+    } else if (interface == BluezInterfaces::AdvertisingManager) {
+        // It may have become free before anybody listened.
+        on_propertiesChanged(path, interface, {SupportedInstances});
     }
 }
 
