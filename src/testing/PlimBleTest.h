@@ -132,6 +132,12 @@ public:
         order(QStringLiteral("SetAnswer"), {method, mode, errorName, errorText, QVariant::fromValue(0U)});
     }
 
+    /** From now on a pairing agent has so many milliseconds for an answer, instead of 60,000. */
+    void setAgentPatience(uint milliseconds) const
+    {
+        order(QStringLiteral("SetAgentPatience"), {milliseconds});
+    }
+
     /** Calls any method of the simulator's control interface (see its manual page). The answer may be an
      * error. */
     static QDBusMessage control(const QString& method, const QVariantList& arguments = {})
@@ -174,6 +180,25 @@ public:
         /** From now on its link is "open", "encrypted", "authenticated" or "secure-connections". It is bonded
          * by anything but "open". */
         void protect(const QString& level) { tell(QStringLiteral("SetProtection"), {level}); }
+
+        /**
+         * Starts to pair; pairing() tells how it goes on. What both sides can show and ask decides which
+         * question the device's agent gets, as with LE Secure Connections. A failed pairing ends the link.
+         * @param capability  what the phone can: "KeyboardDisplay" as most phones, "DisplayYesNo",
+         * "KeyboardOnly", "DisplayOnly" or "NoInputNoOutput"
+         */
+        void pair(const QString& capability = QStringLiteral("KeyboardDisplay"))
+        {
+            tell(QStringLiteral("Pair"), {capability});
+        }
+        /** "" before the first pairing, "pairing", "paired", or "failed: " and the reason. */
+        QString pairing() { return tell(QStringLiteral("Pairing")).toString(); }
+        /** The six digits that the phone shows while it pairs; empty if it shows none. */
+        QString passkey() { return tell(QStringLiteral("Passkey")).toString(); }
+        /** The phone's user types the passkey that the device shows. */
+        void typePasskey(const QString& passkey) { tell(QStringLiteral("TypePasskey"), {passkey}); }
+        /** The phone's user gives up; does nothing if it does not pair. */
+        void cancelPairing() { tell(QStringLiteral("CancelPairing")); }
 
         /** Whether it confirms indications, as it does at first. It gets no further one before it has. */
         void confirmIndications(bool confirms) { tell(QStringLiteral("SetConfirming"), {confirms}); }

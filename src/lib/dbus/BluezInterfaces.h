@@ -9,6 +9,7 @@ namespace BluezInterfaces {
 inline const QString Adapter = QStringLiteral("org.bluez.Adapter1");
 inline const QString Device = QStringLiteral("org.bluez.Device1");
 inline const QString GattManager = QStringLiteral("org.bluez.GattManager1");
+inline const QString AgentManager = QStringLiteral("org.bluez.AgentManager1");
 inline const QString AdvertisingManager = QStringLiteral("org.bluez.LEAdvertisingManager1");
 
 // A peripheral's program serves these.

@@ -25,7 +25,8 @@ BleFindings plim::detail::TreeProblems::of(const GattApplication& application)
     if (!m_protected.isEmpty() && !m_hasAgent) {
         add(BleFinding::Warning, m_protected,
             "It takes a protected link, and this program answers no central that wants to pair",
-            "Let an agent run on the machine, or pair the centrals beforehand");
+            "Create a plim::PairingAgent first, let another agent run on the machine, or pair the centrals "
+            "beforehand");
     }
     if (m_hasCharacteristic && needsHandles(m_daemon)) {
         add(BleFinding::Error, application.dbusPath(),

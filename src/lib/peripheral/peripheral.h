@@ -16,6 +16,8 @@
 #include <plim/peripheral/Centrals.h>
 #include <plim/peripheral/Characteristic.h>
 #include <plim/peripheral/Descriptor.h>
+#include <plim/peripheral/PairingAgent.h>
+#include <plim/peripheral/PairingRequest.h>
 #include <plim/peripheral/ReadRequest.h>
 #include <plim/peripheral/Service.h>
 #include <plim/peripheral/WriteRequest.h>

@@ -14,7 +14,7 @@ namespace plim {
  * Lists what BlueZ would reject of a tree, and what a phone could not use. These are the findings of
  * GattApplication::problems(), and in addition:
  * - a write handler together with writes without a response: no central learns that a write was rejected;
- * - protected attributes: this program has no agent that answers a central that wants to pair;
+ * - protected attributes without a PairingAgent in this program, which answers a central that wants to pair;
  * - included services that come after the service that includes them, or belong to another application;
  * - a characteristic that tracks its subscribers, but that nobody can subscribe to;
  * - features that this version of the daemon does not have.

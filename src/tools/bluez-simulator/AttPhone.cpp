@@ -1,6 +1,7 @@
 #include "AttPhone.h"
 
 #include "Daemon.h"
+#include "Pairing.h"
 #include "Permissions.h"
 #include "Registration.h"
 #include "State.h"
@@ -42,7 +43,10 @@ QVariantMap deviceProperties(const PhoneState& state)
 
 } // namespace
 
-AttPhone::AttPhone(PhoneState& state, Daemon* daemon) : QObject(daemon), m_state(state), m_daemon(daemon) {}
+AttPhone::AttPhone(PhoneState& state, Daemon* daemon)
+    : QObject(daemon), m_state(state), m_daemon(daemon), m_pairing(new Pairing(this, daemon))
+{
+}
 
 void AttPhone::connectLink()
 {
@@ -64,6 +68,7 @@ void AttPhone::loseLink(const QString& reason)
         return;
     }
     m_isConnected = false;
+    m_pairing->loseLink();
     if (!reason.isEmpty()) {
         QDBusMessage signal =
             QDBusMessage::createSignal(m_state.device(), Names::Device, QStringLiteral("Disconnected"));

@@ -13,6 +13,7 @@
 namespace simulator {
 
 class Daemon;
+class Pairing;
 struct Registration;
 
 /**
@@ -28,6 +29,8 @@ public:
     AttPhone(PhoneState& state, Daemon* daemon);
 
     const PhoneState& state() const { return m_state; }
+    bool isConnected() const { return m_isConnected; }
+    Pairing& pairing() const { return *m_pairing; }
 
     /** Connects; does nothing when it is connected. */
     void connectLink();
@@ -88,6 +91,7 @@ private:
 
     PhoneState& m_state;
     Daemon* m_daemon = nullptr;
+    Pairing* m_pairing = nullptr;
     bool m_isKnown = false; // to the daemon, which has an object for it
     bool m_isConnected = false;
     QMap<QString, Subscription> m_subscriptions; // by the characteristic's path

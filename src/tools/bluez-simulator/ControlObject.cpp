@@ -16,6 +16,8 @@ namespace simulator {
 
 namespace {
 
+constexpr uint longestPatienceMs = 3600000;
+
 // An object path may not be empty on the bus, but a call with wrong arguments names none.
 QDBusObjectPath pathOrRoot(const QString& path)
 {
@@ -118,6 +120,11 @@ void ControlObject::SetAnswer(const QString& member, const QString& mode, const 
 void ControlObject::SetAcceptEverything(bool accept)
 {
     simulator().state().acceptsEverything = accept;
+}
+
+void ControlObject::SetAgentPatience(uint milliseconds)
+{
+    simulator().state().agentPatienceMs = int(std::min(milliseconds, longestPatienceMs));
 }
 
 QList<QVariantMap> ControlObject::Calls()

@@ -36,6 +36,7 @@ public slots:
     void SetAnswer(const QString& member, const QString& mode, const QString& errorName,
                    const QString& errorMessage, uint delayMs);
     void SetAcceptEverything(bool accept);
+    void SetAgentPatience(uint milliseconds);
 
     QList<QVariantMap> Calls();
     void ClearCalls();

@@ -1,8 +1,10 @@
 #include "Daemon.h"
 
 #include "AdvertisingManager.h"
+#include "AgentManager.h"
 #include "AttPhone.h"
 #include "DBusValue.h"
+#include "DeviceCalls.h"
 #include "GattManager.h"
 #include "Names.h"
 #include "Phone.h"
@@ -46,7 +48,11 @@ QList<Registration> registeredWith(const QMap<QString, Manager*>& managers)
 } // namespace
 
 Daemon::Daemon(const QDBusConnection& connection, State& state, QObject* parent)
-    : QDBusVirtualObject(parent), m_connection(connection), m_state(state), m_phone(new Phone(this))
+    : QDBusVirtualObject(parent),
+      m_connection(connection),
+      m_state(state),
+      m_phone(new Phone(this)),
+      m_agents(new AgentManager(this))
 {
     m_clients.setConnection(m_connection);
     m_clients.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
@@ -54,7 +60,7 @@ Daemon::Daemon(const QDBusConnection& connection, State& state, QObject* parent)
     m_connection.connect(QString(), QString(), Names::Properties, QStringLiteral("PropertiesChanged"), this,
                          SLOT(onPropertiesChanged(QDBusMessage)));
     m_tree.add(Names::BluezPath,
-               {Names::Introspectable, Names::Properties, QStringLiteral("org.bluez.AgentManager1"),
+               {Names::Introspectable, Names::Properties, Names::AgentManager,
                 QStringLiteral("org.bluez.ProfileManager1")});
     for (auto& phone : m_state.phones) {
         addPhone(phone.second);
@@ -127,6 +133,7 @@ void Daemon::addAdapter(const QString& name, const QString& address)
         m_tree.setProperty(adapterPath(name), Names::Adapter, QStringLiteral("Address"), address);
     }
     announce(adapterPath(name), adapterInterfaces());
+    m_agents->prepare(adapterPath(name));
 }
 
 void Daemon::removeAdapter(const QString& name)
@@ -259,6 +266,7 @@ bool Daemon::handleMessage(const QDBusMessage& call, const QDBusConnection& /*co
 void Daemon::onClientVanished(const QString& sender)
 {
     m_clients.removeWatchedService(sender);
+    m_agents->dropClient(sender);
     for (GattManager* manager : qAsConst(m_gattManagers)) {
         manager->dropClient(sender);
     }
@@ -318,10 +326,8 @@ void Daemon::dispatch(const QDBusMessage& call)
         answer(call, {introspection});
     } else if (isCall(Names::ObjectManager, "GetManagedObjects") && call.path() == QLatin1String("/")) {
         answer(call, {QVariant::fromValue(m_tree.objects())});
-    } else if (isCall(Names::Device, "Disconnect") && m_attPhones.contains(call.path())) {
-        attPhone(call.path()).loseLink();
-        answer(call, {});
-    } else if (!handleManagerCall(call) && !handlePropertiesCall(call)) {
+    } else if (!handleManagerCall(call) && !m_agents->handle(call) && !handleDeviceCall(*this, call) &&
+               !handlePropertiesCall(call)) {
         refuse(call,
                {QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"),
                 QStringLiteral("Method \"%1\" with signature \"%2\" on interface \"%3\" doesn't exist\n")

@@ -13,6 +13,7 @@
 namespace simulator {
 
 class AdvertisingManager;
+class AgentManager;
 class AttPhone;
 class GattManager;
 class Phone;
@@ -47,6 +48,9 @@ public:
     /** @param address  empty for the one that belongs to the name */
     void addAdapter(const QString& name, const QString& address);
     void removeAdapter(const QString& name);
+
+    const ObjectTree& tree() const { return m_tree; }
+    AgentManager& agents() const { return *m_agents; }
 
     QDBusConnection connection() const { return m_connection; }
     State& state() const { return m_state; }
@@ -116,6 +120,7 @@ private:
     QDBusConnection m_connection;
     State& m_state;
     Phone* m_phone = nullptr;
+    AgentManager* m_agents = nullptr;
     QMap<QString, AttPhone*> m_attPhones; // by their devices
     ObjectTree m_tree;
     QMap<QString, GattManager*> m_gattManagers;               // by path

@@ -76,7 +76,14 @@ QString membersXml(const QString& interface)
                         "<arg name=\"advertisement\" type=\"o\" direction=\"in\"/>"
                         "<arg name=\"options\" type=\"a{sv}\" direction=\"in\"/></method>"
                         "<method name=\"UnregisterAdvertisement\">"
-                        "<arg name=\"service\" type=\"o\" direction=\"in\"/></method>")}};
+                        "<arg name=\"service\" type=\"o\" direction=\"in\"/></method>")},
+        {Names::AgentManager,
+         QStringLiteral("<method name=\"RegisterAgent\"><arg name=\"agent\" type=\"o\" direction=\"in\"/>"
+                        "<arg name=\"capability\" type=\"s\" direction=\"in\"/></method>"
+                        "<method name=\"UnregisterAgent\">"
+                        "<arg name=\"agent\" type=\"o\" direction=\"in\"/></method>"
+                        "<method name=\"RequestDefaultAgent\">"
+                        "<arg name=\"agent\" type=\"o\" direction=\"in\"/></method>")}};
     return members.value(interface);
 }
 

@@ -2,6 +2,7 @@
 
 #include "AttPhone.h"
 #include "Daemon.h"
+#include "Pairing.h"
 #include "Simulator.h"
 
 namespace simulator {
@@ -62,6 +63,39 @@ void PhoneControl::SetConfirming(bool confirms)
     if (AttPhone* phone = presentPhone()) {
         phone->setConfirming(confirms);
     }
+}
+
+void PhoneControl::Pair(const QString& capability)
+{
+    if (AttPhone* phone = presentPhone()) {
+        require(phone->pairing().start(capability));
+    }
+}
+
+void PhoneControl::CancelPairing()
+{
+    if (AttPhone* phone = presentPhone()) {
+        phone->pairing().cancel();
+    }
+}
+
+void PhoneControl::TypePasskey(const QString& passkey)
+{
+    if (AttPhone* phone = presentPhone()) {
+        require(phone->pairing().type(passkey));
+    }
+}
+
+QString PhoneControl::Pairing()
+{
+    AttPhone* phone = presentPhone();
+    return phone ? phone->pairing().state() : QString();
+}
+
+QString PhoneControl::Passkey()
+{
+    AttPhone* phone = presentPhone();
+    return phone ? phone->pairing().shown() : QString();
 }
 
 QByteArray PhoneControl::Read(const QDBusObjectPath& path, ushort offset)

@@ -29,6 +29,11 @@ public slots:
     void Forget();
     void SetProtection(const QString& level);
     void SetConfirming(bool confirms);
+    void Pair(const QString& capability);
+    void CancelPairing();
+    void TypePasskey(const QString& passkey);
+    QString Pairing();
+    QString Passkey();
 
     QByteArray Read(const QDBusObjectPath& path, ushort offset);
     void Write(const QDBusObjectPath& path, const QByteArray& value, ushort offset);

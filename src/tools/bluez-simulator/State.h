@@ -18,6 +18,7 @@ struct State
     Faults faults;
     BluezVersion version = BluezVersion::Bluez582;
     bool acceptsEverything = false;
+    int agentPatienceMs = 60000; // how long an agent may take to answer
     QMap<QString, QByteArrayList>
         notifications;                    // of the phone that is always there, by the characteristic's path
     std::map<QString, PhoneState> phones; // the others, by the paths of their devices

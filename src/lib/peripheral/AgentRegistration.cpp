@@ -1,0 +1,145 @@
+#include "AgentRegistration.h"
+
+#include "DBusBluez.h"
+#include "plim.h"
+#include "plimlog.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
+#include <QPointer>
+
+namespace {
+
+/** Whether an error only says that BlueZ is not there. */
+bool isAbsence(const QString& error)
+{
+    return error == QLatin1String("org.freedesktop.DBus.Error.ServiceUnknown") ||
+           error == QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner");
+}
+
+} // namespace
+
+plim::detail::AgentRegistration::AgentRegistration(const QString& path, const QString& capability)
+    : m_path(path),
+      m_capability(capability),
+      m_watcher(new QDBusServiceWatcher(DBusBluezServiceName(), QDBusConnection::systemBus(),
+                                        QDBusServiceWatcher::WatchForOwnerChange))
+{
+    plim::connect(m_watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+                  &AgentRegistration::on_ownerChanged);
+}
+
+plim::detail::AgentRegistration::~AgentRegistration()
+{
+    // It may be its signal that has led here.
+    m_watcher->disconnect(this);
+    m_watcher->deleteLater();
+    if (m_state != WaitingForBlueZ) {
+        QDBusMessage last = message("UnregisterAgent");
+        last << QVariant::fromValue(QDBusObjectPath(m_path));
+        QDBusConnection::systemBus().send(last);
+    }
+}
+
+void plim::detail::AgentRegistration::start()
+{
+    call("RegisterAgent", true, [this](const QDBusMessage& reply) { onRegistered(reply); });
+    setState(Pending);
+}
+
+void plim::detail::AgentRegistration::released()
+{
+    setState(Refused, QStringLiteral("BlueZ has removed the agent"));
+}
+
+void plim::detail::AgentRegistration::on_ownerChanged(const QString& /*name*/, const QString& /*former*/,
+                                                      const QString& owner)
+{
+    ++m_attempt;
+    const QPointer<AgentRegistration> self(this);
+    setDaemon(QString());
+    if (!self) {
+        return;
+    }
+    if (owner.isEmpty()) {
+        setState(WaitingForBlueZ);
+    } else {
+        start();
+    }
+}
+
+void plim::detail::AgentRegistration::onRegistered(const QDBusMessage& reply)
+{
+    if (reply.type() == QDBusMessage::ReplyMessage) {
+        call("RequestDefaultAgent", false, [this](const QDBusMessage& answer) { onDefault(answer); });
+        setDaemon(reply.service());
+    } else if (isAbsence(reply.errorName())) {
+        setState(WaitingForBlueZ);
+    } else {
+        refuse(reply);
+    }
+}
+
+void plim::detail::AgentRegistration::onDefault(const QDBusMessage& reply)
+{
+    if (reply.type() == QDBusMessage::ReplyMessage) {
+        PLIM_LOG(bleLogger(), INFO, Q_FUNC_INFO, "Pairing agent is the default one: " << m_capability);
+        setState(Registered);
+    } else {
+        refuse(reply);
+    }
+}
+
+/** Calls next with the reply, unless another attempt has begun meanwhile. */
+template <typename Next>
+void plim::detail::AgentRegistration::call(const char* method, bool withCapability, const Next& next)
+{
+    QDBusMessage question = message(method);
+    question << QVariant::fromValue(QDBusObjectPath(m_path));
+    if (withCapability) {
+        question << m_capability;
+    }
+    const int attempt = ++m_attempt;
+    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::systemBus().asyncCall(question), this);
+    plim::connect(watcher, &QDBusPendingCallWatcher::finished, this,
+                  [this, attempt, next](QDBusPendingCallWatcher* finished) {
+                      finished->deleteLater();
+                      if (attempt == m_attempt) {
+                          next(finished->reply());
+                      }
+                  });
+}
+
+QDBusMessage plim::detail::AgentRegistration::message(const char* method) const
+{
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        m_daemon.isEmpty() ? DBusBluezServiceName() : m_daemon, QStringLiteral("/org/bluez"),
+        QStringLiteral("org.bluez.AgentManager1"), QString::fromLatin1(method));
+    question.setAutoStartService(false);
+    return question;
+}
+
+void plim::detail::AgentRegistration::refuse(const QDBusMessage& reply)
+{
+    const QString error = reply.errorName() + QStringLiteral(": ") + reply.errorMessage();
+    PLIM_LOG(bleLogger(), ERROR, Q_FUNC_INFO, "Pairing agent refused: " << error);
+    setState(Refused, error);
+}
+
+void plim::detail::AgentRegistration::setDaemon(const QString& uniqueName)
+{
+    m_daemon = uniqueName;
+    emit daemonChanged(uniqueName);
+}
+
+void plim::detail::AgentRegistration::setState(State state, const QString& error)
+{
+    if (m_state != state || m_error != error) {
+        m_state = state;
+        m_error = error;
+        emit stateChanged();
+    }
+}
