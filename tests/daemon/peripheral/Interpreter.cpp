@@ -81,6 +81,9 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"standard-services", &Interpreter::standardServices},
     {"battery-level", &Interpreter::batteryLevel},
     {"time-changed", &Interpreter::timeChanged},
+    {"agent", &Interpreter::agent},
+    {"window", &Interpreter::window},
+    {"decide", &Interpreter::decide},
     {"nothing", &Interpreter::nothing},
 };
 

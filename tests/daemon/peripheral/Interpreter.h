@@ -3,12 +3,15 @@
 #include "GapAdvertisement.h"
 #include "GattApplication.h"
 
+#include <plim/peripheral.h>
+
 #include <QMap>
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
 
 #include <functional>
+#include <memory>
 
 namespace plim {
 class Adapter;
@@ -35,6 +38,14 @@ class Centrals;
  *     powered 0|1                                     it has been switched
  *     ended disconnect|switch [ERROR]                 how a call has ended
  *     onair NAME, offair NAME REASON                  what the keeper tells
+ *
+ * and of what the commands in PairingCommands.cpp made:
+ *
+ *     agent STATE                         the agent's state has changed
+ *     pairing KIND CENTRAL [PASSKEY]      a pairing request waits for the command "decide"
+ *     pairing-ended KIND CENTRAL          nobody waits for its answer any more
+ *     pairing-refused CENTRAL             somebody wanted to pair while no window was open
+ *     paired CENTRAL
  */
 class Interpreter : public QObject
 {
@@ -136,6 +147,12 @@ private:
     void batteryLevel(const QStringList& words);
     // time-changed NAME: notifies the time, because of another time zone
     void timeChanged(const QStringList& words);
+    // agent CAPABILITY: the pairing agent; without an argument it ends
+    void agent(const QStringList& words);
+    // window SECONDS|close
+    void window(const QStringList& words);
+    // decide accept|reject|drop|PASSKEY: answers the latest pairing request
+    void decide(const QStringList& words);
 
     // nothing: only the answer, which says that everything printed before has been printed
     void nothing(const QStringList&) {}
@@ -160,6 +177,8 @@ private:
     plim::Centrals* m_centrals = nullptr;
     plim::Adapter* m_adapter = nullptr;
     QMap<QString, QPointer<QObject>> m_objects;
+    std::unique_ptr<plim::PairingAgent> m_agent;
+    plim::PairingRequest m_pairing;
 };
 
 /** Calls the setter that belongs to the property; throws a QString for one that it does not know. */

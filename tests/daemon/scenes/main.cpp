@@ -67,6 +67,9 @@ const Scene scenes[] = {
     {"handles", Scenes::handles, true, "equal UUIDs, handles that stay, included services"},
     {"standard", Scenes::standard, true, "device information, a battery, the current time"},
     {"lock", Scenes::lock, true, "example 09, a lock, as a phone pairs with it and opens it"},
+    {"justworks", Scenes::justWorks, true, "pairing without a comparison: accepted, refused, late, cancelled"},
+    {"numbers", Scenes::comparison, true, "pairing with a comparison of numbers: the same"},
+    {"passkey", Scenes::passkey, true, "pairing with a passkey, on either side: the same"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
 };
 

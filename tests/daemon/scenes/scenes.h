@@ -48,6 +48,9 @@ void subscribers();
 void handles();
 void standard();
 void lock();
+void justWorks();
+void comparison();
+void passkey();
 void demo();
 
 } // namespace Scenes
