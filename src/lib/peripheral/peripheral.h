@@ -12,6 +12,7 @@
 #include <plim/peripheral/AdvertisingKeeper.h>
 #include <plim/peripheral/AttError.h>
 #include <plim/peripheral/BeaconData.h>
+#include <plim/peripheral/Bonds.h>
 #include <plim/peripheral/Central.h>
 #include <plim/peripheral/Centrals.h>
 #include <plim/peripheral/Characteristic.h>
