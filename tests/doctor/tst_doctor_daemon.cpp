@@ -45,6 +45,7 @@ private slots:
     void anotherProgramIsAWarning();
     void aProgramOfWhichNothingIsSeenIsAWarning();
     void itsVersionIsWhatItsProgramSays();
+    void versionsWithoutCharacteristicsAreAProblem();
     void aVersionThatCannotBeToldIsAWarning_data();
     void aVersionThatCannotBeToldIsAWarning();
     void aProgramThatAnotherUserMayWriteIsNotRun();
@@ -147,6 +148,25 @@ void tst_doctor_daemon::itsVersionIsWhatItsProgramSays()
     QCOMPARE(found.text, QString("bluetoothd 5.99 is running (process %1 of user %2).")
                              .arg(daemon.pid())
                              .arg(found.values["user"].toString()));
+}
+
+void tst_doctor_daemon::versionsWithoutCharacteristicsAreAProblem()
+{
+    const auto lineFor = [](const QByteArray& version) {
+        const FakeDaemon fake(version);
+        const PrivateBus bus;
+        const Companion daemon(fake.program(), {}, bus.address());
+        return Doctor::examine({}, bus.address()).line("daemon.no-characteristics");
+    };
+    for (const QByteArray& version : {QByteArray("5.74"), QByteArray("5.75")}) {
+        QCOMPARE(lineFor(version), QString("problem bluetoothd %1 rejects every application whose "
+                                           "characteristics do not have a fixed handle each. | Install another "
+                                           "version of BlueZ.")
+                                       .arg(QString::fromLatin1(version)));
+    }
+    for (const QByteArray& version : {QByteArray("5.73"), QByteArray("5.76")}) {
+        QVERIFY(lineFor(version).startsWith("only "));
+    }
 }
 
 void tst_doctor_daemon::aVersionThatCannotBeToldIsAWarning_data()

@@ -82,7 +82,7 @@ void tst_doctor_program::jsonCountsWhatWasFound()
     const Doctor::Result result = Doctor::examine();
     const QJsonObject whole = QJsonDocument::fromJson(result.output.toUtf8()).object();
     QCOMPARE(whole["problems"].toInt(), 1);
-    QCOMPARE(whole["warnings"].toInt(), 2);
+    QCOMPARE(whole["warnings"].toInt(), 3);
     QCOMPARE(whole["findings"].toArray().size(), result.findings.size());
     QCOMPARE(result.exitCode, 1);
 }

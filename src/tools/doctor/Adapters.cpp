@@ -55,6 +55,38 @@ bool examineAdapter(const QString& path, const QVariantMap& properties, Report& 
     return false;
 }
 
+/** Compares the name that a phone shows before and after it has connected. */
+void examineAlias(const QString& path, const QVariantMap& properties, const QString& localName, Report& report)
+{
+    const QString alias = properties.value("Alias").toString();
+    const QVariantMap values{{"adapter", path}, {"alias", alias}, {"localName", localName}};
+    if (localName.isEmpty() || localName == alias) {
+        report.ok("adapter.alias",
+                  QString("A phone that has connected to %1 shows \"%2\".").arg(nameOf(path), alias), values);
+    } else {
+        report.warning("adapter.alias-differs",
+                       QString("A phone shows \"%1\" at first, and \"%2\" after it has connected to %3.")
+                           .arg(localName, alias, nameOf(path)),
+                       QString("Give the adapter the same name: bluetoothctl system-alias \"%1\"").arg(localName),
+                       values);
+    }
+}
+
+void examinePairing(const QString& path, const QVariantMap& properties, Report& report)
+{
+    const QVariantMap values{{"adapter", path}};
+    if (properties.value("Pairable").toBool()) {
+        report.ok("pairing.on", nameOf(path) + " lets phones pair.", values);
+    } else {
+        report.warning("pairing.off",
+                       nameOf(path) + " lets nobody pair: no agent is registered, or it has closed its pairing "
+                                      "window. Only bonded phones can use protected attributes.",
+                       "Use a plim::PairingAgent in the program and open its pairing window, or start another "
+                       "agent.",
+                       values);
+    }
+}
+
 void examineInstances(const QString& path, const QVariantMap& properties, Report& report)
 {
     const int active = properties.value("ActiveInstances").toInt();
@@ -143,7 +175,7 @@ void examineManagers(const Daemon& daemon, const Adapters& adapters, Report& rep
 
 } // namespace
 
-Adapters Adapters::examine(const Daemon& daemon, Report& report)
+Adapters Adapters::examine(const Daemon& daemon, const QString& localName, Report& report)
 {
     QStringList all;
     QStringList usable;
@@ -152,6 +184,8 @@ Adapters Adapters::examine(const Daemon& daemon, Report& report)
             all += object.key().path();
             if (examineAdapter(all.constLast(), object->value(BluezInterfaces::Adapter), report)) {
                 usable += all.constLast();
+                examineAlias(all.constLast(), object->value(BluezInterfaces::Adapter), localName, report);
+                examinePairing(all.constLast(), object->value(BluezInterfaces::Adapter), report);
             }
         }
     }

@@ -18,8 +18,9 @@ struct Adapters
         bool isUsable = false; // the adapter is switched on and can be a peripheral
     };
 
-    /** Checks the adapters and the two managers, and reports. */
-    static Adapters examine(const Daemon& daemon, Report& report);
+    /** Checks the adapters and the two managers, and reports.
+     * @param localName  what the program advertises, or empty */
+    static Adapters examine(const Daemon& daemon, const QString& localName, Report& report);
 
     Manager gatt;
     Manager advertising;

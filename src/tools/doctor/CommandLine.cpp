@@ -38,6 +38,8 @@ QString CommandLine::parse(const QStringList& arguments)
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsOptions);
     parser.addOptions({
         {"name", "Try to own this bus name, and check whether the daemon can call its owner.", "bus name"},
+        {"config", "The configuration of bluetoothd. Default: /etc/bluetooth/main.conf.", "file"},
+        {"local-name", "The name that your program advertises, to compare it with the adapter's.", "name"},
         {"advertise", "Register an advertisement, and print what a phone should see."},
         {"serve", "Register a readable characteristic, and print what a phone should see."},
         {"seconds", "How many seconds to keep them registered; Ctrl+C ends this earlier. Default: 10.",
@@ -61,6 +63,8 @@ QString CommandLine::parse(const QStringList& arguments)
         return QString("unexpected argument '%1'").arg(parser.positionalArguments().constFirst());
     }
     name = parser.value("name");
+    configuration = parser.value("config");
+    localName = parser.value("local-name");
     advertises = parser.isSet("advertise");
     serves = parser.isSet("serve");
     isJson = parser.isSet("json");

@@ -9,6 +9,8 @@ namespace doctor {
 struct CommandLine
 {
     QString name; // a bus name to try to own, or empty
+    QString configuration; // a file to read in place of main.conf, or empty
+    QString localName;     // what the program advertises, or empty
     bool advertises = false;
     bool serves = false;
     bool isJson = false;

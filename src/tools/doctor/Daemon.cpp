@@ -52,8 +52,20 @@ bool isThere(const Bus& bus, Report& report)
     return true;
 }
 
-/** Reports which program is the daemon, and its version. */
-void identify(const Bus& bus, Report& report, const QString& user)
+/** Reports what a version of the daemon cannot do at all. */
+void examineVersion(const QString& version, Report& report)
+{
+    if (version == "5.74" || version == "5.75") {
+        report.problem("daemon.no-characteristics",
+                       QString("bluetoothd %1 rejects every application whose characteristics do not have a "
+                               "fixed handle each.")
+                           .arg(version),
+                       "Install another version of BlueZ.", {{"version", version}});
+    }
+}
+
+/** Reports which program is the daemon, and its version. Returns whether it is bluetoothd. */
+bool identify(const Bus& bus, Report& report, const QString& user)
 {
     const uint pid = valueOf(bus.askBus("GetConnectionUnixProcessID", {DBusBluezServiceName()})).toUInt();
     const QVariant simulator = valueOf(bus.askBus("GetConnectionUnixProcessID", {simulatorService}));
@@ -65,7 +77,7 @@ void identify(const Bus& bus, Report& report, const QString& user)
                                "this machine's Bluetooth.")
                            .arg(where),
                        QString("To check the real daemon, stop the simulator: kill %1").arg(pid), values);
-        return;
+        return false;
     }
     const RunningProgram program(pid);
     values["program"] = program.name();
@@ -74,7 +86,7 @@ void identify(const Bus& bus, Report& report, const QString& user)
             "daemon.unseen",
             QString("This user may not see which program org.bluez is (%1), nor its version.").arg(where),
             "Run this as root.", values);
-        return;
+        return false;
     }
     if (program.name() != "bluetoothd") {
         report.warning("daemon.unknown",
@@ -82,7 +94,7 @@ void identify(const Bus& bus, Report& report, const QString& user)
                            .arg(program.name(), where),
                        "If it should not run, stop it and start bluetoothd: systemctl restart bluetooth",
                        values);
-        return;
+        return false;
     }
     const RunningProgram::Version version = program.version();
     if (version.text.isEmpty()) {
@@ -90,10 +102,12 @@ void identify(const Bus& bus, Report& report, const QString& user)
             "daemon.version-unknown",
             QString("bluetoothd is running (%1). Its version is unknown: %2.").arg(where, version.reason),
             "See the version of its package: bluetoothctl --version", values);
-        return;
+        return true;
     }
     values["version"] = version.text;
     report.ok("daemon.running", QString("bluetoothd %1 is running (%2).").arg(version.text, where), values);
+    examineVersion(version.text, report);
+    return true;
 }
 
 } // namespace
@@ -106,7 +120,7 @@ Daemon Daemon::find(const Bus& bus, Report& report)
     }
     const QVariant userId = valueOf(bus.askBus("GetConnectionUnixUser", {DBusBluezServiceName()}));
     daemon.user = userId.isValid() ? userName(userId.toUInt()) : QString("unknown");
-    identify(bus, report, daemon.user);
+    daemon.isBluetoothd = identify(bus, report, daemon.user);
 
     const QDBusMessage answer =
         bus.askBluez(DBusBluezObjectManagerPath(), "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");

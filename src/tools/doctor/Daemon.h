@@ -21,6 +21,7 @@ struct Daemon
     static void reportOutOfReach(const QDBusMessage& answer, Report& report);
 
     bool isUsable = false;
+    bool isBluetoothd = false; // by the name of its program
     QString user; // the user that it runs as
     DBusManagedObjectList objects;
 };

@@ -1,6 +1,7 @@
 #include "Adapters.h"
 #include "Bus.h"
 #include "CommandLine.h"
+#include "Configuration.h"
 #include "DBusTypes.h"
 #include "Daemon.h"
 #include "Name.h"
@@ -22,7 +23,11 @@ namespace {
 void examine(const CommandLine& options, const Bus& bus, Report& report)
 {
     const Daemon daemon = Daemon::find(bus, report);
-    const Adapters adapters = daemon.isUsable ? Adapters::examine(daemon, report) : Adapters();
+    if (daemon.isUsable) {
+        Configuration::examine(options, daemon, report);
+    }
+    const Adapters adapters =
+        daemon.isUsable ? Adapters::examine(daemon, options.localName, report) : Adapters();
     const bool isOwned = !options.name.isEmpty() && Name::acquire(bus, options.name, report);
     const bool isTrial = options.serves || options.advertises;
     bool isCalled = true;
