@@ -26,6 +26,17 @@ QByteArray byte(int number)
     return QByteArray(1, char(number));
 }
 
+/** Whether the daemon lets phones pair. */
+bool pairable()
+{
+    QDBusMessage get = QDBusMessage::createMethodCall("org.bluez", "/org/bluez/hci0",
+                                                      "org.freedesktop.DBus.Properties", "Get");
+    get << "org.bluez.Adapter1"
+        << "Pairable";
+    const QDBusMessage answer = QDBusConnection::systemBus().call(get, QDBus::BlockWithGui);
+    return answer.arguments().value(0).value<QDBusVariant>().variant().toBool();
+}
+
 /** An example that runs, until this object ends. */
 class Example : public QProcess
 {
@@ -279,6 +290,52 @@ private slots:
         QCOMPARE(stranger.read(state), QByteArray("locked"));
         phone.write(code, "2580");
         QCOMPARE(phone.error(), "");
+    }
+
+    void pairing()
+    {
+        PlimBleTest ble;
+        Example example("example-10-pairing");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/diary"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/diary/advertisement"));
+        const QString entry = ble.find(own(10, 2));
+        const auto pair = [&](PlimBleTest::Phone& phone, const char* key) {
+            example.write("p\n");
+            EVENTUALLY_VERIFY(example.says("waiting for a phone"));
+            phone.pair();
+            EVENTUALLY_VERIFY(!phone.passkey().isEmpty());
+            EVENTUALLY_VERIFY(
+                example.says(QByteArray("does the phone show " + phone.passkey().toUtf8() + '?').constData()));
+            example.write(key);
+        };
+
+        PlimBleTest::Phone phone;
+        phone.read(entry);
+        QCOMPARE(phone.error(), "0x05 Insufficient Authentication");
+        EVENTUALLY_COMPARE(pairable(), false);
+        phone.pair();
+        EVENTUALLY_COMPARE(phone.pairing(), "failed: 0x05 Pairing Not Supported"); // nobody pressed the button
+        phone.connect();
+        pair(phone, "n\n");
+        EVENTUALLY_COMPARE(phone.pairing(), "failed: 0x0c Numeric Comparison Failed");
+        phone.connect();
+        pair(phone, "y\n");
+        EVENTUALLY_COMPARE(phone.pairing(), "paired");
+        EVENTUALLY_VERIFY(example.says("paired: 00:AA:01:01:00:02"));
+        EVENTUALLY_VERIFY(example.says("pairing ends"));
+        QCOMPARE(phone.read(entry), QByteArray("dear diary"));
+
+        phone.disconnect();
+        // The example may hear of the link later than of the key.
+        EVENTUALLY_VERIFY(example.write("l\n") && example.says("00:AA:01:01:00:02 away\n1 bonded"));
+        phone.connect();
+        EVENTUALLY_VERIFY(example.write("l\n") && example.says("00:AA:01:01:00:02 connected\n1 bonded"));
+        example.write("r\nl\n");
+        EVENTUALLY_VERIFY(example.says("all phones forgotten"));
+        EVENTUALLY_VERIFY(example.write("l\n") && example.says("0 bonded"));
+        phone.connect();
+        phone.read(entry);
+        QCOMPARE(phone.error(), "0x05 Insufficient Authentication");
     }
 
     void demo()
