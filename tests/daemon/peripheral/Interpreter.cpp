@@ -83,6 +83,8 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"time-changed", &Interpreter::timeChanged},
     {"agent", &Interpreter::agent},
     {"window", &Interpreter::window},
+    {"bonds", &Interpreter::bonds},
+    {"forget", &Interpreter::forget},
     {"decide", &Interpreter::decide},
     {"nothing", &Interpreter::nothing},
 };

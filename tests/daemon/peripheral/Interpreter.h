@@ -46,6 +46,10 @@ class Centrals;
  *     pairing-ended KIND CENTRAL          nobody waits for its answer any more
  *     pairing-refused CENTRAL             somebody wanted to pair while no window was open
  *     paired CENTRAL
+ *     bonds CENTRAL...                    the answer to the command "bonds"
+ *     bond-removed CENTRAL
+ *     forgotten CENTRAL [ERROR]
+ *     all-forgotten [ERROR]
  */
 class Interpreter : public QObject
 {
@@ -154,8 +158,15 @@ private:
     // decide accept|reject|drop|PASSKEY: answers the latest pairing request
     void decide(const QStringList& words);
 
+    // bonds: prints them
+    void bonds(const QStringList& words);
+    // forget CENTRAL|all
+    void forget(const QStringList& words);
+
     // nothing: only the answer, which says that everything printed before has been printed
     void nothing(const QStringList&) {}
+
+    void observeBonds();
 
     template <typename Object>
     Object* find(const QString& name) const
@@ -179,6 +190,7 @@ private:
     QMap<QString, QPointer<QObject>> m_objects;
     std::unique_ptr<plim::PairingAgent> m_agent;
     plim::PairingRequest m_pairing;
+    plim::Bonds* m_bonds = nullptr; // from the command "agent" on
 };
 
 /** Calls the setter that belongs to the property; throws a QString for one that it does not know. */

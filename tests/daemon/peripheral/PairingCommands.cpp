@@ -42,6 +42,7 @@ void Interpreter::agent(const QStringList& words)
         return;
     }
     m_agent = std::make_unique<plim::PairingAgent>(capabilityOf(words.at(1)));
+    observeBonds();
     using plim::PairingAgent;
     connect(m_agent.get(), &PairingAgent::stateChanged, this, [this] { say("agent " + stateOf(*m_agent)); });
     connect(m_agent.get(), &PairingAgent::requested, this, [this](const plim::PairingRequest& request) {
@@ -54,6 +55,42 @@ void Interpreter::agent(const QStringList& words)
             [](const plim::Central& central) { say("pairing-refused " + central.path()); });
     connect(m_agent.get(), &PairingAgent::paired, this,
             [](const plim::Central& central) { say("paired " + central.path()); });
+}
+
+void Interpreter::observeBonds()
+{
+    if (m_bonds) {
+        return;
+    }
+    m_bonds = new plim::Bonds(this);
+    connect(m_bonds, &plim::Bonds::removed, this,
+            [](const plim::Central& central) { say("bond-removed " + central.path()); });
+    connect(m_bonds, &plim::Bonds::forgotten, this, [](const plim::Central& central, const QString& error) {
+        say(QString("forgotten " + central.path() + ' ' + error).trimmed());
+    });
+    connect(m_bonds, &plim::Bonds::allForgotten, this,
+            [](const QString& error) { say(QString("all-forgotten " + error).trimmed()); });
+}
+
+void Interpreter::bonds(const QStringList&)
+{
+    QStringList line{"bonds"};
+    for (const plim::Bond& bond : m_bonds ? m_bonds->bonds() : QList<plim::Bond>()) {
+        line << bond.central.path();
+    }
+    say(line.join(' '));
+}
+
+void Interpreter::forget(const QStringList& words)
+{
+    if (!m_bonds) {
+        throw QString("the bonds: there is no agent");
+    }
+    if (words.value(1) == "all") {
+        m_bonds->forgetAll();
+    } else {
+        m_bonds->forget(plim::Central(words.value(1)));
+    }
 }
 
 void Interpreter::window(const QStringList& words)

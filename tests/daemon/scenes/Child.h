@@ -27,6 +27,9 @@ public:
     int count(const QString& text) const { return this->text().count(text); }
     bool running() const { return m_process.state() == QProcess::Running; }
 
+    /** Writes a line to its standard input. */
+    void write(const QString& line);
+
     /** How it has ended by itself ("died of signal 11"); empty while it runs, and where it was ended. */
     QString death();
 
@@ -43,7 +46,6 @@ protected:
     };
     Child(const QString& name, const QString& program, const QStringList& arguments, Output output);
 
-    void write(const QString& line);
     /** A whole line that it wrote to standard output. */
     virtual void onLine(const QString&) {}
 

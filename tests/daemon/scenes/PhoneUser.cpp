@@ -44,8 +44,12 @@ void PhoneUser::pair()
     constexpr int longerThanAnyPairing = 120000;
     auto* watcher = new QDBusPendingCallWatcher(
         QDBusConnection::systemBus().asyncCall(call, longerThanAnyPairing), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
+    const int attempt = ++m_attempt;
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [=](QDBusPendingCallWatcher* finished) {
         finished->deleteLater();
+        if (attempt != m_attempt) {
+            return;
+        }
         const QString error = Remote::errorOf(finished->reply());
         m_result = error.isEmpty() ? "paired" : error;
     });

@@ -25,11 +25,12 @@ public:
     PhoneUser(const QString& device, const QString& capability);
     ~PhoneUser() override;
 
-    /** Starts to pair; result() tells how it ends. */
+    /** Starts to pair; result() tells how it fails. */
     void pair();
     /** The phone's user gives up. */
     void cancel();
-    /** "paired", the error's text, or empty until it has ended. */
+    /** The error's text, empty until it has failed. After a success "paired", as soon as the daemon has found the
+     * device's services, which it cannot while an AttClient has the link. */
     QString result() const { return m_result; }
 
     /** The six digits that the phone shows; empty where it shows none. */
@@ -52,6 +53,7 @@ public slots:
 private:
     const QString m_device;
     QString m_result;
+    int m_attempt = 0;
     QString m_shown;
     QStringList m_asked;
     QDBusMessage m_typing;

@@ -22,8 +22,8 @@ QString devicePath(const QString& adapter, const QString& address)
     return adapter + "/dev_" + QString(address).replace(':', '_');
 }
 
-ProductStage::ProductStage(const QStringList& commands)
-    : bluetooth(QByteArray(), Bluetooth::LowEnergy),
+ProductStage::ProductStage(const QStringList& commands, const QByteArray& configuration)
+    : bluetooth(configuration, Bluetooth::LowEnergy),
       central(bluetooth.phoneAddress(), bluetooth.deviceAddress())
 {
     peripheral.tell("application /com/example/scene com.example.Scene");

@@ -11,8 +11,11 @@
 class ProductStage
 {
 public:
-    /** @param commands  build the application: services, characteristics, handlers */
-    explicit ProductStage(const QStringList& commands);
+    /**
+     * @param commands       build the application: services, characteristics, handlers
+     * @param configuration  what the daemon's main.conf is to say, nothing for its defaults
+     */
+    explicit ProductStage(const QStringList& commands, const QByteArray& configuration = {});
 
     /** The daemon's name for the central on the peripheral's side. */
     QString centralPath() const;

@@ -5,6 +5,7 @@
 #include "Bluetooth.h"
 #include "Expect.h"
 #include "Phone.h"
+#include "PhoneUser.h"
 #include "ProductStage.h"
 #include "Remote.h"
 #include "scenes.h"
@@ -19,6 +20,8 @@ const QString thermostat = QStringLiteral("c0de0001-5f2a-4d6b-9a57-1f6d0a3b0005"
 const QString target = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0005");
 const QString lockCode = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b0009");
 const QString lockState = QStringLiteral("c0de0003-5f2a-4d6b-9a57-1f6d0a3b0009");
+
+const QString diaryEntry = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b000a");
 
 } // namespace
 
@@ -97,5 +100,47 @@ void Scenes::lock()
         Expect::equal(phone.write(code, "1234").error, 0x80, "a wrong code");
     }
     Expect::equal(phone.write(code, "2580").error, 0x08, "after three of them the right one gets 0x08");
+    Expect::that(!example.wrote("ERROR"), "no error is logged", example.text());
+}
+
+void Scenes::diary()
+{
+    Bluetooth bluetooth(QByteArray(), Bluetooth::LowEnergy);
+    Child example("example", "stdbuf",
+                  {"-oL", QCoreApplication::applicationDirPath() + "/example-10-pairing"});
+    const auto isPairable = [&] {
+        return Remote::properties(bluetooth.device(), Remote::adapterInterface).value("Pairable").toBool();
+    };
+    AttClient phone(bluetooth.phoneAddress(), bluetooth.deviceAddress());
+    example.write("p");
+    Expect::require(isPairable, "the example's agent and its window");
+    phone.connectDevice();
+    PhoneUser user(devicePath(bluetooth.phone(), bluetooth.deviceAddress()), "KeyboardDisplay");
+    const quint16 entry = phone.handle(diaryEntry);
+    const auto pair = [&](const QString& key) {
+        user.pair();
+        Expect::require(
+            [&] {
+                return !user.shown().isEmpty() &&
+                       example.wrote("does the phone show " + user.shown() + "? (y or n)");
+            },
+            "the same number on both displays");
+        example.write(key);
+    };
+    Expect::equal(phone.read(entry).error, 0x05, "not paired the phone gets 0x05");
+    pair("n");
+    Expect::require([&] { return !phone.connected(); }, "the end of the link, after a no");
+    phone.connectDevice();
+    Expect::equal(phone.read(entry).error, 0x05, "it still gets 0x05");
+    pair("y");
+    Expect::eventually([&] { return example.wrote("paired: " + bluetooth.phoneAddress()); },
+                       "the example tells who has paired", [&] { return example.text(); });
+    Expect::equal(phone.read(entry).value, QByteArray("dear diary"), "the phone reads");
+    example.write("r");
+    Expect::eventually([&] { return example.wrote("all phones forgotten"); }, "the factory reset",
+                       [&] { return example.text(); });
+    Expect::require([&] { return !phone.connected(); }, "the end of the link, after the reset");
+    phone.connectDevice();
+    Expect::equal(phone.read(entry).error, 0x05, "the phone gets 0x05 again");
     Expect::that(!example.wrote("ERROR"), "no error is logged", example.text());
 }

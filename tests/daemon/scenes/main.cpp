@@ -67,9 +67,12 @@ const Scene scenes[] = {
     {"handles", Scenes::handles, true, "equal UUIDs, handles that stay, included services"},
     {"standard", Scenes::standard, true, "device information, a battery, the current time"},
     {"lock", Scenes::lock, true, "example 09, a lock, as a phone pairs with it and opens it"},
-    {"justworks", Scenes::justWorks, true, "pairing without a comparison: accepted, refused, late, cancelled"},
+    {"justworks", Scenes::justWorks, true, "pairing without a comparison: no window, rejected, cancelled, never answered, accepted"},
     {"numbers", Scenes::comparison, true, "pairing with a comparison of numbers: the same"},
-    {"passkey", Scenes::passkey, true, "pairing with a passkey, on either side: the same"},
+    {"passkey", Scenes::passkey, true, "pairing with a passkey that the device shows: the same"},
+    {"forgotten", Scenes::forgotten, true, "bonds survive a restart, end on the device, end on the phone"},
+    {"typing", Scenes::typing, true, "pairing with a passkey that is typed on the device: the same"},
+    {"diary", Scenes::diary, true, "example 10, as two users pair with it, and its factory reset"},
     {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
 };
 

@@ -1,137 +1,167 @@
 // Pairing as plim::PairingAgent lets it happen, refuses it, or sees it end.
 
 #include "Expect.h"
-#include "PhoneUser.h"
-#include "ProductStage.h"
+#include "PairingStage.h"
 #include "Remote.h"
-#include "SceneTree.h"
 #include "scenes.h"
-
-#include <QDBusObjectPath>
 
 namespace {
 
-const QString secret = SceneTree::uuid(0x7201);
-
-/** A device with an agent and one encrypted value, and a phone whose user pairs. */
-class PairingStage : public ProductStage
+/** Rejected by the device, given up by the phone, never answered. */
+void failInEachWay(PairingStage& stage, const QString& question)
 {
-public:
-    PairingStage(const QString& deviceCan, const QString& phoneCan)
-        : ProductStage({"agent " + deviceCan, "plim-service service " + SceneTree::uuid(0x7200) + " primary",
-                        "plim-characteristic secret service " + secret + " read:encrypted",
-                        "value secret 0102"})
-    {
-        Expect::require([this] { return peripheral.told("agent").contains("registered"); },
-                        "the agent's registration");
-        central.connectDevice();
-        user = std::make_unique<PhoneUser>(devicePath(bluetooth.phone(), bluetooth.deviceAddress()), phoneCan);
-    }
+    stage.ask(question);
+    stage.peripheral.tell("decide reject");
+    stage.expectFailure("rejected");
+    stage.ask(question);
+    stage.user->cancel();
+    stage.expectEnded("cancelled by the phone");
+    stage.expectFailure("cancelled by the phone");
+    stage.ask(question);
+    stage.expectEnded("never answered");
+    stage.expectFailure("never answered");
+}
 
-    /** The error of reading the protected value. */
-    int readError() { return central.read(central.handle(secret)).error; }
+/** Nobody is asked where no window is open. */
+void refuseWithoutWindow(PairingStage& stage)
+{
+    Expect::eventually([&] { return !stage.isPairable(); }, "without a window the adapter is not pairable");
+    Expect::equal(stage.readError(), 0x0f, "not paired the phone gets 0x0f");
+    // The agent has set it for all adapters, and the phone's belongs to the same daemon.
+    Remote::setProperty(stage.bluetooth.phone(), Remote::adapterInterface, "Pairable", true);
+    stage.user->pair();
+    stage.expectFailure("without a window, a phone that wants a bond");
+    Expect::that(stage.peripheral.told("pairing-refused").isEmpty(), "the agent is not even asked");
+    Remote::setProperty(stage.bluetooth.phone(), Remote::adapterInterface, "Pairable", false);
+    stage.user->pair();
+    stage.expectFailure("without a window, a phone that wants none");
+    Expect::equal(stage.peripheral.told("pairing-refused"), QStringList{stage.centralPath()},
+                  "the agent is asked and refuses");
+    Expect::that(stage.peripheral.told("pairing authorize").isEmpty(), "the program is not asked");
+}
 
-    bool isPaired() const
-    {
-        return Remote::properties(centralPath(), Remote::deviceInterface).value("Paired").toBool();
-    }
-    bool isPairable() const
-    {
-        return Remote::properties(bluetooth.device(), Remote::adapterInterface).value("Pairable").toBool();
-    }
+void pairJustWorks(PairingStage& stage, const QString& when)
+{
+    stage.ask("authorize");
+    stage.peripheral.tell("decide accept");
+    stage.expectSuccess(when);
+}
 
-    /** The phone starts to pair, and the device is asked a question. */
-    QString ask(const QString& kind)
-    {
-        const int before = peripheral.told("pairing " + kind).size();
-        user->pair();
-        Expect::require([&] { return peripheral.told("pairing " + kind).size() > before; },
-                        "the question " + kind);
-        const QString told = peripheral.told("pairing " + kind).last();
-        Expect::equal(told.section(' ', 0, 0), centralPath(), "the device is asked: " + kind);
-        return told.section(' ', 1);
-    }
+QStringList bonds(PairingStage& stage)
+{
+    const int before = stage.peripheral.told("bonds").size();
+    stage.peripheral.tell("bonds");
+    // The phone's side of the bond belongs to the same daemon.
+    return stage.peripheral.told("bonds").at(before).split(' ').filter(stage.bluetooth.device());
+}
 
-    QString awaitResult(int seconds = 90)
-    {
-        Expect::require([&] { return !user->result().isEmpty(); }, "the end of the pairing", seconds);
-        return user->result();
-    }
+/** The daemon is killed and started: the bond is still there, and the phone reads without pairing. */
+void surviveRestart(PairingStage& stage)
+{
+    Expect::eventually([&] { return bonds(stage) == QStringList{stage.centralPath()}; },
+                       "the bond is listed");
+    const int registered = stage.peripheral.told("agent").count("registered");
+    stage.endLink();
+    stage.bluetooth.killDaemon();
+    stage.bluetooth.startDaemon();
+    stage.bluetooth.awaitAdapters();
+    Expect::require([&] { return stage.peripheral.told("agent").count("registered") > registered; },
+                    "the agent to be registered again");
+    stage.peripheral.awaitRegistration({"registerApp", "registerAdv"}, 2);
+    Expect::eventually([&] { return bonds(stage) == QStringList{stage.centralPath()}; },
+                       "after the daemon's restart it still is");
+    Expect::that(stage.peripheral.told("bond-removed").isEmpty(), "and was not told as removed",
+                 stage.peripheral.told("bond-removed").join(", "));
+    stage.user = std::make_unique<PhoneUser>(stage.deviceSeenFromPhone(), "KeyboardDisplay");
+    stage.central.connectDevice();
+    stage.central.protect(AttClient::Encrypted);
+    Expect::eventually([&] { return stage.readError() == 0; }, "the phone reads without pairing again");
+}
 
-    void awaitEnd(const QString& kind, const QString& when, int before)
-    {
-        Expect::eventually([&] { return peripheral.told("pairing-ended " + kind).size() > before; },
-                           when + ": requestEnded()", {}, 90);
-    }
-
-    std::unique_ptr<PhoneUser> user;
-};
+/** The device forgets the phone, by plim::Bonds. */
+void forgetOnDevice(PairingStage& stage)
+{
+    const int before = stage.peripheral.told("forgotten").size();
+    stage.peripheral.tell("forget " + stage.centralPath());
+    Expect::require([&] { return stage.peripheral.told("forgotten").size() > before; }, "the device to forget");
+    Expect::equal(stage.peripheral.told("forgotten").last(), stage.centralPath(), "the device forgets the phone");
+    Expect::eventually([&] { return bonds(stage).isEmpty(); }, "no bond is listed");
+    stage.reconnect();
+    Expect::equal(stage.readError(), 0x0f, "the phone cannot read any more");
+}
 
 } // namespace
 
 void Scenes::justWorks()
 {
-    PairingStage stage("NoInputNoOutput", "NoInputNoOutput");
-    Expect::eventually([&] { return !stage.isPairable(); }, "no window: the adapter is not pairable");
-    Expect::equal(stage.readError(), 0x0f, "not paired the phone gets 0x0f");
-    stage.user->pair();
-    Expect::note("without a window: " + stage.awaitResult());
-    Expect::note("connected after it: " + QString::number(stage.central.connected()));
-    stage.peripheral.settle();
-    Expect::note("refused: " + stage.peripheral.told("pairing-refused").join(','));
-    stage.peripheral.tell("window 600");
-    Expect::eventually([&] { return stage.isPairable(); }, "a window: it is pairable");
-    stage.ask("authorize");
-    stage.peripheral.tell("decide reject");
-    Expect::note("rejected: " + stage.awaitResult());
-    stage.ask("authorize");
-    int ended = stage.peripheral.told("pairing-ended").size();
-    stage.user->cancel();
-    stage.awaitEnd("authorize", "cancelled by the phone", ended);
-    Expect::note("cancelled: " + stage.awaitResult());
-    stage.ask("authorize");
-    ended = stage.peripheral.told("pairing-ended").size();
-    stage.awaitEnd("authorize", "never answered", ended);
-    Expect::note("timed out: " + stage.awaitResult());
+    PairingStage stage("NoInputNoOutput", "KeyboardDisplay");
+    refuseWithoutWindow(stage);
+    stage.openWindow();
+    failInEachWay(stage, "authorize");
     stage.ask("authorize");
     stage.peripheral.tell("decide accept");
-    Expect::note("accepted: " + stage.awaitResult());
-    Expect::note("read error: " + QString::number(stage.readError()));
+    stage.expectSuccess("accepted");
+}
+
+void Scenes::forgotten()
+{
+    {
+        PairingStage stage("NoInputNoOutput", "KeyboardDisplay");
+        stage.openWindow();
+        pairJustWorks(stage, "at first");
+        surviveRestart(stage);
+        stage.forgetOnPhone();
+        stage.user->pair();
+        stage.expectFailure("forgotten by the phone, JustWorksRepairing = never", true);
+        Expect::equal(stage.peripheral.told("pairing authorize").size(), 1, "the agent is not asked again");
+        forgetOnDevice(stage);
+        pairJustWorks(stage, "forgotten by both");
+        forgetOnDevice(stage);
+        Expect::note("the phone has the old key: " + QString::number(stage.readError()));
+    }
+    PairingStage stage("NoInputNoOutput", "KeyboardDisplay", "[General]\nJustWorksRepairing = confirm\n");
+    stage.openWindow();
+    pairJustWorks(stage, "at first, JustWorksRepairing = confirm");
+    stage.forgetOnPhone();
+    pairJustWorks(stage, "forgotten by the phone, JustWorksRepairing = confirm");
 }
 
 void Scenes::comparison()
 {
     PairingStage stage("DisplayYesNo", "KeyboardDisplay");
-    stage.peripheral.tell("window 600");
-    Expect::eventually([&] { return stage.isPairable(); }, "a window: it is pairable");
+    stage.openWindow();
+    failInEachWay(stage, "compare");
     const QString number = stage.ask("compare");
-    Expect::note(number + " phone " + stage.user->shown());
-    stage.peripheral.tell("decide reject");
-    Expect::note("rejected: " + stage.awaitResult());
-    Expect::note(QString::number(stage.central.connected()));
-    stage.ask("compare");
-    int ended = stage.peripheral.told("pairing-ended").size();
-    stage.user->cancel();
-    stage.awaitEnd("compare", "cancelled by the phone", ended);
-    Expect::note("cancelled: " + stage.awaitResult());
-    stage.ask("compare");
-    ended = stage.peripheral.told("pairing-ended").size();
-    stage.awaitEnd("compare", "never answered", ended);
-    Expect::note("timed out: " + stage.awaitResult());
-    stage.ask("compare");
+    Expect::eventually([&] { return stage.user->shown() == number; }, "both show " + number,
+                       [&] { return stage.user->shown(); });
     stage.peripheral.tell("decide accept");
-    Expect::note("accepted: " + stage.awaitResult());
-    Expect::note("read error: " + QString::number(stage.readError()));
+    stage.expectSuccess("accepted");
 }
 
 void Scenes::passkey()
 {
     PairingStage stage("DisplayOnly", "KeyboardDisplay");
-    stage.peripheral.tell("window 600");
-    Expect::eventually([&] { return stage.isPairable(); }, "a window: it is pairable");
-    stage.ask("show");
-    Expect::require([&] { return stage.user->isAskedForPasskey(); }, "the phone to ask");
-    stage.peripheral.tell("decide reject");
-    Expect::note("rejected: " + stage.awaitResult());
-    Expect::note(QString::number(stage.central.connected()));
+    stage.openWindow();
+    failInEachWay(stage, "show");
+    const QString passkey = stage.ask("show");
+    Expect::require([&] { return stage.user->isAskedForPasskey(); }, "the phone to ask for the passkey");
+    stage.user->type(passkey);
+    stage.expectSuccess("the passkey typed on the phone");
+    stage.expectEnded("paired");
+}
+
+void Scenes::typing()
+{
+    PairingStage stage("KeyboardOnly", "DisplayOnly");
+    stage.openWindow();
+    failInEachWay(stage, "enter");
+    stage.ask("enter");
+    Expect::require([&] { return !stage.user->shown().isEmpty(); }, "the phone to show a passkey");
+    const uint shown = stage.user->shown().toUInt();
+    stage.peripheral.tell(QString("decide %1").arg((shown + 1) % 1000000));
+    stage.expectFailure("another number typed on the device");
+    stage.ask("enter");
+    Expect::require([&] { return !stage.user->shown().isEmpty(); }, "the phone to show a passkey");
+    stage.peripheral.tell("decide " + stage.user->shown());
+    stage.expectSuccess("the number typed on the device");
 }

@@ -51,6 +51,9 @@ void lock();
 void justWorks();
 void comparison();
 void passkey();
+void typing();
+void forgotten();
+void diary();
 void demo();
 
 } // namespace Scenes

@@ -1,0 +1,120 @@
+#include "PairingStage.h"
+
+#include "Expect.h"
+#include "Remote.h"
+#include "SceneTree.h"
+
+#include <QDBusObjectPath>
+
+namespace {
+
+const QString secret = SceneTree::uuid(0x7201);
+
+} // namespace
+
+PairingStage::PairingStage(const QString& deviceCan, const QString& phoneCan, const QByteArray& configuration)
+    : ProductStage({"agent " + deviceCan, "plim-service service " + SceneTree::uuid(0x7200) + " primary",
+                    "plim-characteristic secret service " + secret + " read:encrypted", "value secret 0102"},
+                   configuration)
+{
+    Expect::require([this] { return peripheral.told("agent").contains("registered"); },
+                    "the agent's registration");
+    // A link keeps what was valid when it began.
+    central.connectDevice();
+    user = std::make_unique<PhoneUser>(deviceSeenFromPhone(), phoneCan);
+}
+
+void PairingStage::openWindow()
+{
+    peripheral.tell("window 0");
+    Expect::eventually([this] { return isPairable(); }, "with a window the adapter is pairable");
+}
+
+int PairingStage::readError()
+{
+    return central.read(central.handle(secret)).error;
+}
+
+bool PairingStage::isPaired() const
+{
+    return Remote::properties(centralPath(), Remote::deviceInterface).value("Paired").toBool();
+}
+
+bool PairingStage::isPairable() const
+{
+    return Remote::properties(bluetooth.device(), Remote::adapterInterface).value("Pairable").toBool();
+}
+
+QString PairingStage::deviceSeenFromPhone() const
+{
+    return devicePath(bluetooth.phone(), bluetooth.deviceAddress());
+}
+
+QString PairingStage::ask(const QString& kind)
+{
+    const QString question = "pairing " + kind;
+    const int before = peripheral.told(question).size();
+    m_endedBefore = peripheral.told("pairing-ended").size();
+    user->pair();
+    Expect::require([&] { return peripheral.told(question).size() > before; },
+                    "the device to be asked: " + kind);
+    const QString told = peripheral.told(question).last();
+    Expect::equal(told.section(' ', 0, 0), centralPath(), "the device is asked by the phone: " + kind);
+    return told.section(' ', 1);
+}
+
+void PairingStage::expectEnded(const QString& why)
+{
+    Expect::eventually([this] { return peripheral.told("pairing-ended").size() > m_endedBefore; },
+                       why + ": the request ends", {}, 90);
+}
+
+void PairingStage::expectFailure(const QString& why, bool isPaired)
+{
+    Expect::require([this] { return !user->result().isEmpty(); }, why + ": the end of the pairing", 90);
+    const QString failure = user->result();
+    Expect::that(failure.startsWith("org.bluez.Error.Authentication"), why + ": " + failure, failure);
+    Expect::equal(this->isPaired(), isPaired, isPaired ? "the device keeps its bond" : "the device has not paired");
+    reconnect();
+    Expect::equal(readError(), 0x0f, "and the phone cannot read");
+}
+
+void PairingStage::expectSuccess(const QString& how)
+{
+    Expect::eventually(
+        [this] {
+            return Remote::properties(deviceSeenFromPhone(), Remote::deviceInterface)
+                       .value("Paired")
+                       .toBool() &&
+                   isPaired();
+        },
+        how + ": both have paired", [this] { return user->result(); });
+    Expect::eventually([this] { return peripheral.told("paired").contains(centralPath()); },
+                       "the program hears that");
+    Expect::equal(readError(), 0, "the phone reads the encrypted value");
+}
+
+void PairingStage::forgetOnPhone()
+{
+    Remote::tryCall(bluetooth.phone(), Remote::adapterInterface, "RemoveDevice",
+                    {QVariant::fromValue(QDBusObjectPath(deviceSeenFromPhone()))});
+    reconnect();
+}
+
+void PairingStage::endLink()
+{
+    central.disconnectDevice();
+    // The daemon, which plays the paired phone too, may hold the link on.
+    Remote::tryCall(deviceSeenFromPhone(), Remote::deviceInterface, "Disconnect");
+    Expect::require(
+        [this] {
+            return !Remote::properties(centralPath(), Remote::deviceInterface).value("Connected").toBool();
+        },
+        "the end of the link");
+}
+
+void PairingStage::reconnect()
+{
+    Expect::require([this] { return !central.connected(); }, "the end of the link");
+    central.connectDevice();
+}
