@@ -1,5 +1,6 @@
-// A device with a display, and buttons to pair, to say yes or no, and for a factory reset. The terminal plays them:
-// type p, y, n, l (to list the bonded phones) or r, each with Enter. Only a bonded phone can read the value.
+// A device with a display, and buttons to pair, to say yes or no, and for a factory reset. The terminal plays
+// them: type p, y, n, l (to list the bonded phones) or r, each with Enter. Only a bonded phone can read the
+// value.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -48,7 +49,8 @@ int main(int argc, char** argv)
                     ? "does the phone show " + request.passkey() + "? (y or n)"
                     : "let " + request.central().path() + " pair? (y or n)");
     });
-    QObject::connect(&agent, &PairingAgent::requestEnded, &program, [] { display("the phone has given up"); });
+    QObject::connect(&agent, &PairingAgent::requestEnded, &program,
+                     [] { display("the phone has given up"); });
     QObject::connect(&agent, &PairingAgent::pairingWindowClosed, &program, [] { display("pairing ends"); });
     QObject::connect(&bonds, &plim::Bonds::added, &program, [&](const plim::Bond& bond) {
         agent.closePairingWindow(); // one phone for each press of the button

@@ -34,8 +34,9 @@ void tst_doctor_adapters::anAdapterThatIsOnIsDescribed()
 {
     Simulator simulator;
     const Doctor::Result result = Doctor::examine();
-    QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "adapter.on", "adapter.alias",
-                                        "pairing.off", "gatt.present", "advertising.instances", "advertising.capabilities"}));
+    QCOMPARE(result.names,
+             QStringList({"bus.reached", "daemon.stand-in", "adapter.on", "adapter.alias", "pairing.off",
+                          "gatt.present", "advertising.instances", "advertising.capabilities"}));
     QCOMPARE(result.line("adapter.on"),
              "ok hci0 (00:AA:01:00:00:00) is switched on. It is not discoverable without an advertisement.");
     QCOMPARE(result.finding("adapter.on").values, QJsonObject({{"adapter", hci0},

@@ -65,13 +65,15 @@ void tst_doctor_configuration::theDefaultsAreWarnedOf()
              (QStringList{"config.absent", "config.client", "config.repairing-never"}));
     QCOMPARE(result.line("config.absent"),
              "ok There is no /nonexistent/main.conf: bluetoothd uses its defaults.");
-    QCOMPARE(result.line("config.client"),
-             "warning bluetoothd reads the attributes of each phone that connects. Some phones then ask their "
-             "users to pair. | Write ReverseServiceDiscovery = false into the section [General].");
-    QCOMPARE(result.line("config.repairing-never"),
-             "warning A phone that has forgotten this device cannot pair with it again without a comparison, "
-             "until this device has forgotten the phone. | Write JustWorksRepairing = confirm into the section "
-             "[General].");
+    QCOMPARE(
+        result.line("config.client"),
+        "warning bluetoothd reads the attributes of each phone that connects. Some phones then ask their "
+        "users to pair. | Write ReverseServiceDiscovery = false into the section [General].");
+    QCOMPARE(
+        result.line("config.repairing-never"),
+        "warning A phone that has forgotten this device cannot pair with it again without a comparison, "
+        "until this device has forgotten the phone. | Write JustWorksRepairing = confirm into the section "
+        "[General].");
     QCOMPARE(result.exitCode, 0);
 }
 
@@ -82,7 +84,8 @@ void tst_doctor_configuration::aFileWithoutAValueMeansTheDefault()
     const Doctor::Result result = configuration.examine();
     QCOMPARE(about("config", result),
              (QStringList{"config.read", "config.client", "config.repairing-never"}));
-    QCOMPARE(result.line("config.read"), "ok The configuration of bluetoothd is " + configuration.path() + '.');
+    QCOMPARE(result.line("config.read"),
+             "ok The configuration of bluetoothd is " + configuration.path() + '.');
 }
 
 void tst_doctor_configuration::theFileForAPeripheralHasNoWarning()
@@ -138,10 +141,11 @@ void tst_doctor_configuration::privacyIsAWarning()
 {
     const Simulator simulator;
     const Doctor::Result result = Configuration("[General]\nPrivacy = device\n").examine();
-    QCOMPARE(result.line("config.privacy"),
-             "warning The address of this device changes every few minutes. A phone that is not bonded takes it "
-             "for a new device each time. | Write Privacy = off into the section [General], unless the device "
-             "must not be traced.");
+    QCOMPARE(
+        result.line("config.privacy"),
+        "warning The address of this device changes every few minutes. A phone that is not bonded takes it "
+        "for a new device each time. | Write Privacy = off into the section [General], unless the device "
+        "must not be traced.");
     QCOMPARE(result.finding("config.privacy").values, QJsonObject({{"Privacy", "device"}}));
     QVERIFY(!Configuration("[General]\nPrivacy = off\n").examine().names.contains("config.privacy"));
 }
@@ -163,7 +167,8 @@ void tst_doctor_configuration::aFileThatMayNotBeReadIsAWarning()
     const Doctor::Result result = Doctor::examine({"--config", path});
     QCOMPARE(about("config", result), QStringList{"config.unreadable"});
     QCOMPARE(result.line("config.unreadable"),
-             "warning This user may not read the configuration of bluetoothd, " + path + ". | Run this as root.");
+             "warning This user may not read the configuration of bluetoothd, " + path +
+                 ". | Run this as root.");
 }
 
 void tst_doctor_configuration::theStandInHasNoConfiguration()
@@ -176,21 +181,24 @@ void tst_doctor_configuration::theNameIsCompared()
 {
     Simulator simulator;
     simulator.setProperty(hci0, adapter, "Alias", "Lamp");
-    QCOMPARE(Doctor::examine().line("adapter.alias"), "ok A phone that has connected to hci0 shows \"Lamp\".");
+    QCOMPARE(Doctor::examine().line("adapter.alias"),
+             "ok A phone that has connected to hci0 shows \"Lamp\".");
     QCOMPARE(about("adapter", Doctor::examine({"--local-name", "Lamp"})),
              (QStringList{"adapter.on", "adapter.alias"}));
-    QCOMPARE(Doctor::examine({"--local-name", "My Lamp"}).line("adapter.alias-differs"),
-             "warning A phone shows \"My Lamp\" at first, and \"Lamp\" after it has connected to hci0. | Give the "
-             "adapter the same name: bluetoothctl system-alias \"My Lamp\"");
+    QCOMPARE(
+        Doctor::examine({"--local-name", "My Lamp"}).line("adapter.alias-differs"),
+        "warning A phone shows \"My Lamp\" at first, and \"Lamp\" after it has connected to hci0. | Give the "
+        "adapter the same name: bluetoothctl system-alias \"My Lamp\"");
 }
 
 void tst_doctor_configuration::whoCanPairIsTold()
 {
     Simulator simulator;
-    QCOMPARE(Doctor::examine().line("pairing.off"),
-             "warning hci0 lets nobody pair: no agent is registered, or it has closed its pairing window. Only "
-             "bonded phones can use protected attributes. | Use a plim::PairingAgent in the program and open "
-             "its pairing window, or start another agent.");
+    QCOMPARE(
+        Doctor::examine().line("pairing.off"),
+        "warning hci0 lets nobody pair: no agent is registered, or it has closed its pairing window. Only "
+        "bonded phones can use protected attributes. | Use a plim::PairingAgent in the program and open "
+        "its pairing window, or start another agent.");
     simulator.setProperty(hci0, adapter, "Pairable", true);
     QCOMPARE(Doctor::examine().line("pairing.on"), "ok hci0 lets phones pair.");
 }

@@ -159,10 +159,11 @@ void tst_doctor_daemon::versionsWithoutCharacteristicsAreAProblem()
         return Doctor::examine({}, bus.address()).line("daemon.no-characteristics");
     };
     for (const QByteArray& version : {QByteArray("5.74"), QByteArray("5.75")}) {
-        QCOMPARE(lineFor(version), QString("problem bluetoothd %1 rejects every application whose "
-                                           "characteristics do not have a fixed handle each. | Install another "
-                                           "version of BlueZ.")
-                                       .arg(QString::fromLatin1(version)));
+        QCOMPARE(lineFor(version),
+                 QString("problem bluetoothd %1 rejects every application whose "
+                         "characteristics do not have a fixed handle each. | Install another "
+                         "version of BlueZ.")
+                     .arg(QString::fromLatin1(version)));
     }
     for (const QByteArray& version : {QByteArray("5.73"), QByteArray("5.76")}) {
         QVERIFY(lineFor(version).startsWith("only "));

@@ -444,9 +444,8 @@ void tst_pairing_agent::aRequestOutlivesItsAgent()
 void tst_pairing_agent::theAgentMayEndInEachSignal_data()
 {
     QTest::addColumn<QByteArray>("signal");
-    for (const char* signal :
-         {"requested", "requestEnded", "refused", "paired", "stateChanged", "pairingWindowOpened",
-          "pairingWindowClosed"}) {
+    for (const char* signal : {"requested", "requestEnded", "refused", "paired", "stateChanged",
+                               "pairingWindowOpened", "pairingWindowClosed"}) {
         QTest::newRow(signal) << QByteArray(signal);
     }
 }
@@ -464,7 +463,8 @@ void tst_pairing_agent::theAgentMayEndInEachSignal()
     const auto end = [&] { own.agent.reset(); };
     QObject receiver;
     PairingAgent* agent = own.agent.get();
-    QObject::connect(agent, &PairingAgent::requested, &receiver, [&] { signal == "requested" ? end() : void(); });
+    QObject::connect(agent, &PairingAgent::requested, &receiver,
+                     [&] { signal == "requested" ? end() : void(); });
     QObject::connect(agent, &PairingAgent::requestEnded, &receiver,
                      [&] { signal == "requestEnded" ? end() : void(); });
     QObject::connect(agent, &PairingAgent::refused, &receiver, [&] { signal == "refused" ? end() : void(); });

@@ -151,13 +151,24 @@ void plim::detail::AgentObject::ask(PendingPairing::Question question, const QDB
     const auto call = std::make_shared<PendingPairing>(message(), connection(), question);
     tidy();
     m_open.push_back(call);
-    const std::weak_ptr<PendingPairing> open(call);
-    QTimer::singleShot(patienceMs, this,
-                       [this, open] { endThose([&](const auto& other) { return other == open.lock(); }); });
+    limit(call);
     if (question.kind == PairingRequest::ShowPasskey) {
         m_shown = call;
     }
     emit asked(PairingRequest(call));
+}
+
+/** Ends a request when BlueZ does not wait for its answer any more. */
+void plim::detail::AgentObject::limit(const std::weak_ptr<PendingPairing>& open)
+{
+    // A child: QTimer::singleShot() would outlive this object.
+    auto* timer = new QTimer(this);
+    timer->setSingleShot(true);
+    plim::connect(timer, &QTimer::timeout, this, [this, timer, open] {
+        timer->deleteLater();
+        endThose([&](const auto& other) { return other == open.lock(); });
+    });
+    timer->start(patienceMs);
 }
 
 /** BlueZ may call again while its user types, with the number of digits so far. */
@@ -177,7 +188,8 @@ void plim::detail::AgentObject::show(const QDBusObjectPath& device, const QStrin
 }
 
 /** May end this object. */
-template <typename Condition> void plim::detail::AgentObject::endThose(const Condition& condition)
+template <typename Condition>
+void plim::detail::AgentObject::endThose(const Condition& condition)
 {
     std::vector<std::shared_ptr<PendingPairing>> ending;
     for (const auto& open : m_open) {

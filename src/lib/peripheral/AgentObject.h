@@ -61,8 +61,10 @@ public slots:
 private:
     bool isDaemon() const;
     void ask(PendingPairing::Question question, const QDBusObjectPath& device);
+    void limit(const std::weak_ptr<PendingPairing>& open);
     void show(const QDBusObjectPath& device, const QString& passkey);
-    template <typename Condition> void endThose(const Condition& condition);
+    template <typename Condition>
+    void endThose(const Condition& condition);
     void endAll();
     void endOf(const QString& central);
     void onChanged(const QString& path, const QString& interface, const QStringList& names);

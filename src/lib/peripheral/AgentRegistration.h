@@ -56,7 +56,8 @@ private slots:
 private:
     void onRegistered(const QDBusMessage& reply);
     void onDefault(const QDBusMessage& reply);
-    template <typename Next> void call(const char* method, bool withCapability, const Next& next);
+    template <typename Next>
+    void call(const char* method, bool withCapability, const Next& next);
     QDBusMessage message(const char* method) const;
     void refuse(const QDBusMessage& reply);
     void setDaemon(const QString& uniqueName);

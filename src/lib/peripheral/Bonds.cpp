@@ -68,7 +68,8 @@ void plim::Bonds::forgetAll()
     }
     if (paths.isEmpty()) {
         const QString error = m_isKnown ? QString() : QStringLiteral("BlueZ has not told its bonds");
-        QMetaObject::invokeMethod(this, [this, error] { finishAll(error); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, error] { finishAll(error); }, Qt::QueuedConnection);
     }
 }
 

@@ -105,8 +105,8 @@ private:
     const std::shared_ptr<detail::BluezObjects> m_bluez;
     QMap<QString, Bond> m_bonds; ///< by the centrals' paths
     bool m_isKnown = false;
-    int m_toForget = 0;     ///< by forgetAll()
-    QString m_firstError;   ///< of forgetAll()
+    int m_toForget = 0;   ///< by forgetAll()
+    QString m_firstError; ///< of forgetAll()
     bool m_forgetsAll = false;
 };
 

@@ -15,7 +15,8 @@ constexpr int passkeyDigits = 6;
 bool isPasskey(const QString& text)
 {
     return !text.isEmpty() && text.size() <= passkeyDigits &&
-           std::all_of(text.begin(), text.end(), [](QChar digit) { return digit >= QLatin1Char('0') && digit <= QLatin1Char('9'); });
+           std::all_of(text.begin(), text.end(),
+                       [](QChar digit) { return digit >= QLatin1Char('0') && digit <= QLatin1Char('9'); });
 }
 
 bool isPin(const QString& text)

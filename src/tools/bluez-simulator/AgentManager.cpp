@@ -51,13 +51,12 @@ void AgentManager::prepare(const QString& adapter)
 
 void AgentManager::add(const QDBusMessage& call)
 {
-    static const QStringList capabilities{
-        QString(),
-        QStringLiteral("DisplayOnly"),
-        QStringLiteral("DisplayYesNo"),
-        QStringLiteral("KeyboardOnly"),
-        QStringLiteral("NoInputNoOutput"),
-        QStringLiteral("KeyboardDisplay")};
+    static const QStringList capabilities{QString(),
+                                          QStringLiteral("DisplayOnly"),
+                                          QStringLiteral("DisplayYesNo"),
+                                          QStringLiteral("KeyboardOnly"),
+                                          QStringLiteral("NoInputNoOutput"),
+                                          QStringLiteral("KeyboardDisplay")};
     QString capability = call.arguments().at(1).toString();
     if (!capabilities.contains(capability)) {
         m_daemon->refuse(call, Refusal::invalidArguments());

@@ -9,8 +9,8 @@ namespace simulator {
 
 class Daemon;
 
-/** The agents of the clients, which are asked when a phone pairs. As with the real daemon, adapters are pairable
- * as soon as there is an agent. */
+/** The agents of the clients, which are asked when a phone pairs. As with the real daemon, adapters are
+ * pairable as soon as there is an agent. */
 class AgentManager : public QObject
 {
     Q_OBJECT

@@ -59,9 +59,8 @@ Daemon::Daemon(const QDBusConnection& connection, State& state, QObject* parent)
     connect(&m_clients, &QDBusServiceWatcher::serviceUnregistered, this, &Daemon::onClientVanished);
     m_connection.connect(QString(), QString(), Names::Properties, QStringLiteral("PropertiesChanged"), this,
                          SLOT(onPropertiesChanged(QDBusMessage)));
-    m_tree.add(Names::BluezPath,
-               {Names::Introspectable, Names::Properties, Names::AgentManager,
-                QStringLiteral("org.bluez.ProfileManager1")});
+    m_tree.add(Names::BluezPath, {Names::Introspectable, Names::Properties, Names::AgentManager,
+                                  QStringLiteral("org.bluez.ProfileManager1")});
     for (auto& phone : m_state.phones) {
         addPhone(phone.second);
     }

@@ -41,9 +41,9 @@ Pairing::Pairing(AttPhone* phone, Daemon* daemon) : QObject(phone), m_phone(phon
 
 QString Pairing::start(const QString& capability)
 {
-    static const QStringList capabilities{
-        QStringLiteral("DisplayOnly"), QStringLiteral("DisplayYesNo"), QStringLiteral("KeyboardOnly"),
-        QStringLiteral("NoInputNoOutput"), QStringLiteral("KeyboardDisplay")};
+    static const QStringList capabilities{QStringLiteral("DisplayOnly"), QStringLiteral("DisplayYesNo"),
+                                          QStringLiteral("KeyboardOnly"), QStringLiteral("NoInputNoOutput"),
+                                          QStringLiteral("KeyboardDisplay")};
     if (!capabilities.contains(capability)) {
         return QStringLiteral("\"%1\" is none of the capabilities %2")
             .arg(capability, capabilities.join(QLatin1String(", ")));
@@ -58,8 +58,7 @@ QString Pairing::start(const QString& capability)
     m_state = pairing;
     m_shown.clear();
     m_agent = m_daemon->agents().defaultAgent();
-    const QVariantMap adapter =
-        m_daemon->tree().interfaces(m_phone->state().adapter).value(Names::Adapter);
+    const QVariantMap adapter = m_daemon->tree().interfaces(m_phone->state().adapter).value(Names::Adapter);
     const bool isPairable = adapter.value(QStringLiteral("Pairable")).toBool();
     const Method method = methodOf(m_agent.capability, capability);
     // JustWorksRepairing=never: whoever is bonded on the daemon's side has to be removed there first.
@@ -152,8 +151,8 @@ void Pairing::call(const QString& member, const QVariantList& arguments, bool wa
 {
     QDBusMessage message = QDBusMessage::createMethodCall(m_agent.sender, m_agent.path,
                                                           QStringLiteral("org.bluez.Agent1"), member);
-    message.setArguments(
-        QVariantList{QVariant::fromValue(QDBusObjectPath(m_phone->state().device()))} + arguments);
+    message.setArguments(QVariantList{QVariant::fromValue(QDBusObjectPath(m_phone->state().device()))} +
+                         arguments);
     if (!wantsReply) {
         m_daemon->connection().send(message);
         return;

@@ -12,9 +12,9 @@ class AttPhone;
 class Daemon;
 
 /**
- * A phone's attempts to pair, one after the other: what both sides can show and ask decides about the question
- * that the default agent gets, as with LE Secure Connections and protection against a man in the middle. A
- * failed attempt ends the link, as the kernel does.
+ * A phone's attempts to pair, one after the other: what both sides can show and ask decides about the
+ * question that the default agent gets, as with LE Secure Connections and protection against a man in the
+ * middle. A failed attempt ends the link, as the kernel does.
  */
 class Pairing : public QObject
 {

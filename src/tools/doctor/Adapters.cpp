@@ -56,7 +56,8 @@ bool examineAdapter(const QString& path, const QVariantMap& properties, Report& 
 }
 
 /** Compares the name that a phone shows before and after it has connected. */
-void examineAlias(const QString& path, const QVariantMap& properties, const QString& localName, Report& report)
+void examineAlias(const QString& path, const QVariantMap& properties, const QString& localName,
+                  Report& report)
 {
     const QString alias = properties.value("Alias").toString();
     const QVariantMap values{{"adapter", path}, {"alias", alias}, {"localName", localName}};
@@ -64,11 +65,12 @@ void examineAlias(const QString& path, const QVariantMap& properties, const QStr
         report.ok("adapter.alias",
                   QString("A phone that has connected to %1 shows \"%2\".").arg(nameOf(path), alias), values);
     } else {
-        report.warning("adapter.alias-differs",
-                       QString("A phone shows \"%1\" at first, and \"%2\" after it has connected to %3.")
-                           .arg(localName, alias, nameOf(path)),
-                       QString("Give the adapter the same name: bluetoothctl system-alias \"%1\"").arg(localName),
-                       values);
+        report.warning(
+            "adapter.alias-differs",
+            QString("A phone shows \"%1\" at first, and \"%2\" after it has connected to %3.")
+                .arg(localName, alias, nameOf(path)),
+            QString("Give the adapter the same name: bluetoothctl system-alias \"%1\"").arg(localName),
+            values);
     }
 }
 
@@ -78,12 +80,13 @@ void examinePairing(const QString& path, const QVariantMap& properties, Report& 
     if (properties.value("Pairable").toBool()) {
         report.ok("pairing.on", nameOf(path) + " lets phones pair.", values);
     } else {
-        report.warning("pairing.off",
-                       nameOf(path) + " lets nobody pair: no agent is registered, or it has closed its pairing "
-                                      "window. Only bonded phones can use protected attributes.",
-                       "Use a plim::PairingAgent in the program and open its pairing window, or start another "
-                       "agent.",
-                       values);
+        report.warning(
+            "pairing.off",
+            nameOf(path) + " lets nobody pair: no agent is registered, or it has closed its pairing "
+                           "window. Only bonded phones can use protected attributes.",
+            "Use a plim::PairingAgent in the program and open its pairing window, or start another "
+            "agent.",
+            values);
     }
 }
 

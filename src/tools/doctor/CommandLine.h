@@ -8,7 +8,7 @@ namespace doctor {
 /** The doctor's command line. */
 struct CommandLine
 {
-    QString name; // a bus name to try to own, or empty
+    QString name;          // a bus name to try to own, or empty
     QString configuration; // a file to read in place of main.conf, or empty
     QString localName;     // what the program advertises, or empty
     bool advertises = false;

@@ -30,7 +30,8 @@ void Configuration::examine(const CommandLine& options, const Daemon& daemon, Re
                        "Run this as root.", values);
         return;
     } else {
-        report.ok("config.absent", QString("There is no %1: bluetoothd uses its defaults.").arg(path), values);
+        report.ok("config.absent", QString("There is no %1: bluetoothd uses its defaults.").arg(path),
+                  values);
     }
     configuration.examineClient(report);
     configuration.examineRepairing(report);
@@ -84,11 +85,12 @@ void Configuration::examineRepairing(Report& report) const
                        "Write JustWorksRepairing = confirm into the section [General].",
                        {{"JustWorksRepairing", repairing}});
     } else if (repairing != "confirm") {
-        report.warning("config.repairing-never",
-                       "A phone that has forgotten this device cannot pair with it again without a comparison, "
-                       "until this device has forgotten the phone.",
-                       "Write JustWorksRepairing = confirm into the section [General].",
-                       {{"JustWorksRepairing", repairing}});
+        report.warning(
+            "config.repairing-never",
+            "A phone that has forgotten this device cannot pair with it again without a comparison, "
+            "until this device has forgotten the phone.",
+            "Write JustWorksRepairing = confirm into the section [General].",
+            {{"JustWorksRepairing", repairing}});
     }
 }
 
@@ -96,11 +98,12 @@ void Configuration::examinePrivacy(Report& report) const
 {
     const QString privacy = value("General", "Privacy", "off");
     if (privacy != "off") {
-        report.warning("config.privacy",
-                       "The address of this device changes every few minutes. A phone that is not bonded takes "
-                       "it for a new device each time.",
-                       "Write Privacy = off into the section [General], unless the device must not be traced.",
-                       {{"Privacy", privacy}});
+        report.warning(
+            "config.privacy",
+            "The address of this device changes every few minutes. A phone that is not bonded takes "
+            "it for a new device each time.",
+            "Write Privacy = off into the section [General], unless the device must not be traced.",
+            {{"Privacy", privacy}});
     }
 }
 

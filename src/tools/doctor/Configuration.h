@@ -13,7 +13,8 @@ struct Daemon;
 class Configuration
 {
 public:
-    /** Reports on the file of the command line; without one, on the usual file if the daemon is bluetoothd. */
+    /** Reports on the file of the command line; without one, on the usual file if the daemon is bluetoothd.
+     */
     static void examine(const CommandLine& options, const Daemon& daemon, Report& report);
 
 private:

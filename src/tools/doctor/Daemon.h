@@ -22,7 +22,7 @@ struct Daemon
 
     bool isUsable = false;
     bool isBluetoothd = false; // by the name of its program
-    QString user; // the user that it runs as
+    QString user;              // the user that it runs as
     DBusManagedObjectList objects;
 };
 
