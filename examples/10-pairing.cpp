@@ -1,6 +1,5 @@
-// A device with a display, and buttons to pair, to say yes or no, and for a factory reset. The terminal plays
-// them: type p, y, n, l (to list the bonded phones) or r, each with Enter. Only a bonded phone can read the
-// value.
+// A device with a display and buttons, which the terminal plays: p to pair, y or n to answer, l to list the
+// bonded phones, r for a factory reset, each with Enter. Only a bonded phone can read the value.
 
 #include "BleManager.h"
 #include "GapAdvertisement.h"
@@ -24,7 +23,6 @@ namespace {
 
 const QString diaryService = QStringLiteral("c0de0001-5f2a-4d6b-9a57-1f6d0a3b000a");
 const QString diaryEntry = QStringLiteral("c0de0002-5f2a-4d6b-9a57-1f6d0a3b000a");
-constexpr int windowSeconds = 60;
 
 void display(const QString& text)
 {
@@ -69,7 +67,7 @@ int main(int argc, char** argv)
         if (line.isEmpty()) {
             keyPressed.setEnabled(false); // the end of the input
         } else if (key == "p") {
-            agent.openPairingWindow(windowSeconds);
+            agent.openPairingWindow(60);
             display("waiting for a phone");
         } else if (key == "y") {
             question.accept();

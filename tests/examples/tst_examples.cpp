@@ -304,8 +304,8 @@ private slots:
             EVENTUALLY_VERIFY(example.says("waiting for a phone"));
             phone.pair();
             EVENTUALLY_VERIFY(!phone.passkey().isEmpty());
-            EVENTUALLY_VERIFY(
-                example.says(QByteArray("does the phone show " + phone.passkey().toUtf8() + '?').constData()));
+            EVENTUALLY_VERIFY(example.says(
+                QByteArray("does the phone show " + phone.passkey().toUtf8() + '?').constData()));
             example.write(key);
         };
 
@@ -314,7 +314,8 @@ private slots:
         QCOMPARE(phone.error(), "0x05 Insufficient Authentication");
         EVENTUALLY_COMPARE(pairable(), false);
         phone.pair();
-        EVENTUALLY_COMPARE(phone.pairing(), "failed: 0x05 Pairing Not Supported"); // nobody pressed the button
+        EVENTUALLY_COMPARE(phone.pairing(),
+                           "failed: 0x05 Pairing Not Supported"); // nobody pressed the button
         phone.connect();
         pair(phone, "n\n");
         EVENTUALLY_COMPARE(phone.pairing(), "failed: 0x0c Numeric Comparison Failed");
