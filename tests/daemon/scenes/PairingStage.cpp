@@ -74,7 +74,8 @@ void PairingStage::expectFailure(const QString& why, bool isPaired)
     Expect::require([this] { return !user->result().isEmpty(); }, why + ": the end of the pairing", 90);
     const QString failure = user->result();
     Expect::that(failure.startsWith("org.bluez.Error.Authentication"), why + ": " + failure, failure);
-    Expect::equal(this->isPaired(), isPaired, isPaired ? "the device keeps its bond" : "the device has not paired");
+    Expect::equal(this->isPaired(), isPaired,
+                  isPaired ? "the device keeps its bond" : "the device has not paired");
     reconnect();
     Expect::equal(readError(), 0x0f, "and the phone cannot read");
 }

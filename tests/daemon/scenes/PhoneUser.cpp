@@ -39,11 +39,11 @@ void PhoneUser::pair()
     m_shown.clear();
     m_asked.clear();
     m_typing = QDBusMessage();
-    const QDBusMessage call = QDBusMessage::createMethodCall(DBusBluezServiceName(), m_device,
-                                                             Remote::deviceInterface, "Pair");
+    const QDBusMessage call =
+        QDBusMessage::createMethodCall(DBusBluezServiceName(), m_device, Remote::deviceInterface, "Pair");
     constexpr int longerThanAnyPairing = 120000;
-    auto* watcher = new QDBusPendingCallWatcher(
-        QDBusConnection::systemBus().asyncCall(call, longerThanAnyPairing), this);
+    auto* watcher =
+        new QDBusPendingCallWatcher(QDBusConnection::systemBus().asyncCall(call, longerThanAnyPairing), this);
     const int attempt = ++m_attempt;
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [=](QDBusPendingCallWatcher* finished) {
         finished->deleteLater();

@@ -29,8 +29,8 @@ public:
     void pair();
     /** The phone's user gives up. */
     void cancel();
-    /** The error's text, empty until it has failed. After a success "paired", as soon as the daemon has found the
-     * device's services, which it cannot while an AttClient has the link. */
+    /** The error's text, empty until it has failed. After a success "paired", as soon as the daemon has found
+     * the device's services, which it cannot while an AttClient has the link. */
     QString result() const { return m_result; }
 
     /** The six digits that the phone shows; empty where it shows none. */

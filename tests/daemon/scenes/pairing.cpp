@@ -74,8 +74,9 @@ void surviveRestart(PairingStage& stage)
                  stage.peripheral.told("bond-removed").join(", "));
     stage.user = std::make_unique<PhoneUser>(stage.deviceSeenFromPhone(), "KeyboardDisplay");
     stage.central.connectDevice();
-    stage.central.protect(AttClient::Encrypted);
+    // The device asks for encryption as soon as a bonded phone is there.
     Expect::eventually([&] { return stage.readError() == 0; }, "the phone reads without pairing again");
+    Expect::equal(stage.peripheral.told("pairing authorize").size(), 1, "the agent is not asked again");
 }
 
 /** The device forgets the phone, by plim::Bonds. */
@@ -83,8 +84,10 @@ void forgetOnDevice(PairingStage& stage)
 {
     const int before = stage.peripheral.told("forgotten").size();
     stage.peripheral.tell("forget " + stage.centralPath());
-    Expect::require([&] { return stage.peripheral.told("forgotten").size() > before; }, "the device to forget");
-    Expect::equal(stage.peripheral.told("forgotten").last(), stage.centralPath(), "the device forgets the phone");
+    Expect::require([&] { return stage.peripheral.told("forgotten").size() > before; },
+                    "the device to forget");
+    Expect::equal(stage.peripheral.told("forgotten").last(), stage.centralPath(),
+                  "the device forgets the phone");
     Expect::eventually([&] { return bonds(stage).isEmpty(); }, "no bond is listed");
     stage.reconnect();
     Expect::equal(stage.readError(), 0x0f, "the phone cannot read any more");
