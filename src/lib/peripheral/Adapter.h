@@ -57,6 +57,7 @@ public:
      * @param nameOrAddress  "hci1" or, better, "AA:BB:CC:DD:EE:FF" in upper or lower case: unlike the name,
      * the address stays with the adapter. Empty for the first one that is there, in the order of the paths;
      * it stays with that one until it goes.
+     * @param parent  the owner; may be null
      */
     explicit Adapter(const QString& nameOrAddress = QString(), QObject* parent = nullptr);
     ~Adapter() override;
@@ -119,19 +120,31 @@ public:
 signals:
     /** It has come or gone. */
     void presentChanged();
-    /** The property has changed, as have the following ones. */
+    /** path() has changed. */
     void pathChanged();
+    /** address() has changed. */
     void addressChanged();
+    /** alias() has changed. */
     void aliasChanged();
+    /** isPowered() has changed. */
     void poweredChanged();
+    /** isDiscoverable() has changed. */
     void discoverableChanged();
+    /** discoverableTimeout() has changed. */
     void discoverableTimeoutChanged();
+    /** isPairable() has changed. */
     void pairableChanged();
+    /** pairableTimeout() has changed. */
     void pairableTimeoutChanged();
+    /** advertisementsLeft() has changed. */
     void advertisementsLeftChanged();
+    /** advertisementsActive() has changed. */
     void advertisementsActiveChanged();
+    /** maximumAdvertisingData() has changed. */
     void maximumAdvertisingDataChanged();
+    /** maximumScanResponseData() has changed. */
     void maximumScanResponseDataChanged();
+    /** secondaryChannels() has changed. */
     void secondaryChannelsChanged();
 
 private:

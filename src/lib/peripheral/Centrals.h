@@ -58,6 +58,7 @@ public:
     /**
      * Those at one adapter.
      * @param adapter  its name ("hci1") or, better, its address ("AA:BB:CC:DD:EE:FF"); empty for all
+     * @param parent   the owner; may be null
      */
     explicit Centrals(const QString& adapter, QObject* parent = nullptr);
     ~Centrals() override;
@@ -80,6 +81,7 @@ public:
      * is not bonded loses its subscriptions. Nothing keeps it from coming back: a phone whose app still wants
      * the connection does so within a second or two. To keep it out, stop advertising first.
      *
+     * @param central   one of connected()
      * @param finished  called from the event loop when BlueZ has answered, and not at all once this object
      * has ended; the error is NotConnected for one that is not in connected()
      */
@@ -91,7 +93,11 @@ signals:
     void centralConnected(const plim::Central& central);
     /** Something of it has changed: its name, its pairing, its MTU. */
     void centralChanged(const plim::Central& central);
-    /** The connection has ended. @param central  as it was last */
+    /**
+     * The connection has ended.
+     * @param central  as it was last
+     * @param reason   why, where BlueZ says so
+     */
     void centralDisconnected(const plim::Central& central, plim::Centrals::Reason reason);
 
 private:

@@ -91,11 +91,8 @@ private:
     static constexpr int maximumDepth = 3;
     static constexpr int maximumObjects = 12;
     const QStringList adapters{QStringLiteral("hci0"), QStringLiteral("hci1")};
-    
-    static QString addressOf(int number)
-    {
-        return QStringLiteral("00:AA:01:01:00:1%1").arg(number);
-    }
+
+    static QString addressOf(int number) { return QStringLiteral("00:AA:01:01:00:1%1").arg(number); }
     template <typename Object>
     static QVector<Object*> alive(const QVector<QPointer<Object>>& all)
     {
