@@ -90,6 +90,8 @@ void tst_simulator::wrongOrdersAreExplained()
              invalid + "There is an adapter hci0 already");
     QCOMPARE(refusalOf(Simulator::control("AddAdapter", {""})),
              invalid + "\"\" cannot be an adapter's name: letters, digits and _ only");
+    QCOMPARE(refusalOf(Simulator::control("AddAdapterAt", {"hci1", "somewhere"})),
+             invalid + "\"somewhere\" is no address such as 00:AA:01:01:00:02");
     QCOMPARE(refusalOf(Simulator::control("RemoveAdapter", {"hci1"})), invalid + "There is no adapter hci1");
     QCOMPARE(refusalOf(Simulator::control("SetAnswer", {"X", "slow", "", "", 0U})),
              invalid + "\"slow\" is not one of the modes normal, error, late, never");
