@@ -82,7 +82,7 @@ public:
      *   registration, which the program learns.
      *
      * For a change in place dataChanged() is not emitted. Changes that come while BlueZ has not answered a
-     * registration follow after the answer, together: so the last one always arrives, however many there are.
+     * registration follow after the answer, together: at any time one registration at most is pending.
      */
     void setUpdateMode(UpdateMode mode);
 

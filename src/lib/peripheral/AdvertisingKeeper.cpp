@@ -94,11 +94,8 @@ void plim::AdvertisingKeeper::forEach(const std::function<void(Kept&)>& function
     for (Kept* kept : std::as_const(m_kept)) {
         all << kept;
     }
-    const QPointer<AdvertisingKeeper> self = this;
     for (const QPointer<Kept>& kept : std::as_const(all)) {
-        if (!self) {
-            return;
-        }
+        // As long as one is there, its keeper is.
         if (kept && m_kept.key(kept)) {
             function(*kept);
         }
