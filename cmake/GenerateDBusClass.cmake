@@ -67,6 +67,10 @@ if(KIND STREQUAL "-a")
     endif()
     if(interface MATCHES "<method ")
         replace_required(source "QMetaObject::invokeMethod(" "DBusDetail::invokeMethod(")
+        # What the macros make is of another type from Qt 6.5 on.
+        string(REGEX REPLACE "Q_ARG\\(([A-Za-z]+), ([A-Za-z]+)\\)" "QArgument<\\1>(\"\\1\", \\2)" source "${source}")
+        string(REGEX REPLACE "Q_RETURN_ARG\\(([A-Za-z]+), ([A-Za-z]+)\\)" "QReturnArgument<\\1>(\"\\1\", \\2)"
+            source "${source}")
     endif()
     if(interface MATCHES "<property ")
         replace_required_regex(source "return qvariant_cast< ([^\n]*) >\\(parent\\(\\)->property\\((\"[A-Za-z]+\")\\)\\)"

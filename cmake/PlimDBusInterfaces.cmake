@@ -1,7 +1,5 @@
 # Adaptors and proxies are generated at build time from the introspection XML beside the sources.
 
-get_target_property(PLIM_QDBUSXML2CPP Qt5::qdbusxml2cpp IMPORTED_LOCATION)
-
 #   plim_add_dbus_adaptor(LIBRARY CLASS XML EXPORT MACRO INCLUDES HEADER...)
 #   plim_add_dbus_proxy(LIBRARY CLASS XML EXPORT MACRO INCLUDES HEADER...)
 # Adds class CLASS (CLASS.h, CLASS.cpp) to plim_LIBRARY, exported with MACRO. A proxy's header is public and installed.
@@ -11,7 +9,7 @@ endfunction()
 
 function(plim_add_dbus_proxy library class xml)
     plim_generate_dbus_class(${library} ${class} ${xml} -p ${ARGN})
-    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${class}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${library}
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${class}.h DESTINATION ${PLIM_INCLUDEDIR}/plim/${library}
         COMPONENT dev)
 endfunction()
 
@@ -23,9 +21,9 @@ function(plim_generate_dbus_class library class xml kind)
     list(JOIN ARG_INCLUDES "," includes)
     add_custom_command(
         OUTPUT ${outputs}
-        COMMAND ${CMAKE_COMMAND} -DTOOL=${PLIM_QDBUSXML2CPP} -DKIND=${kind} -DCLASS=${class} -DXML=${source}
+        COMMAND ${CMAKE_COMMAND} -DTOOL=$<TARGET_FILE:Qt${PLIM_QT}::qdbusxml2cpp> -DKIND=${kind} -DCLASS=${class} -DXML=${source}
                 -DEXPORT=${ARG_EXPORT} -DINCLUDES=${includes} -P ${script}
-        DEPENDS ${source} ${script} Qt5::qdbusxml2cpp
+        DEPENDS ${source} ${script} Qt${PLIM_QT}::qdbusxml2cpp
         WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}
         COMMENT "Generating ${class} from ${xml}"
         VERBATIM)

@@ -1,30 +1,33 @@
 # What an installed consumer finds: the CMake package plim_ble with plim::ble and plim::peripheral, and the pkg-config
-# files plim_ble and plim_peripheral.
+# files plim_ble and plim_peripheral. PlimQt says how they are named in a build with Qt 6.
 #
 # Every install rule of this project names its component, which is also the package that it goes into (PlimPackages):
 #   runtime             what a finished device needs: the shared libraries
 #   peripheral-runtime  the same of the layer for products
 #   dev                 what building against them takes: headers, linker names, CMake and pkg-config files
-#   tools               programs for people: the stand-in daemon, the doctor
+#   tools               programs for people: the stand-in daemon, the doctor; not with Qt 6
 
 include(CMakePackageConfigHelpers)
 
-set(PLIM_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/plim_ble)
-configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/plim_bleConfig.cmake.in
-    ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake INSTALL_DESTINATION ${PLIM_CMAKE_DIR})
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/plim_bleConfig.cmake ${PROJECT_BINARY_DIR}/plim_bleConfigVersion.cmake
-    ${PROJECT_SOURCE_DIR}/cmake/Findlog4cplus.cmake
+set(PLIM_CMAKE_PACKAGE plim_ble${PLIM_PACKAGE_SUFFIX})
+set(PLIM_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/${PLIM_CMAKE_PACKAGE})
+set(config ${PROJECT_BINARY_DIR}/${PLIM_CMAKE_PACKAGE}Config.cmake)
+set(configVersion ${PROJECT_BINARY_DIR}/${PLIM_CMAKE_PACKAGE}ConfigVersion.cmake)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/plim_bleConfig.cmake.in ${config}
+    INSTALL_DESTINATION ${PLIM_CMAKE_DIR} PATH_VARS CMAKE_INSTALL_BINDIR)
+write_basic_package_version_file(${configVersion} COMPATIBILITY SameMajorVersion)
+install(FILES ${config} ${configVersion} ${PROJECT_SOURCE_DIR}/cmake/Findlog4cplus.cmake
     DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 
 # Qt's CMake targets tell their users to compile with -fPIC; its pkg-config files do not, and Qt's headers then refuse.
-get_target_property(PLIM_QT_FLAGS Qt5::Core INTERFACE_COMPILE_OPTIONS)
+get_target_property(PLIM_QT_FLAGS Qt${PLIM_QT}::Core INTERFACE_COMPILE_OPTIONS)
 list(JOIN PLIM_QT_FLAGS " " PLIM_QT_FLAGS)
 set(AT @)
 # The prefix is not known before installation (cmake --install --prefix), so a file is finished then.
-function(plim_install_pkg_config name)
-    configure_file(${PROJECT_SOURCE_DIR}/packaging/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc.in @ONLY)
+function(plim_install_pkg_config template)
+    set(name ${template}${PLIM_PACKAGE_SUFFIX})
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/${template}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc.in @ONLY)
     install(CODE "
         set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
         configure_file(\"${PROJECT_BINARY_DIR}/${name}.pc.in\" \"${PROJECT_BINARY_DIR}/${name}.pc\" @ONLY)"

@@ -1,4 +1,5 @@
-# The Debian packages, one for each component of PlimInstall. scripts/package builds them with CPack.
+# The Debian packages, one for each component of PlimInstall. scripts/package builds them with CPack, those for Qt 6 from a
+# build of their own.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME plim-ble)
@@ -17,7 +18,10 @@ set(runtimes runtime)
 if(PLIM_BUILD_PERIPHERAL)
     list(APPEND runtimes peripheral-runtime)
 endif()
-set(CPACK_COMPONENTS_ALL ${runtimes} dev tools)
+set(CPACK_COMPONENTS_ALL ${runtimes} dev)
+if(PLIM_INSTALL_TOOLS)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
@@ -37,17 +41,21 @@ endforeach()
 
 # Each package has a summary of its own; with a description of the project, CPack would put that above all of them.
 set(CMAKE_PROJECT_DESCRIPTION "")
-set(about " A Qt 5 program builds a GATT tree and an advertisement, and one manager
+set(about " A Qt ${PLIM_QT} program builds a GATT tree and an advertisement, and one manager
  registers them with the BlueZ daemon, again and again as that comes and goes.")
 
-# The libraries' package is named after the SOVERSION, as Debian does.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libplim-ble${PROJECT_VERSION_MAJOR})
+# The libraries' packages are named after the SOVERSION, as Debian does: libplim-ble1, libplim-ble-qt6-1.
+set(soname ${PLIM_LIBRARY_SUFFIX}${PROJECT_VERSION_MAJOR})
+if(PLIM_LIBRARY_SUFFIX MATCHES "[0-9]$")
+    set(soname ${PLIM_LIBRARY_SUFFIX}-${PROJECT_VERSION_MAJOR})
+endif()
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libplim-ble${soname})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "Bluetooth Low Energy peripherals through BlueZ: shared libraries\n${about}")
 
-set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_NAME libplim-peripheral${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_NAME libplim-peripheral${soname})
 set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PERIPHERAL-RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_PERIPHERAL-RUNTIME_DEPENDS runtime)
@@ -56,10 +64,10 @@ set(CPACK_COMPONENT_PERIPHERAL-RUNTIME_DESCRIPTION
  This package holds the library for what a product needs beyond that: protected
  access, requests that know who asks and may be refused, subscribers.")
 
-set(CPACK_DEBIAN_DEV_PACKAGE_NAME libplim-ble-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libplim-ble${PLIM_LIBRARY_SUFFIX}-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS ${runtimes})
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev (>= 5.15), liblog4cplus-dev (>= 2.0)")
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${PLIM_QT_DEV} (>= ${PLIM_QT_MINIMUM}), liblog4cplus-dev (>= 2.0)")
 # The stand-in daemon, for find_package(plim_ble COMPONENTS testing)
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS "plim-ble-tools")
 set(CPACK_COMPONENT_DEV_DESCRIPTION

@@ -25,9 +25,12 @@ file(RELATIVE_PATH PLIM_BINDIR_TO_LIBDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_IN
 
 # Installs one of the programs for people, and its manual page from PROGRAM.1.in.
 function(plim_install_tool program)
+    configure_file(${program}.1.in ${program}.1 @ONLY)
+    if(NOT PLIM_INSTALL_TOOLS)
+        return()
+    endif()
     set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${PLIM_BINDIR_TO_LIBDIR}")
     install(TARGETS ${program} ${ARGN} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-    configure_file(${program}.1.in ${program}.1 @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endfunction()
 
@@ -51,18 +54,18 @@ function(plim_add_library name output)
         file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${include}/plim/${name} SYMBOLIC)
         file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${ARG_UMBRELLA} ${include}/plim/${ARG_UMBRELLA} SYMBOLIC)
         target_include_directories(plim_${name}
-            PUBLIC $<BUILD_INTERFACE:${include}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+            PUBLIC $<BUILD_INTERFACE:${include}> $<INSTALL_INTERFACE:${PLIM_INCLUDEDIR}>
             PRIVATE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR})
-        install(FILES ${ARG_UMBRELLA} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim COMPONENT dev)
+        install(FILES ${ARG_UMBRELLA} DESTINATION ${PLIM_INCLUDEDIR}/plim COMPONENT dev)
     else()
         target_include_directories(plim_${name}
             PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}> $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
-                   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/plim/${name}>)
+                   $<INSTALL_INTERFACE:${PLIM_INCLUDEDIR}/plim/${name}>)
     endif()
     string(TOUPPER ${name} upper)
     target_compile_definitions(plim_${name} PRIVATE PLIM_${upper}_LIBRARY QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII)
     set_target_properties(plim_${name} PROPERTIES
-        OUTPUT_NAME ${output}
+        OUTPUT_NAME ${output}${PLIM_LIBRARY_SUFFIX}
         EXPORT_NAME ${name}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}
@@ -71,5 +74,5 @@ function(plim_add_library name output)
         INSTALL_RPATH "$ORIGIN")
     install(TARGETS plim_${name} EXPORT plim_bleTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${ARG_COMPONENT} NAMELINK_COMPONENT dev)
-    install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plim/${name} COMPONENT dev)
+    install(FILES ${ARG_HEADERS} DESTINATION ${PLIM_INCLUDEDIR}/plim/${name} COMPONENT dev)
 endfunction()

@@ -4,7 +4,7 @@
 function(plim_add_scenarios name)
     add_executable(${name} ${name}.cpp)
     plim_target_defaults(${name})
-    target_link_libraries(${name} PRIVATE plim::ble plim_test_support Qt5::Test)
+    target_link_libraries(${name} PRIVATE plim::ble plim_test_support Qt${PLIM_QT}::Test)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp)
     file(STRINGS ${name}.cpp declarations REGEX "^    void [A-Za-z0-9]+\\(\\);$")
     foreach(declaration IN LISTS declarations)

@@ -22,7 +22,8 @@ QStringList errors(const LogCapture& log)
 /** The file descriptors of this process. */
 int openFiles()
 {
-    return QDir("/proc/self/fd"_qs).entryList(QDir::System | QDir::AllEntries | QDir::NoDotAndDotDot).size();
+    return int(
+        QDir("/proc/self/fd"_qs).entryList(QDir::System | QDir::AllEntries | QDir::NoDotAndDotDot).size());
 }
 
 } // namespace

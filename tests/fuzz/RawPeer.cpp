@@ -159,7 +159,7 @@ void RawPeer::shakeHands()
         while (!m_received.contains("\r\n")) {
             receive();
         }
-        const int length = m_received.indexOf("\r\n");
+        const auto length = m_received.indexOf("\r\n");
         line = m_received.left(length);
         m_received.remove(0, length + 2);
         if (line == "NEGOTIATE_UNIX_FD") {
@@ -228,7 +228,7 @@ bool RawPeer::isMessage(const QByteArray& bytes)
     if (bytes.size() < fixedHeader || declaredLength(bytes) != bytes.size()) {
         return false;
     }
-    DBusMessage* message = dbus_message_demarshal(bytes.constData(), bytes.size(), nullptr);
+    DBusMessage* message = dbus_message_demarshal(bytes.constData(), int(bytes.size()), nullptr);
     if (!message) {
         return false;
     }

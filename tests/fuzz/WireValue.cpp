@@ -88,10 +88,10 @@ void WireWriter::writeText(const std::string& text, int lengthSize)
 void WireWriter::writeArray(const WireValue& array)
 {
     writeNumber(0, 4);
-    const int lengthAt = data.size() - 4;
+    const auto lengthAt = data.size() - 4;
     // The padding in front of the first element is there without one too, and does not count.
     align(alignmentOf(array.signature[1]));
-    const int begin = data.size();
+    const auto begin = data.size();
     for (const WireValue& child : array.children) {
         write(child);
     }

@@ -45,6 +45,17 @@ inline QStringList properties(const QMetaObject& metaObject)
     return texts;
 }
 
+/** The name of a type that is an alias: Qt 5 shows the alias, Qt 6 what it stands for. */
+template <typename Type>
+QString aliasName([[maybe_unused]] const char* alias)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    return QMetaType::fromType<Type>().name();
+#else
+    return alias;
+#endif
+}
+
 /** "key: value" for each class information. */
 inline QStringList classInfos(const QMetaObject& metaObject)
 {

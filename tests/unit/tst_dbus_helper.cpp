@@ -62,7 +62,8 @@ public slots:
 QString answerOf(QObject* object, int number)
 {
     QString answer;
-    DBusDetail::invokeMethod(object, "answer", Q_RETURN_ARG(QString, answer), Q_ARG(int, number));
+    DBusDetail::invokeMethod(object, "answer", QReturnArgument<QString>("QString", answer),
+                             QArgument<int>("int", number));
     return answer;
 }
 
@@ -156,10 +157,11 @@ void tst_dbus_helper::invokeMethodTellsSlotsOfOneNameApart()
     Answering object;
     static const char name[] = "answer";
     QString answer;
-    QVERIFY(DBusDetail::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(int, 3)));
+    QVERIFY(DBusDetail::invokeMethod(&object, name, QReturnArgument<QString>("QString", answer),
+                                     QArgument<int>("int", 3)));
     QCOMPARE(answer, "number 3"_qs);
-    QVERIFY(
-        DBusDetail::invokeMethod(&object, name, Q_RETURN_ARG(QString, answer), Q_ARG(QString, "three"_qs)));
+    QVERIFY(DBusDetail::invokeMethod(&object, name, QReturnArgument<QString>("QString", answer),
+                                     QArgument<QString>("QString", "three"_qs)));
     QCOMPARE(answer, "text three"_qs);
 }
 

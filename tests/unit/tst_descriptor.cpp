@@ -58,7 +58,7 @@ void tst_descriptor::addingTellsThatHandlesChanged()
     GattTree tree;
     int listed = -1;
     connect(tree.plain, &GattCharacteristic::handlesChanged, tree.plain,
-            [&] { listed = tree.plain->descriptors().size(); });
+            [&] { listed = int(tree.plain->descriptors().size()); });
     const GattDescriptor* descriptor = tree.plain->addDescriptor("2904"_qs, GattDescriptor::Read);
     QCOMPARE(listed, 2);
     QCOMPARE(descriptor->parent(), tree.plain);

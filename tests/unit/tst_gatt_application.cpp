@@ -155,7 +155,7 @@ void tst_gatt_application::createServiceTellsThatTheApplicationChanged()
     int listed = -1;
     connect(&app, &GattApplication::applicationChanged, &app, [&](const GattApplication* changed) {
         told << changed;
-        listed = app.services().size();
+        listed = int(app.services().size());
     });
     GattService* service = app.createService("1"_qs, true);
     QCOMPARE(told, QList<const GattApplication*>{&app});

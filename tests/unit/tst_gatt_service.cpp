@@ -76,7 +76,7 @@ void tst_gatt_service::createCharacteristicTellsThatHandlesChanged()
     GattService* service = app.createService("1"_qs, true);
     int listed = -1;
     connect(service, &GattService::handlesChanged, service,
-            [&] { listed = service->characteristics().size(); });
+            [&] { listed = int(service->characteristics().size()); });
     GattCharacteristic* characteristic = service->createCharacteristic("2"_qs, readWrite, nullptr);
     QCOMPARE(listed, 1);
     QCOMPARE(characteristic->parent(), service);

@@ -3,6 +3,7 @@
 #include "Literals.h"
 #include "ObjectManagerAdaptor.h"
 #include "PropertiesAdaptor.h"
+#include "QtVersion.h"
 
 #include <QDBusMetaType>
 #include <QtTest>
@@ -114,9 +115,9 @@ void tst_public_types::registrationMakesTheTypesKnownByName()
     QFETCH(QByteArray, name);
     registerDBusTypes();
     registerDBusTypes(); // any number of times
-    const int type = QMetaType::type(name.constData());
+    const int type = QtVersion::typeNamed(name);
     QVERIFY(type != QMetaType::UnknownType);
-    QTEST(QByteArray(QDBusMetaType::typeToSignature(type)), "signature");
+    QTEST(QByteArray(QDBusMetaType::typeToSignature(QtVersion::Type(type))), "signature");
 }
 
 QTEST_GUILESS_MAIN(tst_public_types)

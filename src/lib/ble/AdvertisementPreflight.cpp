@@ -39,7 +39,7 @@ int blocksLength(const Map& blocks, int prefix)
 {
     int length = 0;
     for (const QByteArray& bytes : blocks) {
-        length += header + prefix + bytes.size();
+        length += header + prefix + int(bytes.size());
     }
     return length;
 }
@@ -214,7 +214,7 @@ void AdvertisementPreflight::checkPayload(int limit)
 void AdvertisementPreflight::checkScanResponse(int limit)
 {
     const int raw = shows(Property::ScanResponseData) ? blocksLength(m_adv.scanRspData, 0) : 0;
-    const int name = m_adv.localName.toUtf8().size();
+    const int name = int(m_adv.localName.toUtf8().size());
     if (raw > limit) {
         add(BleFinding::Error, Property::ScanData,
             QStringLiteral("The scan response takes %1, of which the controller can do %2")
@@ -242,14 +242,14 @@ int AdvertisementPreflight::uuidsLength() const
             length += size;
         }
     }
-    return length + header * sizes.size();
+    return length + header * int(sizes.size());
 }
 
 int AdvertisementPreflight::serviceDataLength() const
 {
     int length = 0;
     for (auto it = m_adv.serviceData.begin(); it != m_adv.serviceData.end(); ++it) {
-        length += header + Preflight::Uuid(it.key()).size() + it->toByteArray().size();
+        length += header + Preflight::Uuid(it.key()).size() + int(it->toByteArray().size());
     }
     return length;
 }

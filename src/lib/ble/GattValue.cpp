@@ -13,7 +13,7 @@ namespace {
 int toInt(qint64 number)
 {
     using Limits = std::numeric_limits<int>;
-    return int(qBound<qint64>(Limits::min(), number, Limits::max()));
+    return int(qBound(qint64(Limits::min()), number, qint64(Limits::max())));
 }
 
 } // namespace

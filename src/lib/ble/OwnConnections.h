@@ -34,7 +34,7 @@ public:
         if (m_all.size() >= m_sizeToTidyAt) {
             const auto isOver = [](const QMetaObject::Connection& each) { return !each; };
             m_all.erase(std::remove_if(m_all.begin(), m_all.end(), isOver), m_all.end());
-            m_sizeToTidyAt = 2 * m_all.size() + 8;
+            m_sizeToTidyAt = 2 * int(m_all.size()) + 8;
         }
         m_all.append(connection);
     }

@@ -1,5 +1,6 @@
 #include "DBusDetail.h"
 
+#include "QtVersion.h"
 #include "ValueSize.h"
 
 #include <QDBusArgument>
@@ -11,6 +12,7 @@
 #include <QMetaClassInfo>
 
 #include <array>
+#include <iterator>
 #include <map>
 
 namespace {
@@ -65,7 +67,7 @@ bool isMarshallableScalar(const QVariant& value)
         return value.value<QDBusArgument>().currentType() != QDBusArgument::UnknownType &&
                ValueSize::isWithin(DBusDetail::maximumLength, value);
     }
-    return value.isValid() && QDBusMetaType::typeToSignature(value.userType());
+    return value.isValid() && QDBusMetaType::typeToSignature(QtVersion::Type(value.userType()));
 }
 
 QVariant marshallableAt(int depth, const QVariant& value)
@@ -177,7 +179,7 @@ DBusManagedObjectList DBusDetail::withinOneMessage(DBusManagedObjectList objects
                 const qint64 size = sizeOfByteArray(*it);
                 const bool fits = size <= left;
                 left -= fits ? size : 0;
-                it = fits ? it + 1 : properties.erase(it);
+                it = fits ? std::next(it) : properties.erase(it);
             }
         }
     }

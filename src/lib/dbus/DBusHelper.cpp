@@ -1,6 +1,7 @@
 #include "DBusHelper.h"
 
 #include "DBusDetail.h"
+#include "QtVersion.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QHash>
@@ -68,7 +69,7 @@ QVariant read(QObject* adaptor, const Property& property)
     if (property.type == QMetaType::UnknownType) {
         return adaptor->metaObject()->property(property.index).read(adaptor);
     }
-    QVariant value(property.type, nullptr);
+    QVariant value(QtVersion::Type(property.type), nullptr);
     int status = -1;
     void* arguments[] = {value.data(), &value, &status};
     QMetaObject::metacall(adaptor, QMetaObject::ReadProperty, property.index, arguments);

@@ -52,7 +52,7 @@ void subtract(qint64& left, const QVariant& value)
     } else if (type == qMetaTypeId<QDBusSignature>()) {
         left -= sizeOfText(value.value<QDBusSignature>().signature());
     } else {
-        left -= QMetaType::sizeOf(type);
+        left -= QMetaType(type).sizeOf();
     }
 }
 

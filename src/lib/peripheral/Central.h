@@ -61,7 +61,10 @@ public:
     /** Whether they differ. */
     friend bool operator!=(const Central& a, const Central& b) { return !(a == b); }
     /** For QSet and QHash. */
-    friend uint qHash(const Central& central, uint seed = 0) { return ::qHash(central.m_path, seed); }
+    friend auto qHash(const Central& central, decltype(::qHash(QString())) seed = 0)
+    {
+        return ::qHash(central.m_path, seed);
+    }
 
 private:
     friend class Centrals;

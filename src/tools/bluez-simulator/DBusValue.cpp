@@ -1,5 +1,7 @@
 #include "DBusValue.h"
 
+#include "QtVersion.h"
+
 #include <QDBusArgument>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
@@ -72,7 +74,7 @@ QString DBusValue::signature(const QVariant& value)
     if (value.userType() == qMetaTypeId<QDBusArgument>()) {
         return value.value<QDBusArgument>().currentSignature();
     }
-    return QString::fromLatin1(QDBusMetaType::typeToSignature(value.userType()));
+    return QString::fromLatin1(QDBusMetaType::typeToSignature(QtVersion::Type(value.userType())));
 }
 
 QString DBusValue::text(const QVariant& value)

@@ -6,6 +6,8 @@
 
 #include <QDBusPendingCallWatcher>
 
+#include <iterator>
+
 namespace simulator {
 
 namespace {
@@ -74,7 +76,7 @@ void Phone::forget(const Registration& application)
     for (auto subscription = m_subscriptions.begin(); subscription != m_subscriptions.end();) {
         const bool isGone = subscription.value() == application.sender &&
                             application.objects.contains(QDBusObjectPath(subscription.key()));
-        subscription = isGone ? m_subscriptions.erase(subscription) : subscription + 1;
+        subscription = isGone ? m_subscriptions.erase(subscription) : std::next(subscription);
     }
 }
 

@@ -28,7 +28,7 @@ int main(int argc, char** argv)
             return;
         }
         pending.append(buffer, int(count));
-        for (int end = pending.indexOf('\n'); end >= 0; end = pending.indexOf('\n')) {
+        for (auto end = pending.indexOf('\n'); end >= 0; end = pending.indexOf('\n')) {
             const QString line = QString::fromUtf8(pending.left(end));
             pending.remove(0, end + 1);
             interpreter.execute(line);

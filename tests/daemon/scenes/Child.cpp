@@ -86,7 +86,7 @@ void Child::write(const QString& line)
 void Child::onOutput()
 {
     m_pending += m_process.readAllStandardOutput();
-    for (int end = m_pending.indexOf('\n'); end >= 0; end = m_pending.indexOf('\n')) {
+    for (auto end = m_pending.indexOf('\n'); end >= 0; end = m_pending.indexOf('\n')) {
         const QString line = QString::fromUtf8(m_pending.left(end));
         m_pending.remove(0, end + 1);
         onLine(line);

@@ -24,7 +24,7 @@ public:
     /** Everything in its log. */
     QString text() const;
     bool wrote(const QString& text) const { return this->text().contains(text); }
-    int count(const QString& text) const { return this->text().count(text); }
+    int count(const QString& text) const { return int(this->text().count(text)); }
     bool running() const { return m_process.state() == QProcess::Running; }
 
     /** Writes a line to its standard input. */

@@ -51,7 +51,7 @@ inline QString text(bool value)
 {
     return value ? "yes" : "no";
 }
-inline QString text(int value)
+inline QString text(qint64 value)
 {
     return QString::number(value);
 }

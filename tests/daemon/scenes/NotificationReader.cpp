@@ -28,7 +28,7 @@ QList<QByteArray> NotificationReader::await(int count) const
     QDeadlineTimer quiet(10000);
     int known = 0;
     Expect::waitFor([&] {
-        const int now = values().size();
+        const auto now = values().size();
         if (now > known) {
             known = now;
             quiet.setRemainingTime(10000);

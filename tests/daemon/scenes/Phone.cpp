@@ -304,7 +304,7 @@ QStringList dataTexts(const QVariant& map)
         argument >> value;
         argument.endMapEntry();
         const QString name =
-            key.type() == QVariant::String ? key.toString() : QString::number(key.toUInt(), 16);
+            key.userType() == QMetaType::QString ? key.toString() : QString::number(key.toUInt(), 16);
         texts << name + '=' + QString::fromLatin1(value.variant().toByteArray().toHex());
     }
     argument.endMap();

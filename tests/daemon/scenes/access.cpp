@@ -140,7 +140,7 @@ void loseSubscription(ProductStage& stage)
     };
     Expect::equal(subscribers(), stage.centralPath(), "the paired central is subscribed");
     const int registered = peripheral.succeeded("registerApp");
-    const int notified = stage.central.notifications().size();
+    const auto notified = stage.central.notifications().size();
     peripheral.tell("plim-characteristic more service " + SceneTree::uuid(0x7020) + " read");
     peripheral.awaitRegistration({"registerApp"}, registered + 1);
     Expect::equal(subscribers(), QString(), "registered anew nobody is, as subscribers() knows");

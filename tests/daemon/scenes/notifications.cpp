@@ -32,7 +32,7 @@ int monitoredNotifications(const Bluetooth& bluetooth)
 {
     // One packet may carry several. Each is shown twice, as sent and as received.
     static const QRegularExpression value("\n +Data[^:\n]*: 30303030[0-9a-f]{8}\n");
-    return bluetooth.monitored().count(value) / 2;
+    return int(bluetooth.monitored().count(value) / 2);
 }
 
 /** Lets 1,000 values be set without a pause and expects all of them to arrive; whether in order. */

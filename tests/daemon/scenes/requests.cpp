@@ -133,7 +133,7 @@ void writeSilently(ProductStage& stage)
     Expect::equal(peripheral.count(" refused: "), 2,
                   "BlueZ passes on what only notifies, and refuses to write what is only readable");
 
-    const int before = peripheral.told("request guarded").size();
+    const auto before = peripheral.told("request guarded").size();
     central.command(central.handle(guarded), "bad");
     Expect::eventually([&] { return peripheral.told("request guarded").size() == before + 1; },
                        "BlueZ passes a write without an answer on where only those with one are allowed", {},

@@ -46,7 +46,7 @@ void Scenes::subscribers()
     first.setConfirming(false);
     peripheral.tell("value alarm 02");
     Expect::eventually([&] { return first.notifications().size() == 2; }, "another value is indicated");
-    const int calls = stage.bluetooth.traffic().count("Confirm");
+    const auto calls = stage.bluetooth.traffic().count("Confirm");
     first.disconnectDevice();
     Expect::eventually([&] { return stage.bluetooth.traffic().count("Confirm") > calls; },
                        "the link is lost, and the daemon calls Confirm without a confirmation");

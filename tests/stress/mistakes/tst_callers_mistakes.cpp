@@ -241,7 +241,7 @@ void tst_callers_mistakes::invalidPathsAndNamesAreLoggedAndKeptOffTheBus()
     GattService* service = app.createService(uuid, true);
     GattCharacteristic* characteristic = service->createCharacteristic("bbbb", readWriteNotify, nullptr);
     GattDescriptor* descriptor = characteristic->addDescriptor("cccc", descriptorReadWrite);
-    const int exportFailures = log.lines().size();
+    const auto exportFailures = log.lines().size();
     characteristic->StartNotify();
     characteristic->setValue("local");
     descriptor->WriteValue("local too", {});

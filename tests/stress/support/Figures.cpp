@@ -89,9 +89,9 @@ Figures Figures::now()
             }
         }
     }
-    figures.descriptors = QDir(QStringLiteral("/proc/self/fd"))
-                              .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
-                              .size();
+    figures.descriptors = int(QDir(QStringLiteral("/proc/self/fd"))
+                                  .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
+                                  .size());
     figures.resident = residentBytes();
     figures.heap = heapInUse();
     return figures;
