@@ -13,68 +13,78 @@
 
 namespace {
 
+/** When a scene runs. */
+enum When
+{
+    Always,
+    Long,     ///< only among all: it takes long, and others show the most important of it
+    OnRequest ///< only by its name
+};
+
 struct Scene
 {
     const char* name;
     void (*run)();
-    bool byDefault;
+    When when;
     const char* shows;
 };
 
 const Scene scenes[] = {
-    {"discover", Scenes::discover, true, "an advertisement with every part, as a scanner receives it"},
-    {"sizes", Scenes::sizes, true, "advertisements of several sizes"},
-    {"tree", Scenes::tree, true, "the whole tree: UUIDs, flags, descriptors, primary and secondary services"},
-    {"read", Scenes::read, true, "reads, with and without a callback, empty, 512 bytes, descriptors"},
-    {"pages", Scenes::pages, true, "1,300 and 65,536 bytes through a control characteristic"},
-    {"write", Scenes::write, true, "short and long writes, to descriptors and controls, each seen once"},
-    {"small", Scenes::smallTransfers, true, "reads and writes in the smallest transfer units"},
-    {"notify", Scenes::notify, true, "subscribing, 200 spaced notifications, a parked value"},
-    {"burst", Scenes::burst, true, "1,000 notifications at once, on one channel as with most phones"},
-    {"wideburst", Scenes::wideBurst, true,
+    {"discover", Scenes::discover, Always, "an advertisement with every part, as a scanner receives it"},
+    {"sizes", Scenes::sizes, Always, "advertisements of several sizes"},
+    {"tree", Scenes::tree, Always,
+     "the whole tree: UUIDs, flags, descriptors, primary and secondary services"},
+    {"read", Scenes::read, Always, "reads, with and without a callback, empty, 512 bytes, descriptors"},
+    {"pages", Scenes::pages, Always, "1,300 and 65,536 bytes through a control characteristic"},
+    {"write", Scenes::write, Always, "short and long writes, to descriptors and controls, each seen once"},
+    {"small", Scenes::smallTransfers, Always, "reads and writes in the smallest transfer units"},
+    {"notify", Scenes::notify, Always, "subscribing, 200 spaced notifications, a parked value"},
+    {"burst", Scenes::burst, Always, "1,000 notifications at once, on one channel as with most phones"},
+    {"wideburst", Scenes::wideBurst, Always,
      "the same with the daemon's defaults, which may be several channels"},
-    {"change", Scenes::change, true, "the tree changes while a phone is connected"},
-    {"crash", Scenes::crash, true, "the daemon is killed and started ten times"},
-    {"power", Scenes::power, true, "the adapter is powered off and on"},
-    {"keeper", Scenes::keeper, true, "a keeper: ten power cycles, the advertisement is seen each time"},
-    {"keeperlegacy", Scenes::keeperLegacy, true, "the same with controllers without extended advertising"},
-    {"asleep", Scenes::asleep, true, "a keeper: the machine goes to sleep and wakes up"},
-    {"beacon", Scenes::beacon, true, "ten changes a second, in place and by registrations"},
-    {"unsafe", Scenes::unsafe, true,
+    {"change", Scenes::change, Always, "the tree changes while a phone is connected"},
+    {"crash", Scenes::crash, Always, "the daemon is killed and started ten times"},
+    {"power", Scenes::power, Always, "the adapter is powered off and on"},
+    {"keeper", Scenes::keeper, Always, "a keeper: ten power cycles, the advertisement is seen each time"},
+    {"keeperlegacy", Scenes::keeperLegacy, Long, "the same with controllers without extended advertising"},
+    {"asleep", Scenes::asleep, Always, "a keeper: the machine goes to sleep and wakes up"},
+    {"beacon", Scenes::beacon, Long, "ten changes a second, in place and by registrations"},
+    {"unsafe", Scenes::unsafe, Long,
      "a change in place while the adapter is off, which 5.66 does not survive"},
-    {"second", Scenes::secondCentral, true, "a keeper: a second central connects beside the first"},
-    {"room", Scenes::room, true, "a keeper: another program has all advertisements, and frees one"},
-    {"timeout", Scenes::timeout, true, "a keeper: the time-out of an advertisement passes"},
-    {"fields", Scenes::fields, true, "the fields of plim::Advertisement, as they are broadcast"},
-    {"unplug", Scenes::unplug, true, "the controllers are removed and come back"},
-    {"refuse", Scenes::refuse, true, "the default export mode: refused, logged, survived"},
-    {"two", Scenes::two, true, "two programs with an application each"},
-    {"readme", Scenes::readme, true, "the README's example does what the README says"},
-    {"device", Scenes::device, true, "example 05, a whole device, as a phone sees and uses it"},
-    {"doctor", Scenes::doctor, true, "what plim-ble-doctor says, and a phone sees of its trial"},
-    {"same", Scenes::same, true, "what the stand-in daemon is checked for too: options, notifications"},
-    {"preflight", Scenes::preflight, true,
+    {"second", Scenes::secondCentral, Always, "a keeper: a second central connects beside the first"},
+    {"room", Scenes::room, Always, "a keeper: another program has all advertisements, and frees one"},
+    {"timeout", Scenes::timeout, Always, "a keeper: the time-out of an advertisement passes"},
+    {"fields", Scenes::fields, Always, "the fields of plim::Advertisement, as they are broadcast"},
+    {"unplug", Scenes::unplug, Always, "the controllers are removed and come back"},
+    {"refuse", Scenes::refuse, Always, "the default export mode: refused, logged, survived"},
+    {"two", Scenes::two, Always, "two programs with an application each"},
+    {"readme", Scenes::readme, Always, "the README's example does what the README says"},
+    {"device", Scenes::device, Always, "example 05, a whole device, as a phone sees and uses it"},
+    {"doctor", Scenes::doctor, Always, "what plim-ble-doctor says, and a phone sees of its trial"},
+    {"same", Scenes::same, Always, "what the stand-in daemon is checked for too: options, notifications"},
+    {"preflight", Scenes::preflight, Always,
      "problems that the library finds beforehand, and what the daemon does; the stand-in, too"},
-    {"access", Scenes::access, true, "protected attributes: refused before pairing, allowed after it"},
-    {"centrals", Scenes::centrals, true,
+    {"access", Scenes::access, Always, "protected attributes: refused before pairing, allowed after it"},
+    {"centrals", Scenes::centrals, Always,
      "who is connected, from its coming to its end; a link that the device ends"},
-    {"adapters", Scenes::adapters, true,
+    {"adapters", Scenes::adapters, Always,
      "one of several adapters chosen, unplugged, its number taken by another one, back"},
-    {"errors", Scenes::errors, true, "every error of a request, as the phone gets it"},
-    {"requests", Scenes::requests, true, "requests answered late and never, refused writes, silent writes"},
-    {"pending", Scenes::pending, true, "50 reads at once, each answered after a while"},
-    {"subscribers", Scenes::subscribers, true, "indications, subscribers, two centrals one after the other"},
-    {"handles", Scenes::handles, true, "equal UUIDs, handles that stay, included services"},
-    {"standard", Scenes::standard, true, "device information, a battery, the current time"},
-    {"lock", Scenes::lock, true, "example 09, a lock, as a phone pairs with it and opens it"},
-    {"justworks", Scenes::justWorks, true,
+    {"errors", Scenes::errors, Always, "every error of a request, as the phone gets it"},
+    {"requests", Scenes::requests, Always, "requests answered late and never, refused writes, silent writes"},
+    {"pending", Scenes::pending, Always, "50 reads at once, each answered after a while"},
+    {"subscribers", Scenes::subscribers, Always,
+     "indications, subscribers, two centrals one after the other"},
+    {"handles", Scenes::handles, Always, "equal UUIDs, handles that stay, included services"},
+    {"standard", Scenes::standard, Always, "device information, a battery, the current time"},
+    {"lock", Scenes::lock, Always, "example 09, a lock, as a phone pairs with it and opens it"},
+    {"justworks", Scenes::justWorks, Always,
      "pairing without a comparison: no window, rejected, cancelled, never answered, accepted"},
-    {"numbers", Scenes::comparison, true, "pairing with a comparison of numbers: the same"},
-    {"passkey", Scenes::passkey, true, "pairing with a passkey that the device shows: the same"},
-    {"forgotten", Scenes::forgotten, true, "bonds survive a restart, end on the device, end on the phone"},
-    {"typing", Scenes::typing, true, "pairing with a passkey that is typed on the device: the same"},
-    {"diary", Scenes::diary, true, "example 10, as two users pair with it, and its factory reset"},
-    {"demo", Scenes::demo, false, "what a phone sees of the demo's peripheral"},
+    {"numbers", Scenes::comparison, Long, "pairing with a comparison of numbers: the same"},
+    {"passkey", Scenes::passkey, Long, "pairing with a passkey that the device shows: the same"},
+    {"forgotten", Scenes::forgotten, Always, "bonds survive a restart, end on the device, end on the phone"},
+    {"typing", Scenes::typing, Long, "pairing with a passkey that is typed on the device: the same"},
+    {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
+    {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
 };
 
 /** Exit codes, which vm/init knows. */
@@ -128,7 +138,8 @@ int main(int argc, char** argv)
     QCommandLineParser parser;
     parser.addHelpOption();
     parser.addOptions({{"list", "Print the scenes."},
-                       {"names", "Print the names of the scenes that run by default."},
+                       {"names", "Print the names of the scenes that run always."},
+                       {"all", "With --names: also of those that take long."},
                        {"scene", "Run this one.", "NAME"},
                        {"bluez", "The daemon's version, 5.66 or 5.82.", "VERSION"},
                        {"device", "Use this controller of the machine for the peripheral.", "NAME"},
@@ -143,7 +154,8 @@ int main(int argc, char** argv)
     for (const Scene& scene : scenes) {
         if (parser.isSet("list")) {
             std::printf("%-11s %s\n", scene.name, scene.shows);
-        } else if (parser.isSet("names") && scene.byDefault) {
+        } else if (parser.isSet("names") &&
+                   (scene.when == Always || (scene.when == Long && parser.isSet("all")))) {
             std::printf("%s\n", scene.name);
         } else if (parser.value("scene") == scene.name) {
             return run(scene);
