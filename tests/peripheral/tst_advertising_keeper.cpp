@@ -185,7 +185,7 @@ void tst_advertising_keeper::itWaitsForRoomAndTakesIt()
     m_keeper = std::make_unique<AdvertisingKeeper>();
     m_keeper->keep(m_adv.get());
     m_before = registrations();
-    QTest::qWait(3500); // longer than the first two delays
+    QTest::qWait(3500);  // longer than the first two delays
     QCOMPARE(more(), 0); // it knows that there is no room
     BleManager::instance()->remove(others.back().get());
     EVENTUALLY_VERIFY(m_keeper->isOnAir(m_adv.get()));

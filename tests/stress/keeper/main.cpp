@@ -113,8 +113,8 @@ void cyclePower(int cycles)
     waitUntil(QStringLiteral("the last answers"), [] { return Figures::now().watchers == 0; });
     const Figures after = Figures::now();
     std::fprintf(stderr, "%d power cycles: before %s rules %s\n                 after %s rules %s\n", cycles,
-                qPrintable(before.text()), qPrintable(rulesBefore), qPrintable(after.text()),
-                qPrintable(matchRules()));
+                 qPrintable(before.text()), qPrintable(rulesBefore), qPrintable(after.text()),
+                 qPrintable(matchRules()));
     if (after.objects > before.objects || matchRules() != rulesBefore || rulesBefore.isEmpty() ||
         after.heap > before.heap + heapSlack + heapNoise() || after.descriptors > before.descriptors) {
         fail(QStringLiteral("something is left behind"));
