@@ -76,6 +76,7 @@ const Scene scenes[] = {
      "indications, subscribers, two centrals one after the other"},
     {"handles", Scenes::handles, Always, "equal UUIDs, handles that stay, included services"},
     {"standard", Scenes::standard, Always, "device information, a battery, the current time"},
+    {"battery", Scenes::battery, Always, "a battery, as BlueZ shows it where it is the central"},
     {"lock", Scenes::lock, Always, "example 09, a lock, as a phone pairs with it and opens it"},
     {"justworks", Scenes::justWorks, Always,
      "pairing without a comparison: no window, rejected, cancelled, never answered, accepted"},

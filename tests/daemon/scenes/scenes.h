@@ -47,6 +47,7 @@ void pending();
 void subscribers();
 void handles();
 void standard();
+void battery();
 void lock();
 void justWorks();
 void comparison();

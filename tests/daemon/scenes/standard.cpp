@@ -68,8 +68,20 @@ void expectTime(AttClient& central, Peripheral& peripheral)
                   "a change of the time zone is notified with its reason");
 }
 
-/** BlueZ itself is the central here, and uses the battery as its other programs do. */
-void expectBluezShowsTheBattery()
+} // namespace
+
+void Scenes::standard()
+{
+    ProductStage stage({"standard-services"});
+    AttClient& central = stage.central;
+    central.connectDevice();
+    expectDeviceInformation(central);
+    expectBattery(central, stage.peripheral);
+    expectTime(central, stage.peripheral);
+    stage.expectWitness();
+}
+
+void Scenes::battery()
 {
     Bluetooth bluetooth;
     Peripheral peripheral;
@@ -86,23 +98,4 @@ void expectBluezShowsTheBattery()
     };
     Expect::waitFor([&] { return percentage() == 87; }, 10);
     Expect::equal(percentage(), 87, "BlueZ as the central shows the battery's level");
-}
-
-void expectTheCentralReadsEverything()
-{
-    ProductStage stage({"standard-services"});
-    AttClient& central = stage.central;
-    central.connectDevice();
-    expectDeviceInformation(central);
-    expectBattery(central, stage.peripheral);
-    expectTime(central, stage.peripheral);
-    stage.expectWitness();
-}
-
-} // namespace
-
-void Scenes::standard()
-{
-    expectTheCentralReadsEverything();
-    expectBluezShowsTheBattery();
 }
