@@ -51,6 +51,10 @@ inline QString text(bool value)
 {
     return value ? "yes" : "no";
 }
+inline QString text(int value)
+{
+    return QString::number(value);
+}
 inline QString text(qint64 value)
 {
     return QString::number(value);

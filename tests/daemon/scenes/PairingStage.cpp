@@ -4,8 +4,6 @@
 #include "Remote.h"
 #include "SceneTree.h"
 
-#include <QDBusObjectPath>
-
 namespace {
 
 const QString secret = SceneTree::uuid(0x7201);
@@ -69,13 +67,12 @@ void PairingStage::expectEnded(const QString& why)
                        why + ": the request ends", {}, 90);
 }
 
-void PairingStage::expectFailure(const QString& why, bool isPaired)
+void PairingStage::expectFailure(const QString& why)
 {
     Expect::require([this] { return !user->result().isEmpty(); }, why + ": the end of the pairing", 90);
     const QString failure = user->result();
     Expect::that(failure.startsWith("org.bluez.Error.Authentication"), why + ": " + failure, failure);
-    Expect::equal(this->isPaired(), isPaired,
-                  isPaired ? "the device keeps its bond" : "the device has not paired");
+    Expect::that(!isPaired(), "the device has not paired");
     reconnect();
     Expect::equal(readError(), 0x0f, "and the phone cannot read");
 }
@@ -95,13 +92,6 @@ void PairingStage::expectSuccess(const QString& how)
     Expect::equal(readError(), 0, "the phone reads the encrypted value");
 }
 
-void PairingStage::forgetOnPhone()
-{
-    Remote::tryCall(bluetooth.phone(), Remote::adapterInterface, "RemoveDevice",
-                    {QVariant::fromValue(QDBusObjectPath(deviceSeenFromPhone()))});
-    reconnect();
-}
-
 void PairingStage::endLink()
 {
     central.disconnectDevice();
@@ -116,6 +106,15 @@ void PairingStage::endLink()
 
 void PairingStage::reconnect()
 {
-    Expect::require([this] { return !central.connected(); }, "the end of the link");
+    // The kernel has a fault that shows where a phone connects before the old link has ended on both sides.
+    Expect::require(
+        [this] {
+            return !central.connected() &&
+                   !Remote::properties(centralPath(), Remote::deviceInterface).value("Connected").toBool() &&
+                   !Remote::properties(deviceSeenFromPhone(), Remote::deviceInterface)
+                        .value("Connected")
+                        .toBool();
+        },
+        "the end of the link");
     central.connectDevice();
 }

@@ -32,13 +32,10 @@ public:
     QString ask(const QString& kind);
     /** Expects requestEnded() since the last ask(). */
     void expectEnded(const QString& why);
-    /** Expects the pairing to fail for the phone, and brings the link back, which ends with it.
-     * @param isPaired  whether the device has an older bond with this phone */
-    void expectFailure(const QString& why, bool isPaired = false);
+    /** Expects the pairing to fail for the phone, and brings the link back, which ends with it. */
+    void expectFailure(const QString& why);
     /** Expects it to succeed, and the encrypted value to be readable. */
     void expectSuccess(const QString& how);
-    /** The phone forgets the device, and connects again. */
-    void forgetOnPhone();
     /** The phone ends the link. */
     void endLink();
     /** Connects after the link was lost. */

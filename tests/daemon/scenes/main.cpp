@@ -82,7 +82,7 @@ const Scene scenes[] = {
      "pairing without a comparison: no window, rejected, cancelled, never answered, accepted"},
     {"numbers", Scenes::comparison, Long, "pairing with a comparison of numbers: the same"},
     {"passkey", Scenes::passkey, Long, "pairing with a passkey that the device shows: the same"},
-    {"forgotten", Scenes::forgotten, Always, "bonds survive a restart, end on the device, end on the phone"},
+    {"bonds", Scenes::bonds, Always, "a bond survives the restart of the daemon"},
     {"typing", Scenes::typing, Long, "pairing with a passkey that is typed on the device: the same"},
     {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},

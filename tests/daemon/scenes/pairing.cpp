@@ -47,7 +47,7 @@ void pairJustWorks(PairingStage& stage, const QString& when)
     stage.expectSuccess(when);
 }
 
-QStringList bonds(PairingStage& stage)
+QStringList listed(PairingStage& stage)
 {
     const int before = stage.peripheral.told("bonds").size();
     stage.peripheral.tell("bonds");
@@ -58,7 +58,7 @@ QStringList bonds(PairingStage& stage)
 /** The daemon is killed and started: the bond is still there, and the phone reads without pairing. */
 void surviveRestart(PairingStage& stage)
 {
-    Expect::eventually([&] { return bonds(stage) == QStringList{stage.centralPath()}; },
+    Expect::eventually([&] { return listed(stage) == QStringList{stage.centralPath()}; },
                        "the bond is listed");
     const int registered = stage.peripheral.told("agent").count("registered");
     stage.endLink();
@@ -68,7 +68,7 @@ void surviveRestart(PairingStage& stage)
     Expect::require([&] { return stage.peripheral.told("agent").count("registered") > registered; },
                     "the agent to be registered again");
     stage.peripheral.awaitRegistration({"registerApp", "registerAdv"}, 2);
-    Expect::eventually([&] { return bonds(stage) == QStringList{stage.centralPath()}; },
+    Expect::eventually([&] { return listed(stage) == QStringList{stage.centralPath()}; },
                        "after the daemon's restart it still is");
     Expect::that(stage.peripheral.told("bond-removed").isEmpty(), "and was not told as removed",
                  stage.peripheral.told("bond-removed").join(", "));
@@ -77,20 +77,6 @@ void surviveRestart(PairingStage& stage)
     // The device asks for encryption as soon as a bonded phone is there.
     Expect::eventually([&] { return stage.readError() == 0; }, "the phone reads without pairing again");
     Expect::equal(stage.peripheral.told("pairing authorize").size(), 1, "the agent is not asked again");
-}
-
-/** The device forgets the phone, by plim::Bonds. */
-void forgetOnDevice(PairingStage& stage)
-{
-    const int before = stage.peripheral.told("forgotten").size();
-    stage.peripheral.tell("forget " + stage.centralPath());
-    Expect::require([&] { return stage.peripheral.told("forgotten").size() > before; },
-                    "the device to forget");
-    Expect::equal(stage.peripheral.told("forgotten").last(), stage.centralPath(),
-                  "the device forgets the phone");
-    Expect::eventually([&] { return bonds(stage).isEmpty(); }, "no bond is listed");
-    stage.reconnect();
-    Expect::equal(stage.readError(), 0x0f, "the phone cannot read any more");
 }
 
 } // namespace
@@ -106,27 +92,12 @@ void Scenes::justWorks()
     stage.expectSuccess("accepted");
 }
 
-void Scenes::forgotten()
+void Scenes::bonds()
 {
-    {
-        PairingStage stage("NoInputNoOutput", "KeyboardDisplay");
-        stage.openWindow();
-        pairJustWorks(stage, "at first");
-        surviveRestart(stage);
-        stage.forgetOnPhone();
-        stage.user->pair();
-        stage.expectFailure("forgotten by the phone, JustWorksRepairing = never", true);
-        Expect::equal(stage.peripheral.told("pairing authorize").size(), 1, "the agent is not asked again");
-        forgetOnDevice(stage);
-        pairJustWorks(stage, "forgotten by both");
-        forgetOnDevice(stage);
-        Expect::note("the phone has the old key: " + QString::number(stage.readError()));
-    }
-    PairingStage stage("NoInputNoOutput", "KeyboardDisplay", "[General]\nJustWorksRepairing = confirm\n");
+    PairingStage stage("NoInputNoOutput", "KeyboardDisplay");
     stage.openWindow();
-    pairJustWorks(stage, "at first, JustWorksRepairing = confirm");
-    stage.forgetOnPhone();
-    pairJustWorks(stage, "forgotten by the phone, JustWorksRepairing = confirm");
+    pairJustWorks(stage, "accepted");
+    surviveRestart(stage);
 }
 
 void Scenes::comparison()

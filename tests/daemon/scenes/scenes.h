@@ -53,7 +53,7 @@ void justWorks();
 void comparison();
 void passkey();
 void typing();
-void forgotten();
+void bonds();
 void diary();
 void demo();
 
