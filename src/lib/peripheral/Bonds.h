@@ -22,10 +22,10 @@ class BluezObjects;
  * pairing. */
 struct Bond
 {
-    Central central;
-    QString address; ///< of the central's identity, "AA:BB:CC:DD:EE:FF"
-    QString name;    ///< what it calls itself; its address where BlueZ does not know
-    bool isConnected = false;
+    Central central;          ///< the central, by its path
+    QString address;          ///< of the central's identity, "AA:BB:CC:DD:EE:FF"
+    QString name;             ///< what it calls itself; its address where BlueZ does not know
+    bool isConnected = false; ///< whether there is a link to it now
 
     /** Whether all of both is the same. */
     friend bool operator==(const Bond& a, const Bond& b)
@@ -66,6 +66,7 @@ public:
     /** The bonds, in the order of the centrals' paths. */
     QList<Bond> bonds() const { return m_bonds.values(); }
 
+    /** Whether BlueZ keeps a bond with this central. */
     bool contains(const Central& central) const { return m_bonds.contains(central.path()); }
 
     /** Ends a bond here; a link to this central is closed. forgotten() tells how it ended. */
@@ -81,13 +82,16 @@ signals:
     /** BlueZ has told its bonds for the first time. */
     void known();
 
+    /** There is a new bond. */
     void added(const plim::Bond& bond);
     /** The name, the address or the link has changed. */
     void changed(const plim::Bond& bond);
     /** BlueZ has ended the bond, whoever wanted that. Comes before forgotten() or after it. */
     void removed(const plim::Central& central);
 
-    /** How forget() has ended. @param error  empty for a success; otherwise what BlueZ says, or that it does
+    /** How forget() has ended.
+     * @param central  whose bond it was
+     * @param error  empty for a success; otherwise what BlueZ says, or that it does
      * not run */
     void forgotten(const plim::Central& central, const QString& error);
     /** forgetAll() has ended. @param error  empty if there are no bonds left of those that there were;

@@ -67,8 +67,10 @@ public:
      * nobody can pair. */
     ~PairingAgent() override;
 
+    /** What the constructor was given. */
     Capability capability() const { return m_capability; }
 
+    /** Whether BlueZ has accepted the agent. */
     State state() const;
     /** BlueZ's reason in the state Refused; otherwise empty. */
     QString error() const;
@@ -84,15 +86,19 @@ public:
     /** Ends that. What has been asked before may still be answered. */
     void closePairingWindow();
 
+    /** Whether phones may pair now. */
     bool isPairingWindowOpen() const { return m_isOpen; }
 
     /** Whether this process has an agent at the moment. */
     static bool exists();
 
 signals:
+    /** BlueZ has answered, ended or started. */
     void stateChanged(plim::PairingAgent::State state);
 
+    /** openPairingWindow() was called. @param seconds  until it closes; 0 or less: never */
     void pairingWindowOpened(int seconds);
+    /** The time is over, or closePairingWindow() was called. */
     void pairingWindowClosed();
 
     /** A question that waits for an answer: answer it, or keep a copy to do so later. */

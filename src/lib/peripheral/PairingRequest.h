@@ -40,6 +40,7 @@ public:
     /** No request: it has been answered already. */
     PairingRequest() = default;
 
+    /** What BlueZ asks. */
     Kind kind() const;
 
     /** Who wants to pair. */

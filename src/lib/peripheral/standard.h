@@ -64,6 +64,7 @@ enum class Unit : quint16
 /** How a value's bytes are read, and what they measure. */
 struct Format
 {
+    /** The SIG's numbers for formats. */
     enum Type : quint8
     {
         Boolean = 0x01,
@@ -83,8 +84,8 @@ struct Format
         Struct = 0x1b ///< none of the others
     };
 
-    Type type;
-    Unit unit = Unit::None;
+    Type type;               ///< how the bytes are read
+    Unit unit = Unit::None;  ///< what the number measures
     qint8 exponent = 0;      ///< the number is multiplied by ten to the power of this; integers only
     quint16 description = 0; ///< one of the SIG's namespace descriptions, such as 1 for "first"; 0 for none
 };
@@ -92,6 +93,7 @@ struct Format
 /**
  * Gives a characteristic a text that phones show beside its value, in a Characteristic User Description
  * (0x2901). A second call replaces the text.
+ * @param characteristic  whose value it is about; not null
  * @param text  at most 512 bytes in UTF-8; what is longer is cut off, which is logged at WARN
  * @return the descriptor, owned by the characteristic
  */
@@ -100,6 +102,8 @@ PLIM_PERIPHERAL_EXPORT Descriptor* describe(GattCharacteristic* characteristic, 
 /**
  * Tells how a characteristic's value is read, in a Characteristic Presentation Format (0x2904). A second call
  * replaces it.
+ * @param characteristic  whose value it is; not null
+ * @param format  what is shown
  * @return the descriptor, owned by the characteristic
  */
 PLIM_PERIPHERAL_EXPORT Descriptor* setFormat(GattCharacteristic* characteristic, const Format& format);
@@ -107,30 +111,31 @@ PLIM_PERIPHERAL_EXPORT Descriptor* setFormat(GattCharacteristic* characteristic,
 /** A product by the numbers of its vendor. */
 struct PnpId
 {
+    /** Who has given the vendor its number. */
     enum Source : quint8
     {
         BluetoothSig = 1, ///< vendor is a company identifier
         Usb = 2           ///< vendor is a USB vendor identifier
     };
 
-    Source source;
-    quint16 vendor;
-    quint16 product;
+    Source source;   ///< whose number the vendor has
+    quint16 vendor;  ///< the vendor's number
+    quint16 product; ///< the vendor's number for the product
     quint16 version; ///< 0x0213 for 2.1.3
 };
 
 /** What a Device Information Service shows. What is empty is left out. */
 struct DeviceInformation
 {
-    QString manufacturer;
-    QString model;
-    QString serialNumber;
-    QString hardwareRevision;
-    QString firmwareRevision;
-    QString softwareRevision;
+    QString manufacturer;     ///< the name of the company
+    QString model;            ///< the model's number or name
+    QString serialNumber;     ///< of this very device
+    QString hardwareRevision; ///< of the hardware
+    QString firmwareRevision; ///< of the firmware
+    QString softwareRevision; ///< of the software
     /** 8 bytes: the manufacturer's own identifier, 5 bytes, and its OUI, 3 bytes; least significant first. */
     QByteArray systemId;
-    std::optional<PnpId> pnpId;
+    std::optional<PnpId> pnpId; ///< the product by numbers
 };
 
 /**
@@ -140,6 +145,8 @@ struct DeviceInformation
  *
  * Texts are at most 512 bytes in UTF-8; what is longer is cut off, which is logged at WARN. A system ID that
  * has not 8 bytes is left out, which is logged at ERROR.
+ * @param application  not null
+ * @param values       what is shown
  * @return the service, owned by the application
  */
 PLIM_PERIPHERAL_EXPORT Service* addDeviceInformation(GattApplication* application,
@@ -147,6 +154,7 @@ PLIM_PERIPHERAL_EXPORT Service* addDeviceInformation(GattApplication* applicatio
 
 /**
  * Adds a Battery Service (0x180f), whose level is read and notified.
+ * @param application  not null
  * @param percent      the level, as setBatteryLevel() takes it
  * @param pathElement  as in Service::create(); a second battery needs one
  * @return the Battery Level characteristic, owned by the service
@@ -154,7 +162,11 @@ PLIM_PERIPHERAL_EXPORT Service* addDeviceInformation(GattApplication* applicatio
 PLIM_PERIPHERAL_EXPORT Characteristic* addBattery(GattApplication* application, int percent,
                                                   const QString& pathElement = QString());
 
-/** Sets a battery's level and notifies it. @param percent  0 to 100; what is beyond counts as the limit */
+/**
+ * Sets a battery's level and notifies it.
+ * @param batteryLevel  what addBattery() returned
+ * @param percent       0 to 100; what is beyond counts as the limit
+ */
 PLIM_PERIPHERAL_EXPORT void setBatteryLevel(Characteristic* batteryLevel, int percent);
 
 /** Why a clock was changed. */
@@ -171,6 +183,7 @@ Q_DECLARE_OPERATORS_FOR_FLAGS(TimeChanges)
 /**
  * Adds a Current Time Service (0x1805) with the time and the time zone. Each read shows the clock at that
  * moment.
+ * @param application  not null
  * @param clock  the local time with its time zone; empty for the system's. It is called on the application's
  * thread.
  * @return the Current Time characteristic, owned by the service
@@ -183,6 +196,7 @@ PLIM_PERIPHERAL_EXPORT Characteristic* addCurrentTime(GattApplication* applicati
  * this at each change of the clock, but not more than once in 15 minutes for small corrections.
  * @param currentTime  what addCurrentTime() returned
  * @param now          the new time, in the same time zone
+ * @param changes      why it was changed
  */
 PLIM_PERIPHERAL_EXPORT void notifyTime(Characteristic* currentTime, const QDateTime& now,
                                        TimeChanges changes);
