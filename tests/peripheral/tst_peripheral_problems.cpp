@@ -90,7 +90,9 @@ void tst_peripheral_problems::trackingWithoutSubscribingIsFound()
 
 void tst_peripheral_problems::versionsThatCannotAreFound()
 {
-    const auto count = [this](int minor) { return plim::problems(*m_app, QVersionNumber(5, minor)).size(); };
+    const auto count = [this](int minor) {
+        return int(plim::problems(*m_app, QVersionNumber(5, minor)).size());
+    };
     QCOMPARE(count(74), 0);
     m_service->createCharacteristic("aaaa"_qs, readWrite);
     QCOMPARE(plim::problems(*m_app).size(), 0);

@@ -26,7 +26,7 @@ QList<QByteArray> NotificationReader::values() const
 QList<QByteArray> NotificationReader::await(int count) const
 {
     QDeadlineTimer quiet(10000);
-    int known = 0;
+    qsizetype known = 0;
     Expect::waitFor([&] {
         const auto now = values().size();
         if (now > known) {

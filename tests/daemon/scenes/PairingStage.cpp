@@ -51,7 +51,7 @@ QString PairingStage::deviceSeenFromPhone() const
 QString PairingStage::ask(const QString& kind)
 {
     const QString question = "pairing " + kind;
-    const int before = peripheral.told(question).size();
+    const auto before = peripheral.told(question).size();
     m_endedBefore = peripheral.told("pairing-ended").size();
     user->pair();
     Expect::require([&] { return peripheral.told(question).size() > before; },

@@ -44,5 +44,5 @@ public:
     std::unique_ptr<PhoneUser> user;
 
 private:
-    int m_endedBefore = 0;
+    qsizetype m_endedBefore = 0;
 };

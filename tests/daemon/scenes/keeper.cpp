@@ -238,7 +238,7 @@ void Scenes::beacon()
     const auto change = [&](const QString& mode, bool isInPlace) {
         const auto answers = [&] { return peripheral.count("egisterAdv"); };
         const int answersBefore = answers();
-        const int done = peripheral.told("beacon adv").size();
+        const auto done = peripheral.told("beacon adv").size();
         const auto before = bluetooth.monitored().size();
         peripheral.tell({"mode adv " + mode, QStringLiteral("beacon adv 100 100")});
         Expect::require([&] { return peripheral.told("beacon adv").size() > done; }, "100 changes", 90);

@@ -49,7 +49,7 @@ void pairJustWorks(PairingStage& stage, const QString& when)
 
 QStringList listed(PairingStage& stage)
 {
-    const int before = stage.peripheral.told("bonds").size();
+    const auto before = stage.peripheral.told("bonds").size();
     stage.peripheral.tell("bonds");
     // The phone's side of the bond belongs to the same daemon.
     return stage.peripheral.told("bonds").at(before).split(' ').filter(stage.bluetooth.device());
@@ -60,7 +60,7 @@ void surviveRestart(PairingStage& stage)
 {
     Expect::eventually([&] { return listed(stage) == QStringList{stage.centralPath()}; },
                        "the bond is listed");
-    const int registered = stage.peripheral.told("agent").count("registered");
+    const auto registered = stage.peripheral.told("agent").count("registered");
     stage.endLink();
     stage.bluetooth.killDaemon();
     stage.bluetooth.startDaemon();

@@ -61,7 +61,7 @@ void expectTime(AttClient& central, Peripheral& peripheral)
     Expect::equal(central.read(central.handle(plim::uuid(0x2a0f))).value, QByteArray::fromHex("0400"),
                   "the time zone, an hour east of Greenwich in winter");
     central.subscribe(time, 1);
-    const int before = central.notifications().size();
+    const auto before = central.notifications().size();
     peripheral.tell("time-changed time");
     Expect::require([&] { return central.notifications().size() > before; }, "the new time");
     Expect::equal(central.notifications().constLast().value, QByteArray::fromHex("ea070b15150f1e068004"),

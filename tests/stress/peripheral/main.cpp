@@ -56,7 +56,7 @@ int main(int argc, char** argv)
             return;
         }
         input.append(buffer, int(count));
-        for (int end; (end = input.indexOf('\n')) >= 0; input.remove(0, end + 1)) {
+        for (int end; (end = int(input.indexOf('\n'))) >= 0; input.remove(0, end + 1)) {
             obey(input.left(end), peripheral);
         }
     });
