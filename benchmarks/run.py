@@ -64,9 +64,12 @@ def library_sizes(build):
     """The size of each library once it is stripped."""
     rows = [["stripped library", "bytes"]]
     with tempfile.TemporaryDirectory() as folder:
-        for path in "src/api/core/libplim_api.so", "src/lib/dbus/libplim_dbus.so", "src/lib/ble/libplim_ble.so":
+        for name in "src/api/core/libplim_api", "src/lib/dbus/libplim_dbus", "src/lib/ble/libplim_ble":
+            # The name ends in -qt6 in a build with Qt 6.
+            path = next(path for path in (f"{build}/{name}{suffix}.so" for suffix in ("", "-qt6"))
+                        if os.path.exists(path))
             stripped = f"{folder}/{os.path.basename(path)}"
-            subprocess.run(["strip", "-o", stripped, f"{build}/{path}"], check=True)
+            subprocess.run(["strip", "-o", stripped, path], check=True)
             rows.append([os.path.basename(path), f"{os.path.getsize(stripped):,}"])
     return "\n".join(f"{name:24}{size:>12}" for name, size in rows)
 
