@@ -142,7 +142,7 @@ public:
      * error. */
     static QDBusMessage control(const QString& method, const QVariantList& arguments = {})
     {
-        return PlimBleTestDetail::control(method, arguments, QDBus::BlockWithGui);
+        return PlimBleTestDetail::control(method, arguments, PlimBleTestDetail::Waiting::EventLoop);
     }
 
     /**
@@ -246,7 +246,7 @@ public:
         {
             const QDBusMessage answer =
                 PlimBleTestDetail::call(m_path, QStringLiteral("org.plim.BluezSimulator1.Phone"), method,
-                                        arguments, QDBus::BlockWithGui);
+                                        arguments, PlimBleTestDetail::Waiting::EventLoop);
             const bool isRefusal = answer.errorName() == service() + QLatin1String(".Error.Att");
             m_error = isRefusal ? answer.errorMessage() : QString();
             return isRefusal ? QVariant() : resultOf(answer, method);

@@ -5,6 +5,8 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QEventLoop>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -141,23 +143,44 @@ inline QVariant asPath(const QString& path)
     return QVariant::fromValue(QDBusObjectPath(path));
 }
 
-/**
- * Calls a method of one of the simulator's objects.
- * @param mode  QDBus::BlockWithGui if the answer may need an object of this program
+/** Calls a method, and runs the event loop until the answer is there: it may need an object of this program.
  */
+inline QDBusMessage callWithEventLoop(const QDBusConnection& bus, const QDBusMessage& call)
+{
+    // QDBus::BlockWithGui waits forever for an answer that comes before it has begun to wait.
+    const QDBusPendingCallWatcher answer(bus.asyncCall(call));
+    QEventLoop loop;
+    QObject::connect(&answer, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+    if (!answer.isFinished()) {
+        loop.exec();
+    }
+    return answer.reply();
+}
+
+/** Whether this program's objects are reached while it waits for an answer. */
+enum class Waiting
+{
+    Blocked,  ///< nothing happens meanwhile
+    EventLoop ///< the event loop runs
+};
+
+/** Calls a method of one of the simulator's objects. */
 inline QDBusMessage call(const QString& path, const QString& interface, const QString& method,
-                         const QVariantList& arguments, QDBus::CallMode mode)
+                         const QVariantList& arguments, Waiting waiting)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(service(), path, interface, method);
     call.setArguments(arguments);
-    return QDBusConnection::systemBus().call(call, mode);
+    if (waiting == Waiting::Blocked) {
+        return QDBusConnection::systemBus().call(call);
+    }
+    return callWithEventLoop(QDBusConnection::systemBus(), call);
 }
 
 /** Calls a method of the simulator's control interface. */
-inline QDBusMessage control(const QString& method, const QVariantList& arguments, QDBus::CallMode mode)
+inline QDBusMessage control(const QString& method, const QVariantList& arguments, Waiting waiting)
 {
     return call(QStringLiteral("/org/plim/BluezSimulator"), QStringLiteral("org.plim.BluezSimulator1"),
-                method, arguments, mode);
+                method, arguments, waiting);
 }
 
 /** The object paths in an answer that lists registered objects with their owners. */

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DBusTypes.h"
+#include "PlimBleTestProcesses.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -77,9 +78,9 @@ public:
     /** Returns when the daemon has handled what was sent to it before. */
     void settle()
     {
-        m_bus.call(QDBusMessage::createMethodCall("org.bluez", "/", "org.freedesktop.DBus.Introspectable",
-                                                  "Introspect"),
-                   QDBus::BlockWithGui);
+        PlimBleTestDetail::callWithEventLoop(
+            m_bus, QDBusMessage::createMethodCall("org.bluez", "/", "org.freedesktop.DBus.Introspectable",
+                                                  "Introspect"));
     }
 
     /** The calls and signals that have arrived since, by their members. */
@@ -133,7 +134,7 @@ private:
         QDBusMessage call =
             QDBusMessage::createMethodCall("org.bluez", "/org/bluez/hci0", "org.bluez.GattManager1", method);
         call.setArguments(arguments);
-        return m_bus.call(call, QDBus::BlockWithGui).errorMessage();
+        return PlimBleTestDetail::callWithEventLoop(m_bus, call).errorMessage();
     }
 
     QDBusConnection m_bus;

@@ -16,7 +16,7 @@ QDBusMessage tell(const PlimBleTest::Phone& phone, const QString& method, const 
         "org.plim.BluezSimulator", QString(phone.device()).replace("/org/bluez", "/org/plim/BluezSimulator"),
         phoneInterface, method);
     call.setArguments(arguments);
-    return QDBusConnection::systemBus().call(call, QDBus::BlockWithGui);
+    return PlimBleTestDetail::callWithEventLoop(QDBusConnection::systemBus(), call);
 }
 
 QString errorOf(const QDBusMessage& answer)

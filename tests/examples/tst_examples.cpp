@@ -33,7 +33,7 @@ bool pairable()
                                                       "org.freedesktop.DBus.Properties", "Get");
     get << "org.bluez.Adapter1"
         << "Pairable";
-    const QDBusMessage answer = QDBusConnection::systemBus().call(get, QDBus::BlockWithGui);
+    const QDBusMessage answer = PlimBleTestDetail::callWithEventLoop(QDBusConnection::systemBus(), get);
     return answer.arguments().value(0).value<QDBusVariant>().variant().toBool();
 }
 

@@ -108,7 +108,7 @@ void Simulator::settle() const
 
 QDBusMessage Simulator::control(const QString& member, const QVariantList& arguments)
 {
-    return PlimBleTestDetail::control(member, arguments, QDBus::Block);
+    return PlimBleTestDetail::control(member, arguments, PlimBleTestDetail::Waiting::Blocked);
 }
 
 QDBusMessage Simulator::order(const char* member, const QVariantList& arguments)

@@ -12,6 +12,7 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
+#include <QPointer>
 
 #include <algorithm>
 #include <utility>
@@ -288,7 +289,9 @@ plim::detail::BluezObjects::additionsOf(const QString& path, const DBusInterface
 /** Applies the changes in their order. A slot that runs an event loop comes here again, and goes on. */
 void plim::detail::BluezObjects::work()
 {
-    while (!m_changes.isEmpty()) {
+    // The slot's event loop may also be where this object ends, once nobody holds it.
+    const QPointer<BluezObjects> self(this);
+    while (self && !m_changes.isEmpty()) {
         m_changes.takeFirst()();
     }
 }
