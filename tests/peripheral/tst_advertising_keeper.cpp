@@ -149,14 +149,14 @@ void tst_advertising_keeper::aRefusedOneIsTriedAgainEverLater()
                  "Failed to register advertisement"_qs);
     QElapsedTimer timer;
     setPowered(false);
+    timer.start(); // before the first try, so that a busy machine can only make the times longer
     setPowered(true);
     EVENTUALLY_COMPARE(more(), 1);
-    timer.start();
     EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "PoweredOff"_qs}));
     EVENTUALLY_COMPARE(more(), 2);
-    QVERIFY2(timer.elapsed() > 800 && timer.elapsed() < 1600, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(timer.elapsed() > 900, qPrintable(QString::number(timer.elapsed())));
     EVENTUALLY_COMPARE(more(), 3);
-    QVERIFY2(timer.elapsed() > 2800 && timer.elapsed() < 4000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(timer.elapsed() > 2800, qPrintable(QString::number(timer.elapsed())));
     // Switched on, it is tried at once.
     setPowered(false);
     answerRegistrations("normal");
