@@ -6,8 +6,10 @@
 #include <QDBusConnectionInterface>
 #include <QDBusVariant>
 #include <QEventLoop>
+#include <QPointer>
 #include <QSignalSpy>
 #include <QThread>
+#include <QTimer>
 #include <QtTest>
 
 #include <algorithm>
@@ -87,6 +89,7 @@ private slots:
     void anotherThreadHasItsOwn();
     void slotsMayReleaseTheLastReference();
     void aSlotsEventLoopSeesLaterChangesInOrder();
+    void itMayEndInASlotsEventLoop();
 
 private:
     void startDaemon()
@@ -436,6 +439,20 @@ void tst_bluez_objects::aSlotsEventLoopSeesLaterChangesInOrder()
     QCOMPARE(m_record->lines,
              QStringList({"= /org/bluez/hci0 Alias two"_qs, "= /org/bluez/hci0 Alias three"_qs,
                           "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
+}
+
+void tst_bluez_objects::itMayEndInASlotsEventLoop()
+{
+    startDaemon();
+    const QPointer<BluezObjects> objects = m_objects.get();
+    bool ended = false;
+    connect(m_objects.get(), &BluezObjects::objectRemoved, this, [&] {
+        QTimer::singleShot(0, this, [&] { m_objects.reset(); });
+        // There is more to tell when it ends: that BlueZ has.
+        ended = QTest::qWaitFor([&] { return !objects; });
+    });
+    m_bluez->vanish();
+    QTRY_VERIFY(ended);
 }
 
 QTEST_GUILESS_MAIN(tst_bluez_objects)
