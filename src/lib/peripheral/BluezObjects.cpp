@@ -12,7 +12,6 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
-#include <QPointer>
 
 #include <algorithm>
 #include <utility>
@@ -289,9 +288,10 @@ plim::detail::BluezObjects::additionsOf(const QString& path, const DBusInterface
 /** Applies the changes in their order. A slot that runs an event loop comes here again, and goes on. */
 void plim::detail::BluezObjects::work()
 {
-    // The slot's event loop may also be where this object ends, once nobody holds it.
-    const QPointer<BluezObjects> self(this);
-    while (self && !m_changes.isEmpty()) {
+    // A slot may let go of this object and run an event loop. It must not end there: the watcher of the name,
+    // a member, may be what has led here.
+    const std::shared_ptr<BluezObjects> alive = weak_from_this().lock();
+    while (!m_changes.isEmpty()) {
         m_changes.takeFirst()();
     }
 }

@@ -30,7 +30,7 @@ namespace detail {
  * Slots and callbacks may do anything, also release the last reference. In a nested event loop, later changes
  * arrive in their order. Internal: not installed.
  */
-class BluezObjects : public QObject
+class BluezObjects : public QObject, public std::enable_shared_from_this<BluezObjects>
 {
     Q_OBJECT
 
