@@ -27,3 +27,10 @@ else()
     message(FATAL_ERROR "PLIM_QT is \"${PLIM_QT}\"; it must be 5 or 6")
 endif()
 find_package(Qt${PLIM_QT} ${PLIM_QT_MINIMUM} REQUIRED COMPONENTS Core DBus)
+
+# Qt::Test, in the calling folder. Qt defines the build folder's name for QFINDTESTDATA, which no test here uses. With it
+# no clone could use what another one has compiled, and no test the headers that were compiled before.
+macro(plim_find_qt_test)
+    find_package(Qt${PLIM_QT} ${PLIM_QT_MINIMUM} REQUIRED COMPONENTS Test)
+    set_property(TARGET Qt${PLIM_QT}::Test PROPERTY INTERFACE_COMPILE_DEFINITIONS QT_TESTLIB_LIB)
+endmacro()
