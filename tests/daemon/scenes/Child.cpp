@@ -16,10 +16,11 @@ Child::Child(const QString& name, const QString& program, const QStringList& arg
 Child::Child(const QString& name, const QString& program, const QStringList& arguments, Output output)
     : m_log(logFolder + '/' + name + ".log")
 {
-    m_process.setStandardErrorFile(m_log.fileName(), QIODevice::Append);
     if (output == Output::AllIntoLog) {
         m_process.setProcessChannelMode(QProcess::MergedChannels);
         m_process.setStandardOutputFile(m_log.fileName(), QIODevice::Append);
+    } else {
+        m_process.setStandardErrorFile(m_log.fileName(), QIODevice::Append);
     }
     QObject::connect(&m_process, &QProcess::readyReadStandardOutput, &m_process, [this] { onOutput(); });
     m_process.start(program, arguments);
