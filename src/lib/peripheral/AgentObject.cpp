@@ -14,9 +14,6 @@
 
 namespace {
 
-/** How long BlueZ waits for an answer. */
-constexpr int patienceMs = 60000;
-
 QString freePath()
 {
     static std::atomic_int agents{0};
@@ -30,7 +27,8 @@ QString digits(uint passkey)
 
 } // namespace
 
-plim::detail::AgentObject::AgentObject() : m_path(freePath()), m_bluez(BluezObjects::shared())
+plim::detail::AgentObject::AgentObject(std::chrono::milliseconds patience)
+    : m_path(freePath()), m_patience(patience), m_bluez(BluezObjects::shared())
 {
     // Without a connection to the bus nobody calls.
     QDBusConnection::systemBus().registerObject(m_path, this, QDBusConnection::ExportAllSlots);
@@ -168,7 +166,7 @@ void plim::detail::AgentObject::limit(const std::weak_ptr<PendingPairing>& open)
         timer->deleteLater();
         endThose([&](const auto& other) { return other == open.lock(); });
     });
-    timer->start(patienceMs);
+    timer->start(m_patience);
 }
 
 /** BlueZ may call again while its user types, with the number of digits so far. */

@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -27,8 +28,11 @@ class AgentObject : public QObject, protected QDBusContext
     Q_CLASSINFO("D-Bus Interface", "org.bluez.Agent1")
 
 public:
-    /** Exports itself at a path that no other agent of the process has. */
-    AgentObject();
+    /**
+     * Exports itself at a path that no other agent of the process has.
+     * @param patience  how long BlueZ waits for an answer; then a request ends even if BlueZ does not say so
+     */
+    explicit AgentObject(std::chrono::milliseconds patience = std::chrono::seconds(60));
 
     /** Rejects what is still open. */
     ~AgentObject() override;
@@ -71,6 +75,7 @@ private:
     void tidy();
 
     const QString m_path;
+    const std::chrono::milliseconds m_patience;
     const std::shared_ptr<BluezObjects> m_bluez;
     QString m_daemon;
     std::vector<std::weak_ptr<PendingPairing>> m_open;

@@ -34,7 +34,8 @@ public:
         CompareNumbers,  ///< does the central show the same passkey() as this device?
         ShowPasskey,     ///< show passkey(), which its user types on the central; see reject()
         EnterPasskey,    ///< which number does the central show? accept(const QString&) answers
-        AuthorizeService ///< may this central use the service()? Only asked over classic Bluetooth
+        AuthorizeService ///< may this central use the service()? Asked over classic Bluetooth only, and like
+                         ///< the others rejected by the agent while no pairing window is open
     };
 
     /** No request: it has been answered already. */
