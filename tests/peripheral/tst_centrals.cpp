@@ -1,71 +1,17 @@
-#include "Attributes.h"
-#include "FakeBluez.h"
-#include "Literals.h"
+#include "ObservedCentrals.h"
 
-#include <QDBusConnectionInterface>
-#include <QPointer>
-#include <QSignalSpy>
-#include <QtTest>
-
+using namespace CentralsScenario;
 using plim::Central;
 using plim::Centrals;
 
-namespace {
-
-const QString device = QStringLiteral("org.bluez.Device1");
-const QString adapter = QStringLiteral("org.bluez.Adapter1");
-const QString hci0 = QStringLiteral("/org/bluez/hci0");
-const QString hci1 = QStringLiteral("/org/bluez/hci1");
-
-/** What BlueZ shows of a phone. */
-DBusInterfaceList phone(const QVariantMap& more = {}, const QString& adapterPath = hci0)
-{
-    QVariantMap properties{{"Adapter"_qs, QVariant::fromValue(QDBusObjectPath(adapterPath))},
-                           {"Address"_qs, "00:AA:01:01:00:01"_qs},
-                           {"AddressType"_qs, "random"_qs},
-                           {"Connected"_qs, true},
-                           {"Paired"_qs, false},
-                           {"Bonded"_qs, false},
-                           {"Trusted"_qs, false}};
-    for (auto property = more.cbegin(); property != more.cend(); ++property) {
-        properties.insert(property.key(), *property);
-    }
-    return {{device, properties}};
-}
-
-DBusInterfaceList adapterAt(const char* address)
-{
-    return {{adapter, {{"Address"_qs, QString::fromLatin1(address)}}}};
-}
-
-/** Writes down what is told, in its order. */
-struct Record
-{
-    explicit Record(const Centrals& centrals)
-    {
-        QObject::connect(&centrals, &Centrals::centralConnected, &context,
-                         [this](const Central& central) { lines << "+ " + central.path(); });
-        QObject::connect(&centrals, &Centrals::centralChanged, &context,
-                         [this](const Central& central) { lines << "= " + central.path(); });
-        QObject::connect(&centrals, &Centrals::centralDisconnected, &context,
-                         [this](const Central& central, Centrals::Reason reason) {
-                             lines << "- " + central.path() + ' ' + QVariant::fromValue(reason).toString();
-                         });
-    }
-
-    QObject context;
-    QStringList lines;
-};
-
-} // namespace
-
-class tst_centrals : public QObject
+/** Who is connected, as BlueZ tells it. */
+class tst_centrals : public QObject, private ObservedCentrals
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init() { begin(); }
+    void cleanup() { end(); }
     void aNewDeviceThatIsConnectedIsACentral();
     void aKnownDeviceConnects();
     void whoWasThereBeforeIsFound();
@@ -86,60 +32,7 @@ private slots:
     void onlyTheChosenAdapterCounts_data();
     void onlyTheChosenAdapterCounts();
     void theChosenAdapterMayComeLater();
-    void disconnectingReachesTheDaemon();
-    void whoIsNotConnectedIsNotDisconnected();
-    void slotsMayDeleteTheObject_data();
-    void slotsMayDeleteTheObject();
-    void theObjectMayEndWithADisconnectionUnderWay();
-
-private:
-    void start()
-    {
-        m_bluez->objects.insert(QDBusObjectPath(hci0), adapterAt("00:AA:01:00:00:00"));
-        m_bluez->objects.insert(QDBusObjectPath(hci1), adapterAt("00:AA:01:00:00:01"));
-        appear();
-    }
-    void appear()
-    {
-        const int before = m_bluez->descriptions;
-        QVERIFY(m_bluez->appear());
-        QTRY_COMPARE(m_bluez->descriptions, before + 1);
-    }
-    /** Waits until what the daemon has said before is known. */
-    void settle()
-    {
-        m_bluez->add("/marker"_qs, phone());
-        QTRY_VERIFY(m_record->lines.contains("+ /marker"_qs));
-        m_record->lines.removeAll("+ /marker"_qs);
-        m_bluez->remove("/marker"_qs, {device});
-        QTRY_VERIFY(m_record->lines.contains("- /marker Unknown"_qs));
-        m_record->lines.removeAll("- /marker Unknown"_qs);
-    }
-    QStringList told()
-    {
-        settle();
-        return std::exchange(m_record->lines, {});
-    }
-
-    std::unique_ptr<FakeBluez> m_bluez;
-    std::unique_ptr<Centrals> m_centrals;
-    std::unique_ptr<Record> m_record;
 };
-
-void tst_centrals::init()
-{
-    m_bluez = std::make_unique<FakeBluez>("fake"_qs);
-    m_centrals = std::make_unique<Centrals>();
-    m_record = std::make_unique<Record>(*m_centrals);
-}
-
-void tst_centrals::cleanup()
-{
-    m_record.reset();
-    m_centrals.reset();
-    m_bluez.reset();
-    QTRY_VERIFY(!QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
-}
 
 void tst_centrals::aNewDeviceThatIsConnectedIsACentral()
 {
@@ -369,89 +262,6 @@ void tst_centrals::theChosenAdapterMayComeLater()
     m_bluez->remove("/org/bluez/hci7"_qs, {adapter});
     settle();
     QCOMPARE(record.lines.constLast(), "- /org/bluez/hci7/dev_1 Unknown"_qs);
-}
-
-void tst_centrals::disconnectingReachesTheDaemon()
-{
-    start();
-    m_bluez->add(phonePath, phone());
-    QCOMPARE(told().size(), 1);
-    QStringList ends;
-    const auto note = [&ends](const QDBusError& error) {
-        ends << (error.isValid() ? error.name() : "done"_qs);
-    };
-    m_centrals->disconnect(Central(phonePath), note);
-    m_centrals->disconnect(Central(phonePath), note);
-    m_centrals->disconnect(Central(phonePath), [](const QDBusError&) { throw 1; });
-    QTRY_COMPARE(m_bluez->calls.size(), 3);
-    const QDBusMessage& call = m_bluez->calls.constFirst();
-    QCOMPARE(call.path() + ' ' + call.interface() + '.' + call.member() + call.signature(),
-             phonePath + " org.bluez.Device1.Disconnect"_qs);
-    m_bluez->send(call.createReply());
-    m_bluez->send(m_bluez->calls.at(1).createErrorReply("org.bluez.Error.Failed"_qs, "No"_qs));
-    m_bluez->send(m_bluez->calls.at(2).createReply());
-    QTRY_COMPARE(ends, QStringList({"done"_qs, "org.bluez.Error.Failed"_qs}));
-    QCOMPARE(m_centrals->connected().size(), 1); // until the daemon says otherwise
-}
-
-void tst_centrals::whoIsNotConnectedIsNotDisconnected()
-{
-    start();
-    m_bluez->add(phonePath, phone({{"Connected"_qs, false}}));
-    settle();
-    QStringList ends;
-    for (const QString& path : {phonePath, tabletPath, QString(), "no path"_qs}) {
-        m_centrals->disconnect(Central(path), [&ends](const QDBusError& error) { ends << error.name(); });
-    }
-    m_centrals->disconnect(Central());
-    QVERIFY(ends.isEmpty());
-    QTRY_COMPARE(ends.size(), 4);
-    QCOMPARE(ends.count("org.bluez.Error.NotConnected"_qs), 4);
-    QVERIFY(m_bluez->calls.isEmpty());
-}
-
-void tst_centrals::slotsMayDeleteTheObject_data()
-{
-    QTest::addColumn<QString>("signal");
-    for (const char* signal : {"centralConnected", "centralChanged", "centralDisconnected"}) {
-        QTest::newRow(signal) << QString::fromLatin1(signal);
-    }
-}
-
-void tst_centrals::slotsMayDeleteTheObject()
-{
-    QFETCH(QString, signal);
-    const QPointer<Centrals> victim = new Centrals("hci0"_qs);
-    const auto end = [victim] { delete victim.data(); };
-    connect(victim, &Centrals::centralConnected, this,
-            [=] { signal == "centralConnected"_qs ? end() : void(); });
-    connect(victim, &Centrals::centralChanged, this, [=] { signal == "centralChanged"_qs ? end() : void(); });
-    connect(victim, &Centrals::centralDisconnected, this,
-            [=] { signal == "centralDisconnected"_qs ? end() : void(); });
-    start();
-    m_bluez->add(phonePath, phone());
-    m_bluez->add(tabletPath, phone());
-    m_bluez->change(phonePath, device, {{"Trusted"_qs, true}});
-    m_bluez->change(hci0, adapter, {{"Address"_qs, "00:AA:01:00:00:09"_qs}});
-    m_bluez->vanish();
-    QTRY_VERIFY(!victim);
-    QTRY_VERIFY(m_centrals->connected().isEmpty());
-}
-
-void tst_centrals::theObjectMayEndWithADisconnectionUnderWay()
-{
-    start();
-    m_bluez->add(phonePath, phone());
-    settle();
-    bool called = false;
-    auto ending = std::make_unique<Centrals>();
-    ending->disconnect(Central(phonePath), [&](const QDBusError&) { called = true; });
-    ending->disconnect(Central(tabletPath), [&](const QDBusError&) { called = true; });
-    ending.reset();
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
-    m_bluez->send(m_bluez->calls.constFirst().createReply());
-    settle();
-    QVERIFY(!called);
 }
 
 QTEST_GUILESS_MAIN(tst_centrals)

@@ -1,0 +1,108 @@
+#include "ObservedCentrals.h"
+
+#include <QPointer>
+
+using namespace CentralsScenario;
+using plim::Central;
+using plim::Centrals;
+
+/** Links that the program ends, and objects that end. */
+class tst_central_ends : public QObject, private ObservedCentrals
+{
+    Q_OBJECT
+
+private slots:
+    void init() { begin(); }
+    void cleanup() { end(); }
+    void disconnectingReachesTheDaemon();
+    void whoIsNotConnectedIsNotDisconnected();
+    void slotsMayDeleteTheObject_data();
+    void slotsMayDeleteTheObject();
+    void theObjectMayEndWithADisconnectionUnderWay();
+};
+
+void tst_central_ends::disconnectingReachesTheDaemon()
+{
+    start();
+    m_bluez->add(phonePath, phone());
+    QCOMPARE(told().size(), 1);
+    QStringList ends;
+    const auto note = [&ends](const QDBusError& error) {
+        ends << (error.isValid() ? error.name() : "done"_qs);
+    };
+    m_centrals->disconnect(Central(phonePath), note);
+    m_centrals->disconnect(Central(phonePath), note);
+    m_centrals->disconnect(Central(phonePath), [](const QDBusError&) { throw 1; });
+    QTRY_COMPARE(m_bluez->calls.size(), 3);
+    const QDBusMessage& call = m_bluez->calls.constFirst();
+    QCOMPARE(call.path() + ' ' + call.interface() + '.' + call.member() + call.signature(),
+             phonePath + " org.bluez.Device1.Disconnect"_qs);
+    m_bluez->send(call.createReply());
+    m_bluez->send(m_bluez->calls.at(1).createErrorReply("org.bluez.Error.Failed"_qs, "No"_qs));
+    m_bluez->send(m_bluez->calls.at(2).createReply());
+    QTRY_COMPARE(ends, QStringList({"done"_qs, "org.bluez.Error.Failed"_qs}));
+    QCOMPARE(m_centrals->connected().size(), 1); // until the daemon says otherwise
+}
+
+void tst_central_ends::whoIsNotConnectedIsNotDisconnected()
+{
+    start();
+    m_bluez->add(phonePath, phone({{"Connected"_qs, false}}));
+    settle();
+    QStringList ends;
+    for (const QString& path : {phonePath, tabletPath, QString(), "no path"_qs}) {
+        m_centrals->disconnect(Central(path), [&ends](const QDBusError& error) { ends << error.name(); });
+    }
+    m_centrals->disconnect(Central());
+    QVERIFY(ends.isEmpty());
+    QTRY_COMPARE(ends.size(), 4);
+    QCOMPARE(ends.count("org.bluez.Error.NotConnected"_qs), 4);
+    QVERIFY(m_bluez->calls.isEmpty());
+}
+
+void tst_central_ends::slotsMayDeleteTheObject_data()
+{
+    QTest::addColumn<QString>("signal");
+    for (const char* signal : {"centralConnected", "centralChanged", "centralDisconnected"}) {
+        QTest::newRow(signal) << QString::fromLatin1(signal);
+    }
+}
+
+void tst_central_ends::slotsMayDeleteTheObject()
+{
+    QFETCH(QString, signal);
+    const QPointer<Centrals> victim = new Centrals("hci0"_qs);
+    const auto end = [victim] { delete victim.data(); };
+    connect(victim, &Centrals::centralConnected, this,
+            [=] { signal == "centralConnected"_qs ? end() : void(); });
+    connect(victim, &Centrals::centralChanged, this, [=] { signal == "centralChanged"_qs ? end() : void(); });
+    connect(victim, &Centrals::centralDisconnected, this,
+            [=] { signal == "centralDisconnected"_qs ? end() : void(); });
+    start();
+    m_bluez->add(phonePath, phone());
+    m_bluez->add(tabletPath, phone());
+    m_bluez->change(phonePath, device, {{"Trusted"_qs, true}});
+    m_bluez->change(hci0, adapter, {{"Address"_qs, "00:AA:01:00:00:09"_qs}});
+    m_bluez->vanish();
+    QTRY_VERIFY(!victim);
+    QTRY_VERIFY(m_centrals->connected().isEmpty());
+}
+
+void tst_central_ends::theObjectMayEndWithADisconnectionUnderWay()
+{
+    start();
+    m_bluez->add(phonePath, phone());
+    settle();
+    bool called = false;
+    auto ending = std::make_unique<Centrals>();
+    ending->disconnect(Central(phonePath), [&](const QDBusError&) { called = true; });
+    ending->disconnect(Central(tabletPath), [&](const QDBusError&) { called = true; });
+    ending.reset();
+    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    m_bluez->send(m_bluez->calls.constFirst().createReply());
+    settle();
+    QVERIFY(!called);
+}
+
+QTEST_GUILESS_MAIN(tst_central_ends)
+#include "tst_central_ends.moc"
