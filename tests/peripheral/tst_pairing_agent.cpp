@@ -221,7 +221,7 @@ void tst_pairing_agent::aBondedPhoneThatForgotIsNotAsked()
     scene.phone->protect("encrypted");
     scene.phone->protect("open"); // the phone has lost its key, the device has not
     scene.phone->pair();
-    EVENTUALLY_COMPARE(scene.phone->pairing(), QString("failed: 0x05 Pairing Not Supported"));
+    EVENTUALLY_COMPARE(scene.phone->pairing(), QString("failed: 0x0c Numeric Comparison Failed"));
     QVERIFY(scene.requests.isEmpty());
 }
 

@@ -8,6 +8,7 @@
 #include "GattManager.h"
 #include "Names.h"
 #include "Phone.h"
+#include "PropertiesCalls.h"
 #include "State.h"
 
 #include <QDBusConnectionInterface>
@@ -326,7 +327,7 @@ void Daemon::dispatch(const QDBusMessage& call)
     } else if (isCall(Names::ObjectManager, "GetManagedObjects") && call.path() == QLatin1String("/")) {
         answer(call, {QVariant::fromValue(m_tree.objects())});
     } else if (!handleManagerCall(call) && !m_agents->handle(call) && !handleDeviceCall(*this, call) &&
-               !handlePropertiesCall(call)) {
+               !handlePropertiesCall(*this, call)) {
         refuse(call,
                {QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"),
                 QStringLiteral("Method \"%1\" with signature \"%2\" on interface \"%3\" doesn't exist\n")
@@ -356,61 +357,6 @@ bool Daemon::handleManagerCall(const QDBusMessage& call)
         return false;
     }
     return true;
-}
-
-bool Daemon::handlePropertiesCall(const QDBusMessage& call)
-{
-    const bool concerned = call.interface().isEmpty() || call.interface() == Names::Properties;
-    if (!concerned || m_tree.interfaces(call.path()).isEmpty()) {
-        return false;
-    }
-    const QString form = call.member() + QLatin1Char(' ') + call.signature();
-    if (form == QLatin1String("Get ss") || form == QLatin1String("GetAll s")) {
-        getProperties(call);
-    } else if (form == QLatin1String("Set ssv")) {
-        setProperty(call);
-    } else {
-        return false;
-    }
-    return true;
-}
-
-void Daemon::getProperties(const QDBusMessage& call)
-{
-    const QString invalid = QStringLiteral("org.freedesktop.DBus.Error.InvalidArgs");
-    const DBusInterfaceList interfaces = m_tree.interfaces(call.path());
-    const QString interface = call.arguments().constFirst().toString();
-    const QString name = call.arguments().value(1).toString();
-    const QVariantMap properties = interfaces.value(interface);
-    if (!interfaces.contains(interface)) {
-        refuse(call, {invalid, QStringLiteral("No such interface '%1'").arg(interface)});
-    } else if (call.member() == QLatin1String("GetAll")) {
-        answer(call, {properties});
-    } else if (!properties.contains(name)) {
-        refuse(call, {invalid, QStringLiteral("No such property '%1'").arg(name)});
-    } else {
-        answer(call, {QVariant::fromValue(QDBusVariant(properties.value(name)))});
-    }
-}
-
-void Daemon::setProperty(const QDBusMessage& call)
-{
-    static const QStringList writable{
-        QStringLiteral("Alias"),    QStringLiteral("Discoverable"),    QStringLiteral("DiscoverableTimeout"),
-        QStringLiteral("Pairable"), QStringLiteral("PairableTimeout"), QStringLiteral("Powered")};
-    const QString interface = call.arguments().constFirst().toString();
-    const QString name = call.arguments().at(1).toString();
-    const QVariant value = call.arguments().at(2).value<QDBusVariant>().variant();
-    const QVariant present = m_tree.interfaces(call.path()).value(interface).value(name);
-    if (interface != Names::Adapter || !writable.contains(name)) {
-        refuse(call, {QStringLiteral("org.freedesktop.DBus.Error.PropertyReadOnly"),
-                      QStringLiteral("Property '%1' is not writable").arg(name)});
-    } else if (value.userType() != present.userType()) {
-        refuse(call, Refusal::invalidArguments());
-    } else {
-        changeProperty(call.path(), interface, name, value);
-        answer(call, {});
-    }
 }
 
 void Daemon::serve(RegistrationManager* manager)

@@ -112,9 +112,6 @@ private:
     void sendInterfacesAdded(const QString& path, const DBusInterfaceList& added);
     void dispatch(const QDBusMessage& call);
     bool handleManagerCall(const QDBusMessage& call);
-    bool handlePropertiesCall(const QDBusMessage& call);
-    void getProperties(const QDBusMessage& call);
-    void setProperty(const QDBusMessage& call);
     void serve(RegistrationManager* manager);
 
     QDBusConnection m_connection;

@@ -17,6 +17,7 @@ namespace {
 
 const QString pairing = QStringLiteral("pairing");
 const QString notSupported = QStringLiteral("0x05 Pairing Not Supported");
+const QString rejected = QStringLiteral("0x0c Numeric Comparison Failed");
 const QString wrongPasskey = QStringLiteral("0x04 Confirm Value Failed");
 const QString cancelled = QStringLiteral("cancelled by the phone");
 
@@ -63,8 +64,10 @@ QString Pairing::start(const QString& capability)
     const Method method = methodOf(m_agent.capability, capability);
     // JustWorksRepairing=never: whoever is bonded on the daemon's side has to be removed there first.
     const bool isRepairing = m_phone->state().isBonded && method == JustWorks;
-    if (!m_agent || !isPairable || isRepairing) {
+    if (!m_agent || !isPairable) {
         fail(notSupported);
+    } else if (isRepairing) {
+        fail(rejected);
     } else {
         ask(method);
     }
@@ -179,8 +182,7 @@ void Pairing::onAnswer(const QDBusMessage& answer, int attempt)
     }
     m_isAsking = false;
     if (answer.type() != QDBusMessage::ReplyMessage) {
-        fail(m_method == PhoneShows ? QStringLiteral("0x01 Passkey Entry Failed")
-                                    : QStringLiteral("0x0c Numeric Comparison Failed"));
+        fail(m_method == PhoneShows ? QStringLiteral("0x01 Passkey Entry Failed") : rejected);
     } else if (m_method == PhoneShows && answer.arguments().value(0) != QVariant(m_passkey)) {
         fail(wrongPasskey);
     } else {
