@@ -114,6 +114,29 @@ AttClient::~AttClient()
 
 void AttClient::connectDevice()
 {
+    connectLink();
+    // A kernel that is left without this answer has trouble later.
+    Expect::require([this] { return m_knowsPacketSize || !connected(); },
+                    "the daemon to ask for the packet size");
+    if (!connected()) {
+        throw Expect::Impossible{"the link is lost before the daemon has asked for the packet size"};
+    }
+    discover();
+}
+
+QString AttClient::connectAndRead(quint16 handle)
+{
+    connectLink();
+    try {
+        const Answer answer = read(handle);
+        return answer.error == 0 ? QString(answer.value.toHex()) : hexadecimal(answer.error, 2);
+    } catch (const Expect::Impossible&) {
+        return QStringLiteral("link lost");
+    }
+}
+
+void AttClient::connectLink()
+{
     m_knowsPacketSize = false;
     // An attempt ends by itself where the controllers miss each other.
     Expect::require(
@@ -138,9 +161,6 @@ void AttClient::connectDevice()
         "a connection");
     m_readable = std::make_unique<QSocketNotifier>(m_socket, QSocketNotifier::Read);
     QObject::connect(m_readable.get(), &QSocketNotifier::activated, m_readable.get(), [this] { receive(); });
-    // A kernel that is left without this answer has trouble later.
-    Expect::require([this] { return m_knowsPacketSize; }, "the daemon to ask for the packet size");
-    discover();
 }
 
 void AttClient::openSocket()

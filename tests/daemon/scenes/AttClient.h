@@ -48,6 +48,11 @@ public:
 
     /** Connects, and finds all attributes. */
     void connectDevice();
+    /**
+     * Connects, and reads at once a value that connectDevice() has found before: for a link that does not
+     * last. @return the value in hexadecimal, the error as "0x0f", or "link lost"
+     */
+    QString connectAndRead(quint16 handle);
     void disconnectDevice();
     bool connected() const { return m_socket >= 0; }
 
@@ -81,6 +86,7 @@ public:
     QStringList errors() const { return m_errors; }
 
 private:
+    void connectLink();
     void openSocket();
     void closeSocket();
     void receive();

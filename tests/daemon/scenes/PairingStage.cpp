@@ -28,9 +28,14 @@ void PairingStage::openWindow()
     Expect::eventually([this] { return isPairable(); }, "with a window the adapter is pairable");
 }
 
+quint16 PairingStage::secretHandle() const
+{
+    return central.handle(secret);
+}
+
 int PairingStage::readError()
 {
-    return central.read(central.handle(secret)).error;
+    return central.read(secretHandle()).error;
 }
 
 bool PairingStage::isPaired() const
@@ -41,6 +46,22 @@ bool PairingStage::isPaired() const
 bool PairingStage::isPairable() const
 {
     return Remote::properties(bluetooth.device(), Remote::adapterInterface).value("Pairable").toBool();
+}
+
+QStringList PairingStage::listed()
+{
+    const auto before = peripheral.told("bonds").size();
+    peripheral.tell("bonds");
+    // The phone's side of the bond belongs to the same daemon.
+    return peripheral.told("bonds").at(before).split(' ').filter(bluetooth.device());
+}
+
+bool PairingStage::isLinked() const
+{
+    const auto isConnected = [](const QString& path) {
+        return Remote::properties(path, Remote::deviceInterface).value("Connected").toBool();
+    };
+    return isConnected(centralPath()) || isConnected(deviceSeenFromPhone());
 }
 
 QString PairingStage::deviceSeenFromPhone() const
@@ -89,7 +110,24 @@ void PairingStage::expectSuccess(const QString& how)
         how + ": both have paired", [this] { return user->result(); });
     Expect::eventually([this] { return peripheral.told("paired").contains(centralPath()); },
                        "the program hears that");
-    Expect::equal(readError(), 0, "the phone reads the encrypted value");
+    Expect::equal(central.read(secretHandle()).value, QByteArray("\1\2"),
+                  "the phone reads the encrypted value");
+}
+
+void PairingStage::forgetOnDevice()
+{
+    peripheral.tell("forget " + centralPath());
+    Expect::eventually([this] { return peripheral.told("forgotten").size() == 1; },
+                       "the device forgets the phone");
+    Expect::equal(peripheral.told("forgotten"), QStringList{centralPath()}, "without an error");
+    Expect::eventually([this] { return peripheral.told("bond-removed").contains(centralPath()); },
+                       "the program hears that the bond is gone");
+    Expect::that(listed().isEmpty() && !isPaired(), "the device has no bond any more");
+}
+
+void PairingStage::awaitKernel()
+{
+    Expect::waitFor([] { return false; }, 5);
 }
 
 void PairingStage::endLink()
@@ -107,14 +145,6 @@ void PairingStage::endLink()
 void PairingStage::reconnect()
 {
     // The kernel has a fault that shows where a phone connects before the old link has ended on both sides.
-    Expect::require(
-        [this] {
-            return !central.connected() &&
-                   !Remote::properties(centralPath(), Remote::deviceInterface).value("Connected").toBool() &&
-                   !Remote::properties(deviceSeenFromPhone(), Remote::deviceInterface)
-                        .value("Connected")
-                        .toBool();
-        },
-        "the end of the link");
+    Expect::require([this] { return !central.connected() && !isLinked(); }, "the end of the link");
     central.connectDevice();
 }

@@ -21,8 +21,14 @@ public:
 
     /** The error of reading the encrypted value. */
     int readError();
+    /** Its handle; the phone has to have been connected. */
+    quint16 secretHandle() const;
     bool isPaired() const;
     bool isPairable() const;
+    /** The bonds of the device's adapter, as the program lists them. */
+    QStringList listed();
+    /** Whether either side has the link. */
+    bool isLinked() const;
 
     /** The path of the daemon's object for the device on the phone's side. */
     QString deviceSeenFromPhone() const;
@@ -36,8 +42,13 @@ public:
     void expectFailure(const QString& why);
     /** Expects it to succeed, and the encrypted value to be readable. */
     void expectSuccess(const QString& how);
+    /** The device's program ends its bond with the phone. */
+    void forgetOnDevice();
     /** The phone ends the link. */
     void endLink();
+    /** Waits after the end of a link: the kernel keeps it for a while, and has a fault that shows if a phone
+     * connects again before. */
+    static void awaitKernel();
     /** Connects after the link was lost. */
     void reconnect();
 

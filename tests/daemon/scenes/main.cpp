@@ -82,7 +82,12 @@ const Scene scenes[] = {
      "pairing without a comparison: no window, rejected, cancelled, never answered, accepted"},
     {"numbers", Scenes::comparison, Long, "pairing with a comparison of numbers: the same"},
     {"passkey", Scenes::passkey, Long, "pairing with a passkey that the device shows: the same"},
-    {"bonds", Scenes::bonds, Always, "a bond survives the restart of the daemon"},
+    {"bonds", Scenes::bonds, Always,
+     "a bond survives the restart of the daemon, and ends when the device forgets it"},
+    {"forgotten", Scenes::forgotten, Always, "a phone that has forgotten its bond cannot pair again"},
+    {"repairconfirm", Scenes::repairConfirmed, Long, "the same with JustWorksRepairing = confirm"},
+    {"repairalways", Scenes::repairAlways, Long, "the same with JustWorksRepairing = always"},
+    {"repairnumbers", Scenes::repairNumbers, Long, "the same with a comparison of numbers"},
     {"typing", Scenes::typing, Long, "pairing with a passkey that is typed on the device: the same"},
     {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
@@ -154,7 +159,7 @@ int main(int argc, char** argv)
     }
     for (const Scene& scene : scenes) {
         if (parser.isSet("list")) {
-            std::printf("%-11s %s\n", scene.name, scene.shows);
+            std::printf("%-13s %s\n", scene.name, scene.shows);
         } else if (parser.isSet("names") &&
                    (scene.when == Always || (scene.when == Long && parser.isSet("all")))) {
             std::printf("%s\n", scene.name);

@@ -5,6 +5,8 @@
 #include "Remote.h"
 #include "scenes.h"
 
+#include <QDBusObjectPath>
+
 namespace {
 
 /** Rejected by the device, given up by the phone, never answered. */
@@ -47,18 +49,10 @@ void pairJustWorks(PairingStage& stage, const QString& when)
     stage.expectSuccess(when);
 }
 
-QStringList listed(PairingStage& stage)
-{
-    const auto before = stage.peripheral.told("bonds").size();
-    stage.peripheral.tell("bonds");
-    // The phone's side of the bond belongs to the same daemon.
-    return stage.peripheral.told("bonds").at(before).split(' ').filter(stage.bluetooth.device());
-}
-
 /** The daemon is killed and started: the bond is still there, and the phone reads without pairing. */
 void surviveRestart(PairingStage& stage)
 {
-    Expect::eventually([&] { return listed(stage) == QStringList{stage.centralPath()}; },
+    Expect::eventually([&] { return stage.listed() == QStringList{stage.centralPath()}; },
                        "the bond is listed");
     const auto registered = stage.peripheral.told("agent").count("registered");
     stage.endLink();
@@ -68,7 +62,7 @@ void surviveRestart(PairingStage& stage)
     Expect::require([&] { return stage.peripheral.told("agent").count("registered") > registered; },
                     "the agent to be registered again");
     stage.peripheral.awaitRegistration({"registerApp", "registerAdv"}, 2);
-    Expect::eventually([&] { return listed(stage) == QStringList{stage.centralPath()}; },
+    Expect::eventually([&] { return stage.listed() == QStringList{stage.centralPath()}; },
                        "after the daemon's restart it still is");
     Expect::that(stage.peripheral.told("bond-removed").isEmpty(), "and was not told as removed",
                  stage.peripheral.told("bond-removed").join(", "));
@@ -77,6 +71,30 @@ void surviveRestart(PairingStage& stage)
     // The device asks for encryption as soon as a bonded phone is there.
     Expect::eventually([&] { return stage.readError() == 0; }, "the phone reads without pairing again");
     Expect::equal(stage.peripheral.told("pairing authorize").size(), 1, "the agent is not asked again");
+}
+
+/** The device forgets the phone, which keeps its side of the bond until its user removes it, too. */
+void forgetOneSide(PairingStage& stage)
+{
+    const auto phoneKnowsBond = [&] {
+        return Remote::properties(stage.deviceSeenFromPhone(), Remote::deviceInterface)
+            .value("Bonded")
+            .toBool();
+    };
+    stage.forgetOnDevice();
+    Expect::eventually([&] { return !stage.central.connected() && !stage.isLinked(); }, "the link ends");
+    Expect::that(phoneKnowsBond(), "the phone still has its bond");
+    PairingStage::awaitKernel();
+    stage.central.connectDevice();
+    Expect::equal(stage.readError(), 0x0f, "the phone cannot read any more");
+    stage.endLink();
+    Remote::call(stage.bluetooth.phone(), Remote::adapterInterface, "RemoveDevice",
+                 {QVariant::fromValue(QDBusObjectPath(stage.deviceSeenFromPhone()))});
+    Expect::that(!phoneKnowsBond(), "its user removes the device");
+    PairingStage::awaitKernel();
+    stage.central.connectDevice();
+    Expect::equal(stage.readError(), 0x0f, "it gets 0x0f");
+    pairJustWorks(stage, "paired again");
 }
 
 } // namespace
@@ -98,6 +116,7 @@ void Scenes::bonds()
     stage.openWindow();
     pairJustWorks(stage, "accepted");
     surviveRestart(stage);
+    forgetOneSide(stage);
 }
 
 void Scenes::comparison()

@@ -54,6 +54,10 @@ void comparison();
 void passkey();
 void typing();
 void bonds();
+void forgotten();
+void repairConfirmed();
+void repairAlways();
+void repairNumbers();
 void diary();
 void demo();
 
