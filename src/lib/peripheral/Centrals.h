@@ -25,7 +25,8 @@ class RequestWitness;
  *
  * It is as much as BlueZ shows:
  * - Who began a connection is not shown. A device that a program on this machine connects to over LE is a
- *   central here as well. A central whose mtu() is not 0 has sent this program a request.
+ *   central here as well. A program that connects to devices itself has to tell them apart by their paths. A
+ *   central whose mtu() is not 0 has sent this program a request.
  * - Over what a device is connected is shown by newer versions only, when experimental interfaces are on.
  *   Otherwise a device that has a class, as those of classic Bluetooth (BR/EDR) have, and a public address is
  *   taken for one that is connected over BR/EDR, until it sends a request over LE. A phone that has been
