@@ -3,9 +3,9 @@
 // Now and then everything is compared with what the daemon shows.
 
 #include "Figures.h"
+#include "LoadOptions.h"
 #include "RandomCentrals.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QtTest>
@@ -58,17 +58,13 @@ int run(unsigned seed, qint64 count)
 int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
-    QCommandLineParser arguments;
-    arguments.setApplicationDescription(QStringLiteral(
-        "Makes and deletes centrals and adapters at random, while the daemon and phones come and go."));
-    arguments.addHelpOption();
-    const QCommandLineOption operations(QStringLiteral("operations"), QStringLiteral("How many operations."),
-                                        QStringLiteral("count"), QStringLiteral("5000"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines all choices."),
-                                  QStringLiteral("number"), QStringLiteral("1"));
-    arguments.addOptions({operations, seed});
-    arguments.process(program);
+    LoadOptions options(
+        1,
+        QStringLiteral(
+            "Makes and deletes centrals and adapters at random, while the daemon and phones come and go."));
+    options.addCount(QStringLiteral("operations"), QStringLiteral("How many operations."), 5000);
+    options.process(program);
     followObjects();
     buildEveryLogLine();
-    return run(arguments.value(seed).toUInt(), arguments.value(operations).toLongLong());
+    return run(options.seed(), options.count(QStringLiteral("operations")));
 }

@@ -6,9 +6,9 @@
 #include "Figures.h"
 #include "GapAdvertisement.h"
 #include "GattApplication.h"
+#include "LoadOptions.h"
 #include "Simulator.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
@@ -278,24 +278,19 @@ void cycle(DaemonFaults& faults, const Fault& fault, int count)
 int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
-    QCommandLineParser arguments;
-    arguments.addHelpOption();
-    const QCommandLineOption cycles(QStringLiteral("cycles"),
-                                    QStringLiteral("How often each fault is shown."), QStringLiteral("count"),
-                                    QStringLiteral("1000"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines all choices."),
-                                  QStringLiteral("number"), QStringLiteral("1"));
-    arguments.addOptions({cycles, seed});
-    arguments.addPositionalArgument(QStringLiteral("fault"), QStringLiteral("Only these."),
-                                    QStringLiteral("[fault...]"));
-    arguments.process(program);
+    LoadOptions options(1);
+    options.addCount(QStringLiteral("cycles"), QStringLiteral("How often each fault is shown."), 1000);
+    options.addPositionalArgument(QStringLiteral("fault"), QStringLiteral("Only these."),
+                                  QStringLiteral("[fault...]"));
+    options.process(program);
     followObjects();
     buildEveryLogLine();
-    DaemonFaults faults(arguments.value(seed).toUInt());
-    const QStringList wanted = arguments.positionalArguments();
+    DaemonFaults faults(options.seed());
+    const QStringList wanted = options.positionalArguments();
+    const int cycles = int(options.count(QStringLiteral("cycles")));
     for (const Fault& fault : allFaults) {
         if (wanted.isEmpty() || wanted.contains(QLatin1String(fault.name))) {
-            cycle(faults, fault, arguments.value(cycles).toInt());
+            cycle(faults, fault, cycles);
         }
     }
     return 0;

@@ -3,12 +3,12 @@
 
 #include "BleManager.h"
 #include "Figures.h"
+#include "LoadOptions.h"
 #include "Simulator.h"
 
 #include <plim/peripheral/Advertisement.h>
 #include <plim/peripheral/AdvertisingKeeper.h>
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusObjectPath>
@@ -293,17 +293,16 @@ int main(int argc, char** argv)
 {
     followObjects();
     QCoreApplication program(argc, argv);
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    parser.addOptions({{"cycles", "Power cycles.", "COUNT", "1000"},
-                       {"operations", "Random operations.", "COUNT", "10000"},
-                       {"seed", "Of the random operations.", "NUMBER", "7"}});
-    parser.process(program);
+    LoadOptions options(7);
+    options.addCount("cycles", "Power cycles.", 1000);
+    options.addCount("operations", "Random operations.", 10000);
+    options.process(program);
     QDBusConnection::systemBus();
     QCoreApplication::processEvents();
     buildEveryLogLine();
-    cyclePower(parser.value("cycles").toInt());
-    RandomProgram(parser.value("seed").toUInt()).run(parser.value("operations").toInt());
-    std::printf("%s random operations\n", qPrintable(parser.value("operations")));
+    cyclePower(int(options.count("cycles")));
+    const qint64 operations = options.count("operations");
+    RandomProgram(options.seed()).run(int(operations));
+    std::printf("%lld random operations\n", operations);
     return 0;
 }

@@ -3,9 +3,9 @@
 
 #include "BleManager.h"
 #include "Figures.h"
+#include "LoadOptions.h"
 #include "RandomLifetimes.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 
@@ -68,20 +68,15 @@ int run(unsigned seed, qint64 count, bool verbose)
 int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
-    QCommandLineParser arguments;
-    arguments.setApplicationDescription(QStringLiteral(
-        "Runs random operations on trees and advertisements; the last line names their digest."));
-    arguments.addHelpOption();
-    const QCommandLineOption operations(QStringLiteral("operations"), QStringLiteral("How many operations."),
-                                        QStringLiteral("count"), QStringLiteral("100000"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines all choices."),
-                                  QStringLiteral("number"), QStringLiteral("1"));
+    LoadOptions options(
+        1, QStringLiteral(
+               "Runs random operations on trees and advertisements; the last line names their digest."));
+    options.addCount(QStringLiteral("operations"), QStringLiteral("How many operations."), 100000);
     const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Print each operation."));
-    arguments.addOptions({operations, seed, verbose});
-    arguments.process(program);
+    options.addOption(verbose);
+    options.process(program);
     followObjects();
     buildEveryLogLine();
-    std::printf("seed %s\n", qPrintable(arguments.value(seed)));
-    return run(arguments.value(seed).toUInt(), arguments.value(operations).toLongLong(),
-               arguments.isSet(verbose));
+    std::printf("seed %u\n", options.seed());
+    return run(options.seed(), options.count(QStringLiteral("operations")), options.isSet(verbose));
 }

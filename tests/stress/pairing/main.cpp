@@ -2,12 +2,12 @@
 // the daemon restarts, and a stranger calls the agent. Looks at the end of each round whether all is well.
 
 #include "Figures.h"
+#include "LoadOptions.h"
 #include "RawBusClient.h"
 #include "Simulator.h"
 
 #include <plim/peripheral.h>
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -271,14 +271,9 @@ int run(unsigned seed, int rounds)
 int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
-    QCommandLineParser arguments;
-    arguments.addHelpOption();
-    arguments.addOptions({{QStringLiteral("rounds"), QStringLiteral("How many."), QStringLiteral("count"),
-                           QStringLiteral("20")},
-                          {QStringLiteral("seed"), QStringLiteral("Determines all choices."),
-                           QStringLiteral("number"), QStringLiteral("7")}});
-    arguments.process(program);
+    LoadOptions options(7);
+    options.addCount(QStringLiteral("rounds"), QStringLiteral("How many."), 20);
+    options.process(program);
     followObjects();
-    return run(arguments.value(QStringLiteral("seed")).toUInt(),
-               arguments.value(QStringLiteral("rounds")).toInt());
+    return run(options.seed(), int(options.count(QStringLiteral("rounds"))));
 }
