@@ -26,6 +26,7 @@ private slots:
     void whatTheProgramUnregisteredIsLeftAlone();
     void whatTheProgramRemovedIsLeftAlone();
     void aRestartIsTheManagersAlone();
+    void aRestartIsToldAfterwards();
     void theObserverStaysTheProgrammers();
     void itIsKeptBeforeItIsAdded();
     void whatItLeavesIsLeftAlone();
@@ -67,6 +68,16 @@ void tst_advertising_keeper_lifetimes::aRestartIsTheManagersAlone()
     m_ble.restart();
     EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "BluezGone"_qs, "on"_qs}));
     expectQuiet(1);
+}
+
+void tst_advertising_keeper_lifetimes::aRestartIsToldAfterwards()
+{
+    keep();
+    // The process was busy: when its event loop runs again, BlueZ's end and its next start are both there.
+    PlimBleTestDetail::control("Restart"_qs, {}, PlimBleTestDetail::Waiting::Blocked);
+    PlimBleTestDetail::control("Calls"_qs, {}, PlimBleTestDetail::Waiting::Blocked);
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "BluezGone"_qs, "on"_qs}));
+    EVENTUALLY_VERIFY(isBroadcast());
 }
 
 void tst_advertising_keeper_lifetimes::theObserverStaysTheProgrammers()

@@ -1,6 +1,7 @@
 #include "KeptAdvertisement.h"
 
 #include "BleManager.h"
+#include "BluezInterfaces.h"
 #include "GapAdvertisement.h"
 #include "RadioWatch.h"
 #include "plim.h"
@@ -104,8 +105,9 @@ void plim::detail::KeptAdvertisement::roomAppeared()
 void plim::detail::KeptAdvertisement::handle(const BleRegistrationEvent& event)
 {
     if (event.kind == BleRegistrationEvent::ManagerGone) {
-        // When it is back, BleManager registers everything.
-        if (stateOf(m_advertisement).phase == Phase::WaitingForBlueZ) {
+        // When it is back, BleManager registers everything. On a busy machine it may have done so by now: the
+        // present state does not matter.
+        if (event.managerInterface == BluezInterfaces::AdvertisingManager) {
             m_isRequested = false;
             m_isRefused = false;
             interrupt(AdvertisingKeeper::BluezGone);
