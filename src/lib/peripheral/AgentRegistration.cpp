@@ -37,16 +37,20 @@ plim::detail::AgentRegistration::~AgentRegistration()
     // It may be its signal that has led here.
     m_watcher->disconnect(this);
     m_watcher->deleteLater();
-    if (m_state != WaitingForBlueZ) {
-        QDBusMessage last = message("UnregisterAgent");
-        last << QVariant::fromValue(QDBusObjectPath(m_path));
-        QDBusConnection::systemBus().send(last);
+    if (!m_owner.isEmpty() && m_state != WaitingForBlueZ) {
+        QDBusConnection::systemBus().send(message("UnregisterAgent"));
     }
 }
 
 void plim::detail::AgentRegistration::start()
 {
-    call("RegisterAgent", true, [this](const QDBusMessage& reply) { onRegistered(reply); });
+    // Only BlueZ may call the agent. Who that is the answer of RegisterAgent does not say with every Qt:
+    // service() of a reply may be the name that was called. So the unique name is called.
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
+    question << DBusBluezServiceName();
+    send(question, [this](const QDBusMessage& reply) { onOwner(reply); });
     setState(Pending);
 }
 
@@ -59,23 +63,43 @@ void plim::detail::AgentRegistration::on_ownerChanged(const QString& /*name*/, c
                                                       const QString& owner)
 {
     ++m_attempt;
+    m_owner = owner;
     const QPointer<AgentRegistration> self(this);
-    setDaemon(QString());
+    emit daemonChanged(QString());
     if (!self) {
         return;
     }
     if (owner.isEmpty()) {
         setState(WaitingForBlueZ);
     } else {
-        start();
+        registerAgent();
     }
+}
+
+void plim::detail::AgentRegistration::onOwner(const QDBusMessage& reply)
+{
+    if (reply.type() == QDBusMessage::ReplyMessage) {
+        m_owner = reply.arguments().value(0).toString();
+        registerAgent();
+    } else if (isAbsence(reply.errorName())) {
+        setState(WaitingForBlueZ);
+    } else {
+        refuse(reply);
+    }
+}
+
+void plim::detail::AgentRegistration::registerAgent()
+{
+    send(message("RegisterAgent") << m_capability,
+         [this](const QDBusMessage& reply) { onRegistered(reply); });
+    setState(Pending);
 }
 
 void plim::detail::AgentRegistration::onRegistered(const QDBusMessage& reply)
 {
     if (reply.type() == QDBusMessage::ReplyMessage) {
-        call("RequestDefaultAgent", false, [this](const QDBusMessage& answer) { onDefault(answer); });
-        setDaemon(reply.service());
+        send(message("RequestDefaultAgent"), [this](const QDBusMessage& answer) { onDefault(answer); });
+        emit daemonChanged(m_owner);
     } else if (isAbsence(reply.errorName())) {
         setState(WaitingForBlueZ);
     } else {
@@ -95,13 +119,8 @@ void plim::detail::AgentRegistration::onDefault(const QDBusMessage& reply)
 
 /** Calls next with the reply, unless another attempt has begun meanwhile. */
 template <typename Next>
-void plim::detail::AgentRegistration::call(const char* method, bool withCapability, const Next& next)
+void plim::detail::AgentRegistration::send(const QDBusMessage& question, const Next& next)
 {
-    QDBusMessage question = message(method);
-    question << QVariant::fromValue(QDBusObjectPath(m_path));
-    if (withCapability) {
-        question << m_capability;
-    }
     const int attempt = ++m_attempt;
     auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::systemBus().asyncCall(question), this);
     plim::connect(watcher, &QDBusPendingCallWatcher::finished, this,
@@ -115,10 +134,10 @@ void plim::detail::AgentRegistration::call(const char* method, bool withCapabili
 
 QDBusMessage plim::detail::AgentRegistration::message(const char* method) const
 {
-    QDBusMessage question = QDBusMessage::createMethodCall(
-        m_daemon.isEmpty() ? DBusBluezServiceName() : m_daemon, QStringLiteral("/org/bluez"),
-        QStringLiteral("org.bluez.AgentManager1"), QString::fromLatin1(method));
-    question.setAutoStartService(false);
+    QDBusMessage question = QDBusMessage::createMethodCall(m_owner, QStringLiteral("/org/bluez"),
+                                                           QStringLiteral("org.bluez.AgentManager1"),
+                                                           QString::fromLatin1(method));
+    question << QVariant::fromValue(QDBusObjectPath(m_path));
     return question;
 }
 
@@ -127,12 +146,6 @@ void plim::detail::AgentRegistration::refuse(const QDBusMessage& reply)
     const QString error = reply.errorName() + QStringLiteral(": ") + reply.errorMessage();
     PLIM_LOG(bleLogger(), ERROR, Q_FUNC_INFO, "Pairing agent refused: " << error);
     setState(Refused, error);
-}
-
-void plim::detail::AgentRegistration::setDaemon(const QString& uniqueName)
-{
-    m_daemon = uniqueName;
-    emit daemonChanged(uniqueName);
 }
 
 void plim::detail::AgentRegistration::setState(State state, const QString& error)

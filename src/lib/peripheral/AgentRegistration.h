@@ -46,7 +46,7 @@ public:
     void released();
 
 signals:
-    /** BlueZ's unique bus name has changed; empty where it is gone. */
+    /** The unique bus name of the BlueZ that has the agent has changed; empty if it is gone. */
     void daemonChanged(const QString& uniqueName);
     void stateChanged();
 
@@ -54,19 +54,20 @@ private slots:
     void on_ownerChanged(const QString& name, const QString& former, const QString& owner);
 
 private:
+    void onOwner(const QDBusMessage& reply);
+    void registerAgent();
     void onRegistered(const QDBusMessage& reply);
     void onDefault(const QDBusMessage& reply);
     template <typename Next>
-    void call(const char* method, bool withCapability, const Next& next);
+    void send(const QDBusMessage& question, const Next& next);
     QDBusMessage message(const char* method) const;
     void refuse(const QDBusMessage& reply);
-    void setDaemon(const QString& uniqueName);
     void setState(State state, const QString& error = QString());
 
     const QString m_path;
     const QString m_capability;
     QDBusServiceWatcher* const m_watcher;
-    QString m_daemon; ///< the one that has the agent
+    QString m_owner; ///< BlueZ's unique bus name; empty while it is not known
     State m_state = WaitingForBlueZ;
     QString m_error;
     int m_attempt = 0;
