@@ -3,6 +3,7 @@
 #include "DBusBluez.h"
 #include "Expect.h"
 #include "Remote.h"
+#include "scenes.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -10,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
+#include <QVersionNumber>
 
 namespace {
 
@@ -36,6 +38,26 @@ void configureDaemon(const QByteArray& configuration)
         throw Expect::Impossible{"cannot write the daemon's configuration"};
     }
     file.write(configuration);
+}
+
+/** What a newer btmon shows, in the form of 5.66 and 5.82: the bytes of a value without blanks and behind its
+ * name, and other names for packets. */
+QString olderForm(const QString& text)
+{
+    static const QRegularExpression bytes("^ +(?:[0-9a-f]{2} ){1,16} ");
+    QStringList lines;
+    for (const QString& line : text.split('\n')) {
+        if (line.startsWith("> LE-ACL:")) {
+            lines << "> ACL Data RX:" + line.mid(9);
+        } else if (line.startsWith("< LE-ACL:")) {
+            lines << "< ACL Data TX:" + line.mid(9);
+        } else if (!lines.isEmpty() && lines.constLast().contains("]:") && bytes.match(line).hasMatch()) {
+            lines.last() += (lines.constLast().endsWith(':') ? " " : "") + line.left(56).remove(' ');
+        } else {
+            lines << line;
+        }
+    }
+    return lines.join('\n');
 }
 
 } // namespace
@@ -229,7 +251,8 @@ QString Bluetooth::secondPhoneAddress() const
 
 QString Bluetooth::monitored() const
 {
-    return m_monitor->text();
+    const bool isNewer = QVersionNumber::fromString(Scenes::version()) > QVersionNumber(5, 82);
+    return isNewer ? olderForm(m_monitor->text()) : m_monitor->text();
 }
 
 QString Bluetooth::traffic() const

@@ -31,11 +31,13 @@ QString bluetoothctlInfo(const QString& phoneAddress, const QString& address)
  * hex. */
 QStringList structures(const QString& monitored, const QString& address)
 {
-    static const QRegularExpression dump("^ +((?:[0-9a-f]{2} )+) ");
+    static const QRegularExpression dump(
+        "^ +(?:Advertising Data\\[[0-9]+\\]: ([0-9a-f]+)$|((?:[0-9a-f]{2} )+) )");
     QStringList payloads;
     bool peripherals = false;
     for (const QString& line : monitored.split('\n')) {
-        const QString bytes = dump.match(line).captured(1).remove(' ');
+        const QRegularExpressionMatch match = dump.match(line);
+        const QString bytes = match.captured(1) + match.captured(2).remove(' ');
         if (line.contains("Address: ")) {
             peripherals = line.contains("Address: " + address);
         } else if (line.contains("Data length: ") && peripherals) {

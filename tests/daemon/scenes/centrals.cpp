@@ -7,6 +7,7 @@
 #include "scenes.h"
 
 #include <QDBusObjectPath>
+#include <QVersionNumber>
 
 namespace {
 
@@ -67,8 +68,11 @@ void Scenes::centrals()
     Expect::equal(peripheral.told("ended disconnect"), QStringList{""}, "without an error");
     Expect::eventually([&] { return late.told("disconnected " + path).size() == 1; },
                        "the other program hears of it, too");
-    Expect::equal(peripheral.told("disconnected " + path), QStringList{"Unknown", "Unknown", "Unknown"},
-                  "this daemon gives no reasons");
+    const bool givesReasons = QVersionNumber::fromString(version()) >= QVersionNumber(5, 83);
+    Expect::equal(peripheral.told("disconnected " + path),
+                  givesReasons ? QStringList{"Remote", "Unknown", "Local"}
+                               : QStringList{"Unknown", "Unknown", "Unknown"},
+                  givesReasons ? "with the reasons" : "this daemon gives no reasons");
 }
 
 void Scenes::adapters()
