@@ -6,6 +6,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
+#include <QDBusPendingCall>
 #include <QDBusVirtualObject>
 #include <QList>
 #include <QVariantMap>
@@ -68,16 +69,27 @@ public:
         signal << reason << QStringLiteral("Connection terminated");
         m_bus.send(signal);
     }
+    /** What BlueZ says with a call of the link that it came over. */
+    static QVariantMap options(const QString& device, const QString& link, quint16 mtu)
+    {
+        return {{QStringLiteral("device"), QVariant::fromValue(QDBusObjectPath(device))},
+                {QStringLiteral("link"), link},
+                {QStringLiteral("mtu"), QVariant::fromValue(mtu)}};
+    }
+    /** A call of a characteristic of the test's program. */
+    QDBusPendingCall call(const QString& path, const QString& member, const QVariantList& arguments = {})
+    {
+        return m_bus.asyncCall(callOf(path, member, arguments));
+    }
+    /** The same without a reply. */
+    void send(const QString& path, const QString& member, const QVariantList& arguments = {})
+    {
+        m_bus.send(callOf(path, member, arguments));
+    }
     /** A central reads from the test's program. */
     void read(const QString& path, const QString& device, const QString& link, quint16 mtu)
     {
-        QDBusMessage call = QDBusMessage::createMethodCall(QDBusConnection::systemBus().baseService(), path,
-                                                           QStringLiteral("org.bluez.GattCharacteristic1"),
-                                                           QStringLiteral("ReadValue"));
-        call << QVariantMap{{QStringLiteral("device"), QVariant::fromValue(QDBusObjectPath(device))},
-                            {QStringLiteral("link"), link},
-                            {QStringLiteral("mtu"), QVariant::fromValue(mtu)}};
-        m_bus.send(call);
+        send(path, QStringLiteral("ReadValue"), {options(device, link, mtu)});
     }
 
     QString introspect(const QString& /*path*/) const override { return {}; }
@@ -98,6 +110,14 @@ public:
     QList<QDBusMessage> calls;
 
 private:
+    static QDBusMessage callOf(const QString& path, const QString& member, const QVariantList& arguments)
+    {
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(QDBusConnection::systemBus().baseService(), path,
+                                           QStringLiteral("org.bluez.GattCharacteristic1"), member);
+        call.setArguments(arguments);
+        return call;
+    }
     static QDBusConnection connected(const QString& name)
     {
         return QDBusConnection::connectToBus(qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS"), name);

@@ -1,11 +1,14 @@
 #include "Characteristic.h"
 
 #include "AcquireNotifyAdaptor.h"
+#include "AttLimits.h"
 #include "AttributeServer.h"
 #include "BluezInterfaces.h"
 #include "BluezObjects.h"
 #include "GattApplication.h"
 #include "GattService.h"
+#include "LinkMtus.h"
+#include "RequestWitness.h"
 #include "TreePath.h"
 #include "plimlog.h"
 
@@ -22,6 +25,9 @@ constexpr int falseConfirmationsMs = 500;
 
 /** More than any peripheral has. Without a limit, a caller could fill the memory. */
 constexpr int maximumSubscribers = 256;
+
+/** Bytes of a notification in front of the value. */
+constexpr int notificationHeader = 3;
 
 /** The base class's options for an access. */
 GattCharacteristic::Option optionOf(const plim::Access& access)
@@ -93,6 +99,7 @@ void plim::Characteristic::trackSubscribers()
         return;
     }
     m_tracking = true;
+    m_mtus = detail::LinkMtus::shared();
     // Of several adaptors for one interface, Qt calls the one that was created last.
     new AcquireNotifyAdaptor(this);
     watchBluez();
@@ -110,6 +117,45 @@ void plim::Characteristic::trackSubscribers()
 QList<plim::Central> plim::Characteristic::subscribers() const
 {
     return m_subscribers;
+}
+
+void plim::Characteristic::setTransport(Transport transport)
+{
+    m_transport = transport;
+}
+
+plim::Characteristic::Transport plim::Characteristic::transport() const
+{
+    return m_transport;
+}
+
+bool plim::Characteristic::notify(const QByteArray& value)
+{
+    setValue(value);
+    return true;
+}
+
+bool plim::Characteristic::notify(const Central& central, const QByteArray& value)
+{
+    PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
+             central.path() << " has no socket for " << dbusPath() << ": " << value.size()
+                            << " bytes not sent");
+    return false;
+}
+
+QList<plim::Central> plim::Characteristic::missed() const
+{
+    return {};
+}
+
+qint64 plim::Characteristic::bytesToWrite(const Central& /*central*/) const
+{
+    return 0;
+}
+
+int plim::Characteristic::maximumLength(const Central& central) const
+{
+    return (m_mtus ? m_mtus->mtu(central.path()) : detail::smallestMtu) - notificationHeader;
 }
 
 QByteArray plim::Characteristic::ReadValue(const QVariantMap& options)
@@ -192,6 +238,7 @@ void plim::Characteristic::AcquireNotify(const QVariantMap& options)
     if (!calledFromDBus() || refusesSubscribing()) {
         return;
     }
+    detail::RequestWitness::note(*this, options);
     // BlueZ then calls StartNotify().
     m_server->refuse(*this, AttError::RequestNotSupported);
     const Central central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path());

@@ -23,6 +23,7 @@ namespace plim {
 namespace detail {
 class AttributeServer;
 class BluezObjects;
+class LinkMtus;
 class TreeProblems;
 } // namespace detail
 
@@ -44,6 +45,13 @@ class PLIM_PERIPHERAL_EXPORT Characteristic : public GattCharacteristic, protect
     Q_PROPERTY(bool NotifyAcquired READ notifyAcquired)
 
 public:
+    /** How notifications, and writes without a response, travel between this program and BlueZ. */
+    enum class Transport
+    {
+        Bus,    ///< as D-Bus messages
+        Sockets ///< as packets, through a socket for each central
+    };
+
     /**
      * Adds a characteristic to a service, which owns it. See GattService::createCharacteristic().
      *
@@ -113,7 +121,55 @@ public:
      */
     QList<Central> subscribers() const;
 
+    /**
+     * Offers BlueZ sockets for notifications, and for writes if the access allows writes without a response.
+     * A packet costs a small part of what a D-Bus message costs. Call it before the application is added;
+     * otherwise it takes effect with the next registration.
+     *
+     * Whether values then go through the sockets depends on the subscribers: if one of them has no socket,
+     * all are notified over the bus. So each gets each value once.
+     */
+    void setTransport(Transport transport);
+
+    /** What setTransport() has set; at first Transport::Bus. */
+    Transport transport() const;
+
+    /**
+     * Sets the value and notifies each subscriber once, as setValue() does, and says whether all of them were
+     * reached. valueChanged() is not emitted.
+     *
+     * Nothing waits: a central whose socket is full does not get this value, and none of those that follow
+     * until readyToWrite() is emitted for it. Over the bus, and if nobody is subscribed, the result is true.
+     *
+     * @param value  a notification carries the first maximumLength() bytes of it, an attribute at most 512
+     * @return whether missed() is empty
+     */
+    bool notify(const QByteArray& value);
+
+    /**
+     * Notifies one central, and leaves the value as it is. This takes a socket: over the bus, BlueZ notifies
+     * all subscribers.
+     *
+     * @return false if the central has no socket, if its socket is full, or if the value is empty, which a
+     * socket cannot carry. Unless the socket is full, a line is logged at WARN.
+     */
+    bool notify(const Central& central, const QByteArray& value);
+
+    /** The subscribers that the last notify() did not reach, because their sockets were full. */
+    QList<Central> missed() const;
+
+    /** The bytes that notify() has sent to a central, and that BlueZ has not taken yet; 0 without a socket.
+     * BlueZ may hold further ones that it has not transmitted yet. */
+    qint64 bytesToWrite(const Central& central) const;
+
+    /** How many bytes of a value a notification of this central carries: three less than the longest packet
+     * of the link. 20, the least there is, if BlueZ has not said: it says it with the requests that arrive
+     * after trackSubscribers() or setTransport(). */
+    int maximumLength(const Central& central) const;
+
 signals:
+    /** A central that a notify() did not reach, because its socket was full, can be notified again. */
+    void readyToWrite(const plim::Central& central);
     /** A central has confirmed an indication. It is emitted once for each central, and does not say which one
      * it was. It is not emitted for indications that BlueZ gives up because the link was lost. */
     void confirmed();
@@ -156,9 +212,11 @@ private:
     const QPointer<GattCharacteristic> m_control;
     const std::unique_ptr<detail::AttributeServer> m_server;
     std::shared_ptr<detail::BluezObjects> m_bluez;
+    std::shared_ptr<detail::LinkMtus> m_mtus;
     QMetaObject::Connection m_treeChanges;
     QElapsedTimer m_sinceDisconnection;
     bool m_tracking = false;
+    Transport m_transport = Transport::Bus;
     QList<Central> m_subscribers;
 };
 

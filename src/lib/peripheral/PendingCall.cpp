@@ -8,6 +8,7 @@ plim::detail::PendingCall::PendingCall(const QDBusMessage& call, const QDBusConn
                                        const QVariantMap& options, const QString& attribute)
     : m_call(call),
       m_connection(connection),
+      m_wantsReply(call.isReplyRequired()),
       m_attribute(attribute),
       m_central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path()),
       m_offset(options.value(QStringLiteral("offset")).toInt()),
@@ -55,7 +56,7 @@ void plim::detail::PendingCall::abandon(const char* reason)
 void plim::detail::PendingCall::send(const QDBusMessage& answer)
 {
     m_sent = true;
-    if (m_call.isReplyRequired()) {
+    if (m_wantsReply) {
         m_connection.send(answer);
     }
 }

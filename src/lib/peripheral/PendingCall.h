@@ -40,6 +40,9 @@ public:
     QString link() const { return m_link; }
     QString attribute() const { return m_attribute; }
 
+    /** Whether BlueZ waits for the answer; otherwise none is sent. */
+    bool wantsReply() const { return m_wantsReply; }
+
     bool isClaimed() const { return m_claimed; }
 
     /** Takes the right to answer. @return false if it is taken already */
@@ -62,6 +65,7 @@ private:
 
     const QDBusMessage m_call;
     const QDBusConnection m_connection;
+    const bool m_wantsReply;
     const QString m_attribute;
     const Central m_central;
     const int m_offset;

@@ -28,6 +28,11 @@ QString plim::WriteRequest::link() const
     return m_call ? m_call->link() : QString();
 }
 
+bool plim::WriteRequest::isAcknowledged() const
+{
+    return m_call && !m_call->wantsReply();
+}
+
 bool plim::WriteRequest::isAnswered() const
 {
     return !m_call || m_call->isClaimed();

@@ -51,6 +51,12 @@ public:
     /** BlueZ's name of the link's type, "LE" or "BR/EDR"; empty if it did not say. */
     QString link() const;
 
+    /**
+     * Whether the central has been told already that the write succeeded, or is not told at all: so it is
+     * with each write if the access allows writes without a response.
+     */
+    bool isAcknowledged() const;
+
     /** Whether it has an answer already. */
     bool isAnswered() const;
 

@@ -1,0 +1,48 @@
+#include "LinkMtus.h"
+
+#include "AttLimits.h"
+#include "BluezInterfaces.h"
+#include "BluezObjects.h"
+#include "RequestWitness.h"
+#include "plim.h"
+
+namespace {
+
+thread_local std::weak_ptr<plim::detail::LinkMtus> current;
+
+} // namespace
+
+std::shared_ptr<plim::detail::LinkMtus> plim::detail::LinkMtus::shared()
+{
+    std::shared_ptr<LinkMtus> mtus = current.lock();
+    if (!mtus) {
+        mtus.reset(new LinkMtus);
+        current = mtus;
+    }
+    return mtus;
+}
+
+plim::detail::LinkMtus::LinkMtus() : m_bluez(BluezObjects::shared()), m_requests(RequestWitness::shared())
+{
+    plim::connect(m_requests.get(), &RequestWitness::requested, this, &LinkMtus::on_requested);
+    plim::connect(m_bluez.get(), &BluezObjects::objectRemoved, this, &LinkMtus::on_objectRemoved);
+}
+
+int plim::detail::LinkMtus::mtu(const QString& device) const
+{
+    return m_mtus.value(device, smallestMtu);
+}
+
+void plim::detail::LinkMtus::on_requested(const QString& caller, const QString& device,
+                                          const QString& /*link*/, int mtu)
+{
+    if (mtu >= smallestMtu && m_bluez->isBluez(caller) &&
+        m_bluez->contains(device, BluezInterfaces::Device)) {
+        m_mtus.insert(device, mtu);
+    }
+}
+
+void plim::detail::LinkMtus::on_objectRemoved(const QString& path)
+{
+    m_mtus.remove(path);
+}
