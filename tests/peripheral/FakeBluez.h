@@ -76,10 +76,11 @@ public:
                 {QStringLiteral("link"), link},
                 {QStringLiteral("mtu"), QVariant::fromValue(mtu)}};
     }
-    /** A call of a characteristic of the test's program. */
-    QDBusPendingCall call(const QString& path, const QString& member, const QVariantList& arguments = {})
+    /** A call of an object of the test's program. */
+    QDBusPendingCall call(const QString& path, const QString& member, const QVariantList& arguments = {},
+                          const QString& interface = QStringLiteral("org.bluez.GattCharacteristic1"))
     {
-        return m_bus.asyncCall(callOf(path, member, arguments));
+        return m_bus.asyncCall(callOf(path, member, arguments, interface));
     }
     /** The same without a reply. */
     void send(const QString& path, const QString& member, const QVariantList& arguments = {})
@@ -110,11 +111,11 @@ public:
     QList<QDBusMessage> calls;
 
 private:
-    static QDBusMessage callOf(const QString& path, const QString& member, const QVariantList& arguments)
+    static QDBusMessage callOf(const QString& path, const QString& member, const QVariantList& arguments,
+                               const QString& interface = QStringLiteral("org.bluez.GattCharacteristic1"))
     {
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(QDBusConnection::systemBus().baseService(), path,
-                                           QStringLiteral("org.bluez.GattCharacteristic1"), member);
+        QDBusMessage call = QDBusMessage::createMethodCall(QDBusConnection::systemBus().baseService(), path,
+                                                           interface, member);
         call.setArguments(arguments);
         return call;
     }

@@ -131,12 +131,11 @@ void tst_notify::theLengthComesFromTheMtu()
 {
     const Central phone(phonePath);
     QCOMPARE(m_characteristic->maximumLength(phone), 20);
-    QDBusPendingCall acquire = m_bluez->call(m_path, "AcquireNotify"_qs,
-                                             {FakeBluez::options(phonePath, "LE"_qs, 247)});
+    QDBusPendingCall acquire =
+        m_bluez->call(m_path, "AcquireNotify"_qs, {FakeBluez::options(phonePath, "LE"_qs, 247)});
     QTRY_VERIFY(acquire.isFinished());
     QCOMPARE(m_characteristic->maximumLength(phone), 244);
-    m_bluez->send(m_path, "WriteValue"_qs,
-                  {QByteArray("x"), FakeBluez::options(phonePath, "LE"_qs, 517)});
+    m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("x"), FakeBluez::options(phonePath, "LE"_qs, 517)});
     QTRY_COMPARE(m_characteristic->maximumLength(phone), 514);
     m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("y"), FakeBluez::options(phonePath, "LE"_qs, 0)});
     QTRY_COMPARE(m_characteristic->value(), QByteArray("y"));

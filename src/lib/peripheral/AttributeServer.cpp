@@ -82,18 +82,33 @@ bool plim::detail::AttributeServer::write(const QDBusContext& context, const QBy
         return false;
     }
     context.setDelayedReply(true);
-    const auto call = std::make_shared<PendingWrite>(context.message(), context.connection(), options, m_path,
-                                                     value, m_owner, store);
+    handle(std::make_shared<PendingWrite>(context.message(), context.connection(), options, m_path, value,
+                                          m_owner, store));
+    return true;
+}
+
+bool plim::detail::AttributeServer::writeAcknowledged(const QByteArray& value, const QVariantMap& options,
+                                                      const PendingWrite::Store& store)
+{
+    if (!m_writeHandler) {
+        return false;
+    }
+    handle(std::make_shared<PendingWrite>(QDBusMessage(), QDBusConnection(QString()), options, m_path, value,
+                                          m_owner, store));
+    return true;
+}
+
+void plim::detail::AttributeServer::handle(const std::shared_ptr<PendingWrite>& call)
+{
     WriteRequest request(call);
     if (call->offset() < 0 || call->offset() > maximumAttributeSize) {
         request.reject(AttError::InvalidOffset);
-    } else if (call->offset() + value.size() > maximumAttributeSize) {
+    } else if (call->offset() + call->value().size() > maximumAttributeSize) {
         request.reject(AttError::InvalidAttributeValueLength);
     } else {
         m_pending.add(call);
         callHandler(m_writeHandler, request, m_path);
     }
-    return true;
 }
 
 void plim::detail::AttributeServer::refuse(const QDBusContext& context, const AttError& error) const

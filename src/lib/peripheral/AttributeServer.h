@@ -46,11 +46,17 @@ public:
     /** The same for WriteValue. @param store  stores the value if the write is accepted */
     bool write(const QDBusContext& context, const QByteArray& value, const QVariantMap& options,
                const PendingWrite::Store& store);
+    /** The same for a write that came without a call, and that BlueZ has acknowledged already. Its central
+     * may write, which BlueZ has checked. */
+    bool writeAcknowledged(const QByteArray& value, const QVariantMap& options,
+                           const PendingWrite::Store& store);
 
     /** Answers a call with an error, instead of what its slot returns. */
     void refuse(const QDBusContext& context, const AttError& error) const;
 
 private:
+    void handle(const std::shared_ptr<PendingWrite>& call);
+
     const std::shared_ptr<OwnerThread> m_owner;
     const Access m_access;
     const QString m_path;

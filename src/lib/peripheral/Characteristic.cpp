@@ -1,6 +1,8 @@
 #include "Characteristic.h"
 
 #include "AcquireNotifyAdaptor.h"
+#include "AcquireNotifyWriteAdaptor.h"
+#include "AcquireWriteAdaptor.h"
 #include "AttLimits.h"
 #include "AttributeServer.h"
 #include "BluezInterfaces.h"
@@ -9,6 +11,7 @@
 #include "GattService.h"
 #include "LinkMtus.h"
 #include "RequestWitness.h"
+#include "SocketTransport.h"
 #include "TreePath.h"
 #include "plimlog.h"
 
@@ -16,7 +19,7 @@
 #include <QPointer>
 #include <QSignalBlocker>
 
-#include <utility>
+#include <optional>
 
 namespace {
 
@@ -67,6 +70,7 @@ plim::Characteristic::~Characteristic()
 {
     // Qt would end these connections after destroyed(), at which the application emits applicationChanged().
     disconnect(m_treeChanges);
+    m_sockets.reset();
     if (m_bluez) {
         m_bluez->disconnect(this);
     }
@@ -100,17 +104,16 @@ void plim::Characteristic::trackSubscribers()
     }
     m_tracking = true;
     m_mtus = detail::LinkMtus::shared();
-    // Of several adaptors for one interface, Qt calls the one that was created last.
-    new AcquireNotifyAdaptor(this);
+    showAcquiring();
     watchBluez();
     plim::connect(m_bluez.get(), &detail::BluezObjects::objectRemoved, this,
                   &Characteristic::on_objectRemoved);
     // Subscribers that BlueZ has not shown as objects end with it as well.
-    plim::connect(m_bluez.get(), &detail::BluezObjects::ended, this, &Characteristic::unsubscribeAll);
+    plim::connect(m_bluez.get(), &detail::BluezObjects::ended, this, &Characteristic::endSubscriptions);
     if (const auto* application = qobject_cast<GattApplication*>(parent() ? parent()->parent() : nullptr)) {
         // It is registered again, which ends all subscriptions.
         m_treeChanges = plim::connect(application, &GattApplication::applicationChanged, this,
-                                      &Characteristic::unsubscribeAll);
+                                      &Characteristic::endSubscriptions);
     }
 }
 
@@ -119,24 +122,64 @@ QList<plim::Central> plim::Characteristic::subscribers() const
     return m_subscribers;
 }
 
-void plim::Characteristic::setTransport(Transport transport)
+/** Shows on the bus what makes BlueZ ask for sockets. */
+void plim::Characteristic::showAcquiring()
 {
-    m_transport = transport;
+    // Of several adaptors for one interface, Qt calls the one that was created last.
+    if (m_tracking && m_offersWriting) {
+        new AcquireNotifyWriteAdaptor(this);
+    } else if (m_offersWriting) {
+        new AcquireWriteAdaptor(this);
+    } else {
+        new AcquireNotifyAdaptor(this);
+    }
 }
 
-plim::Characteristic::Transport plim::Characteristic::transport() const
+void plim::Characteristic::setTransport(Transport transport)
 {
-    return m_transport;
+    const bool offersSockets = transport == Transport::Sockets;
+    m_transport = transport;
+    if (offersSockets && !m_sockets) {
+        makeSockets();
+    }
+    if (m_sockets) {
+        m_sockets->setOffered(offersSockets);
+    }
+}
+
+void plim::Characteristic::makeSockets()
+{
+    if (access().allowsSubscribing()) {
+        trackSubscribers();
+    }
+    if (access().allowsWriteWithoutResponse()) {
+        m_offersWriting = true;
+        showAcquiring();
+    }
+    watchBluez();
+    using detail::SocketTransport;
+    m_sockets = std::make_unique<SocketTransport>(this, m_bluez);
+    plim::connect(m_sockets.get(), &SocketTransport::subscribed, this, &Characteristic::addSubscriber);
+    plim::connect(m_sockets.get(), &SocketTransport::unsubscribed, this, &Characteristic::removeSubscriber);
+    plim::connect(m_sockets.get(), &SocketTransport::readyToWrite, this, &Characteristic::readyToWrite);
+    plim::connect(m_sockets.get(), &SocketTransport::confirmed, this, &Characteristic::confirmed);
+    plim::connect(m_sockets.get(), &SocketTransport::written, this, &Characteristic::on_written);
 }
 
 bool plim::Characteristic::notify(const QByteArray& value)
 {
+    if (m_sockets) {
+        return m_sockets->notify(value);
+    }
     setValue(value);
     return true;
 }
 
 bool plim::Characteristic::notify(const Central& central, const QByteArray& value)
 {
+    if (m_sockets) {
+        return m_sockets->notify(central, value);
+    }
     PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
              central.path() << " has no socket for " << dbusPath() << ": " << value.size()
                             << " bytes not sent");
@@ -145,12 +188,12 @@ bool plim::Characteristic::notify(const Central& central, const QByteArray& valu
 
 QList<plim::Central> plim::Characteristic::missed() const
 {
-    return {};
+    return m_sockets ? m_sockets->missed() : QList<Central>();
 }
 
-qint64 plim::Characteristic::bytesToWrite(const Central& /*central*/) const
+qint64 plim::Characteristic::bytesToWrite(const Central& central) const
 {
-    return 0;
+    return m_sockets ? m_sockets->unread(central) : 0;
 }
 
 int plim::Characteristic::maximumLength(const Central& central) const
@@ -171,6 +214,15 @@ void plim::Characteristic::WriteValue(const QByteArray& value, const QVariantMap
     // With a negative page selected, the base class drops the write and says so.
     if (!hasPage() ||
         !m_server->write(*this, value, options, [=](bool notify) { store(value, options, notify); })) {
+        GattCharacteristic::WriteValue(value, options);
+    }
+}
+
+/** A write that arrived through a socket. */
+void plim::Characteristic::on_written(const QByteArray& value, const QVariantMap& options)
+{
+    if (!hasPage() ||
+        !m_server->writeAcknowledged(value, options, [=](bool notify) { store(value, options, notify); })) {
         GattCharacteristic::WriteValue(value, options);
     }
 }
@@ -210,6 +262,9 @@ bool plim::Characteristic::refusesSubscribing()
 void plim::Characteristic::StartNotify()
 {
     if (!refusesSubscribing()) {
+        if (m_sockets) {
+            m_sockets->startBus();
+        }
         GattCharacteristic::StartNotify();
     }
 }
@@ -217,7 +272,10 @@ void plim::Characteristic::StartNotify()
 void plim::Characteristic::StopNotify()
 {
     const QPointer<Characteristic> self = this;
-    GattCharacteristic::StopNotify();
+    const bool someHaveSockets = m_sockets && m_sockets->stopBus();
+    if (self && !someHaveSockets) {
+        GattCharacteristic::StopNotify();
+    }
     if (self) {
         unsubscribeAll();
     }
@@ -239,18 +297,56 @@ void plim::Characteristic::AcquireNotify(const QVariantMap& options)
         return;
     }
     detail::RequestWitness::note(*this, options);
-    // BlueZ then calls StartNotify().
-    m_server->refuse(*this, AttError::RequestNotSupported);
-    const Central central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path());
+    const auto refusal =
+        m_sockets ? m_sockets->acquireNotify(*this, options) : detail::SocketTransport::declined;
+    if (refusal) {
+        m_server->refuse(*this, *refusal);
+        addSubscriber(Central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path()));
+    }
+}
+
+void plim::Characteristic::AcquireWrite(const QVariantMap& options)
+{
+    if (calledFromDBus()) {
+        detail::RequestWitness::note(*this, options);
+        if (!m_sockets || !m_sockets->acquireWrite(*this, options)) {
+            // BlueZ calls WriteValue(). After another error, it would drop the value.
+            m_server->refuse(*this, AttError::UnlikelyError);
+        }
+    }
+}
+
+void plim::Characteristic::addSubscriber(const Central& central)
+{
     if (!central.isNull() && !m_subscribers.contains(central) && m_subscribers.size() < maximumSubscribers) {
         m_subscribers << central;
         emit subscribed(central);
     }
 }
 
+void plim::Characteristic::removeSubscriber(const Central& central)
+{
+    if (m_subscribers.removeOne(central)) {
+        emit unsubscribed(central);
+    }
+}
+
+/** BlueZ has forgotten all subscriptions. */
+void plim::Characteristic::endSubscriptions()
+{
+    const QPointer<Characteristic> self = this;
+    if (m_sockets) {
+        m_sockets->closeAll();
+    }
+    if (self) {
+        unsubscribeAll();
+    }
+}
+
 QDBusVariant plim::Characteristic::Get(const QString& interface, const QString& name)
 {
-    if (!m_tracking && name == QLatin1String("NotifyAcquired")) {
+    if ((!m_tracking && name == QLatin1String("NotifyAcquired")) ||
+        (!m_offersWriting && name == QLatin1String("WriteAcquired"))) {
         return QDBusVariant(QVariant());
     }
     return GattCharacteristic::Get(interface, name);
@@ -258,7 +354,12 @@ QDBusVariant plim::Characteristic::Get(const QString& interface, const QString& 
 
 bool plim::Characteristic::notifyAcquired() const
 {
-    return false; // sockets are declined
+    return m_sockets && m_sockets->isNotifying();
+}
+
+bool plim::Characteristic::writeAcquired() const
+{
+    return m_sockets && m_sockets->isWriting();
 }
 
 void plim::Characteristic::watchBluez()
@@ -282,18 +383,19 @@ void plim::Characteristic::on_propertiesChanged(const QString& path, const QStri
 
 void plim::Characteristic::on_objectRemoved(const QString& path, const QString& interface)
 {
-    if (interface == BluezInterfaces::Device && m_subscribers.removeOne(Central(path))) {
-        emit unsubscribed(Central(path));
+    if (interface == BluezInterfaces::Device) {
+        removeSubscriber(Central(path));
     }
 }
 
+/** Ends the subscriptions of the centrals that have no socket. */
 void plim::Characteristic::unsubscribeAll()
 {
     const QPointer<Characteristic> self = this;
-    for (const Central& central : std::exchange(m_subscribers, {})) {
-        emit unsubscribed(central);
-        if (!self) {
-            return;
+    const QList<Central> all = m_subscribers;
+    for (auto central = all.begin(); self && central != all.end(); ++central) {
+        if (!m_sockets || !m_sockets->hasSocket(*central)) {
+            removeSubscriber(*central);
         }
     }
 }

@@ -24,6 +24,7 @@ namespace detail {
 class AttributeServer;
 class BluezObjects;
 class LinkMtus;
+class SocketTransport;
 class TreeProblems;
 } // namespace detail
 
@@ -43,6 +44,7 @@ class PLIM_PERIPHERAL_EXPORT Characteristic : public GattCharacteristic, protect
     Q_OBJECT
     Q_PROPERTY(QStringList Flags READ flags)
     Q_PROPERTY(bool NotifyAcquired READ notifyAcquired)
+    Q_PROPERTY(bool WriteAcquired READ writeAcquired)
 
 public:
     /** How notifications, and writes without a response, travel between this program and BlueZ. */
@@ -128,11 +130,15 @@ public:
      *
      * Whether values then go through the sockets depends on the subscribers: if one of them has no socket,
      * all are notified over the bus. So each gets each value once.
+     *
+     * Sockets also track the subscribers, see trackSubscribers(). They need BlueZ to tell its version, which
+     * it does unless its configuration has another DeviceID. Once offered, they stay on the bus: after a
+     * change back, BlueZ's requests for sockets are declined.
      */
     void setTransport(Transport transport);
 
     /** What setTransport() has set; at first Transport::Bus. */
-    Transport transport() const;
+    Transport transport() const { return m_transport; }
 
     /**
      * Sets the value and notifies each subscriber once, as setValue() does, and says whether all of them were
@@ -189,10 +195,13 @@ public slots:
     void StopNotify();
     /** BlueZ's message that an indication was confirmed, or that it was given up. */
     void Confirm();
-    /** BlueZ's offer of a socket for a central's notifications. It is declined, and BlueZ calls
-     * StartNotify(). */
+    /** BlueZ's request for a socket for a central's notifications. With Transport::Bus it is declined, and
+     * BlueZ calls StartNotify(). */
     void AcquireNotify(const QVariantMap& options);
-    /** As in the base class; there is a NotifyAcquired only after trackSubscribers(). */
+    /** BlueZ's request for a socket for a central's writes; only with Transport::Sockets. */
+    void AcquireWrite(const QVariantMap& options);
+    /** As in the base class. There is a NotifyAcquired only after trackSubscribers() or with
+     * Transport::Sockets, and a WriteAcquired only with Transport::Sockets. */
     QDBusVariant Get(const QString& interface, const QString& name);
 
 private:
@@ -203,6 +212,13 @@ private:
     bool refusesSubscribing();
     bool hasPage() const;
     bool notifyAcquired() const;
+    bool writeAcquired() const;
+    void showAcquiring();
+    void makeSockets();
+    void on_written(const QByteArray& value, const QVariantMap& options);
+    void addSubscriber(const Central& central);
+    void removeSubscriber(const Central& central);
+    void endSubscriptions();
     void store(const QByteArray& value, const QVariantMap& options, bool notify);
     void watchBluez();
     void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
@@ -217,6 +233,8 @@ private:
     QElapsedTimer m_sinceDisconnection;
     bool m_tracking = false;
     Transport m_transport = Transport::Bus;
+    bool m_offersWriting = false;                       ///< whether the bus shows WriteAcquired
+    std::unique_ptr<detail::SocketTransport> m_sockets; ///< null until Transport::Sockets is set
     QList<Central> m_subscribers;
 };
 

@@ -14,5 +14,13 @@ namespace detail {
  */
 QVersionNumber daemonVersion(const QString& modalias);
 
+/** The first version with a socket for each central; before, all centrals share one. Internal: not installed.
+ */
+inline const QVersionNumber firstWithSocketPerCentral(5, 69);
+
+/** The first version that sends what it reads from a socket to the socket's central alone; before, it sends
+ * it to all subscribers. Internal: not installed. */
+inline const QVersionNumber firstWithSeparateSockets(5, 76);
+
 } // namespace detail
 } // namespace plim

@@ -18,7 +18,8 @@ class LinkMtus : public QObject
     Q_OBJECT
 
 public:
-    /** The one of this thread. It lives as long as somebody holds it, and knows what was requested meanwhile. */
+    /** The one of this thread. It lives as long as somebody holds it, and knows what was requested meanwhile.
+     */
     static std::shared_ptr<LinkMtus> shared();
 
     /** @return in bytes; 23, the least there is, where BlueZ has not said */

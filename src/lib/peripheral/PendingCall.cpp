@@ -8,7 +8,7 @@ plim::detail::PendingCall::PendingCall(const QDBusMessage& call, const QDBusConn
                                        const QVariantMap& options, const QString& attribute)
     : m_call(call),
       m_connection(connection),
-      m_wantsReply(call.isReplyRequired()),
+      m_wantsReply(call.type() == QDBusMessage::MethodCallMessage && call.isReplyRequired()),
       m_attribute(attribute),
       m_central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path()),
       m_offset(options.value(QStringLiteral("offset")).toInt()),

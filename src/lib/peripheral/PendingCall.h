@@ -22,7 +22,8 @@ class PendingCall
 {
 public:
     /**
-     * @param call       the call; setDelayedReply() was called for it
+     * @param call       the call; setDelayedReply() was called for it. An invalid message for a request that
+     * came without a call
      * @param options    the call's options
      * @param attribute  the attribute's name in log lines
      */

@@ -1,0 +1,127 @@
+#include "LostSubscriptions.h"
+
+#include "BluezInterfaces.h"
+#include "BluezObjects.h"
+#include "plim.h"
+
+#include <QPointer>
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+/** A disconnection and the sockets that BlueZ closes because of it arrive by different ways. */
+constexpr int togetherMs = 1000;
+
+bool isRecent(const QElapsedTimer& timer)
+{
+    return !timer.hasExpired(togetherMs);
+}
+
+} // namespace
+
+plim::detail::LostSubscriptions::LostSubscriptions(const std::shared_ptr<BluezObjects>& bluez,
+                                                   QObject* parent)
+    : QObject(parent), m_bluez(bluez)
+{
+    plim::connect(m_bluez.get(), &BluezObjects::propertiesChanged, this,
+                  &LostSubscriptions::on_propertiesChanged);
+    plim::connect(m_bluez.get(), &BluezObjects::objectRemoved, this, &LostSubscriptions::on_objectRemoved);
+}
+
+void plim::detail::LostSubscriptions::noteClosed(const Central& central)
+{
+    Closed closed{central, {}, false, false};
+    closed.since.start();
+    m_closed << closed;
+    update();
+}
+
+void plim::detail::LostSubscriptions::forget(const Central& central)
+{
+    m_closed.erase(std::remove_if(m_closed.begin(), m_closed.end(),
+                                  [&](const Closed& closed) { return closed.central == central; }),
+                   m_closed.end());
+    update();
+}
+
+void plim::detail::LostSubscriptions::clear()
+{
+    m_closed.clear();
+    update();
+}
+
+bool plim::detail::LostSubscriptions::is(const Central& central, const char* property) const
+{
+    return m_bluez->value(central.path(), BluezInterfaces::Device, QString::fromLatin1(property)).toBool();
+}
+
+/** Whether a central that has no socket any more may be subscribed, now or when it is back. */
+bool plim::detail::LostSubscriptions::mayBeSubscribed(const Closed& closed) const
+{
+    const bool isBonded = is(closed.central, "Bonded");
+    if (closed.isLost || !isRecent(closed.since)) {
+        return closed.isLost && (isBonded || is(closed.central, "Connected"));
+    }
+    const auto own = m_disconnections.find(closed.central);
+    if (own != m_disconnections.end() && isRecent(*own)) {
+        return isBonded;
+    }
+    return std::any_of(m_disconnections.begin(), m_disconnections.end(), isRecent) &&
+           is(closed.central, "Connected");
+}
+
+void plim::detail::LostSubscriptions::on_propertiesChanged(const QString& path, const QString& interface,
+                                                           const QStringList& names)
+{
+    const QString connected = QStringLiteral("Connected");
+    if (interface != BluezInterfaces::Device || !names.contains(connected)) {
+        return;
+    }
+    for (auto since = m_disconnections.begin(); since != m_disconnections.end();) {
+        since = isRecent(*since) ? std::next(since) : m_disconnections.erase(since);
+    }
+    if (!m_bluez->value(path, interface, connected).toBool()) {
+        m_disconnections[Central(path)].start();
+    }
+    update();
+}
+
+void plim::detail::LostSubscriptions::on_objectRemoved(const QString& path, const QString& interface)
+{
+    if (interface == BluezInterfaces::Device) {
+        m_disconnections.remove(Central(path));
+        update();
+    }
+}
+
+void plim::detail::LostSubscriptions::update()
+{
+    QList<Central> found;
+    QList<Central> gone;
+    m_isAnyConnected = false;
+    for (auto closed = m_closed.begin(); closed != m_closed.end();) {
+        closed->isLost = mayBeSubscribed(*closed);
+        const bool isConnected = closed->isLost && is(closed->central, "Connected");
+        if (isConnected != closed->isFound) {
+            (isConnected ? found : gone) << closed->central;
+            closed->isFound = isConnected;
+        }
+        m_isAnyConnected = m_isAnyConnected || isConnected;
+        closed = closed->isLost || isRecent(closed->since) ? std::next(closed) : m_closed.erase(closed);
+    }
+    const QPointer<LostSubscriptions> self = this;
+    for (const Central& central : gone) {
+        emit this->gone(central);
+        if (!self) {
+            return;
+        }
+    }
+    for (const Central& central : found) {
+        emit this->found(central);
+        if (!self) {
+            return;
+        }
+    }
+}

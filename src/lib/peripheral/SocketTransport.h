@@ -1,0 +1,115 @@
+#pragma once
+
+#include "AttError.h"
+#include "Central.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+class GattCharacteristic;
+class PropertiesAdaptor;
+class QDBusContext;
+
+namespace plim {
+namespace detail {
+
+class AttSocket;
+class BluezObjects;
+class LostSubscriptions;
+
+/**
+ * The sockets of one characteristic: one for the notifications of each central, and one for its writes. Slots
+ * of the signals may delete it. Internal: not installed.
+ */
+class SocketTransport : public QObject
+{
+    Q_OBJECT
+
+public:
+    /** Sends the characteristic's notifications from now on. @param characteristic  outlives this object */
+    SocketTransport(GattCharacteristic* characteristic, const std::shared_ptr<BluezObjects>& bluez);
+
+    /** The answer to a call that gets no socket. BlueZ then calls StartNotify(). */
+    static inline const std::optional<AttError> declined{AttError::RequestNotSupported};
+
+    /** Whether further sockets are given to BlueZ. */
+    void setOffered(bool offered) { m_isOffered = offered; }
+
+    /** BlueZ's call that asks for a socket. @return what to answer, unless it was answered */
+    std::optional<AttError> acquireNotify(const QDBusContext& call, const QVariantMap& options);
+    /** The same for writes. @return whether it was answered */
+    bool acquireWrite(const QDBusContext& call, const QVariantMap& options);
+
+    /** Whether BlueZ has a socket for notifications. */
+    bool isNotifying() const { return !m_notifying.empty(); }
+    /** Whether BlueZ has a socket for writes. */
+    bool isWriting() const { return !m_writing.empty(); }
+    /** Whether a central has a socket for notifications. */
+    bool hasSocket(const Central& central) const;
+    /** BlueZ has called StartNotify: there is a subscriber without a socket. */
+    void startBus() { m_isBusNotified = true; }
+    /** BlueZ has called StopNotify. @return whether subscribers with sockets are left */
+    bool stopBus();
+
+    /** See Characteristic. */
+    bool notify(const QByteArray& value);
+    bool notify(const Central& central, const QByteArray& value);
+    const QList<Central>& missed() const { return m_missed; }
+
+    /** The bytes that BlueZ has not read yet. */
+    qint64 unread(const Central& central) const;
+
+    /** Closes all sockets, after the end of all subscriptions. */
+    void closeAll();
+
+signals:
+    /** A central has got a socket, or is subscribed without one. */
+    void subscribed(const plim::Central& central);
+    /** A central is not subscribed any more. */
+    void unsubscribed(const plim::Central& central);
+    void readyToWrite(const plim::Central& central);
+    /** A central has confirmed an indication. */
+    void confirmed();
+    /** A central has written. @param options  what BlueZ would say with a call */
+    void written(const QByteArray& value, const QVariantMap& options);
+
+private:
+    using Sockets = std::vector<AttSocket*>;
+
+    std::optional<AttError> acquire(const QDBusContext& call, const QVariantMap& options, Sockets& sockets);
+    AttSocket* socketFor(const Central& central) const;
+    bool isTheOnlyCentral(const Central& central) const;
+    bool reachesAll() const;
+    bool hasSubscribers() const;
+    void route(const QString& interface, const QVariantMap& changed, const QStringList& invalidated);
+    void send(const QByteArray& value);
+    void startNotifying(const Central& central);
+    void stopNotifying(const Central& central);
+    void on_notifyClosed(AttSocket* socket);
+    void on_received(const QByteArray& packet);
+    static void remove(AttSocket* socket, Sockets& sockets);
+
+    GattCharacteristic* const m_characteristic;
+    PropertiesAdaptor* const m_bus; ///< what sends notifications to the bus
+    const std::shared_ptr<BluezObjects> m_bluez;
+    LostSubscriptions* const m_lost;
+    bool m_isOffered = false;
+    bool m_isBusNotified = false;
+    bool m_isSingle = false; ///< whether BlueZ has one socket for all centrals
+    bool m_isShared = false; ///< whether BlueZ sends what it reads from any socket to all subscribers
+    Sockets m_notifying;     ///< the last one is the one that was opened last
+    Sockets m_writing;
+    QList<Central> m_missed;
+    bool m_isInNotify = false;
+};
+
+} // namespace detail
+} // namespace plim
