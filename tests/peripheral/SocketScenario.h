@@ -96,9 +96,8 @@ public:
     /** Everything that BlueZ has sent has been handled on return. */
     bool roundTrip()
     {
-        QDBusPendingCall ping =
-            bluez->call(QStringLiteral("/app"), QStringLiteral("GetManagedObjects"), {},
-                        QStringLiteral("org.freedesktop.DBus.ObjectManager"));
+        QDBusPendingCall ping = bluez->call(QStringLiteral("/app"), QStringLiteral("GetManagedObjects"), {},
+                                            QStringLiteral("org.freedesktop.DBus.ObjectManager"));
         return QTest::qWaitFor([&] { return ping.isFinished(); }, 10000);
     }
 

@@ -99,8 +99,8 @@ void tst_sockets::theBusShowsWhatTheAccessNeeds()
 
 void tst_sockets::theBusShowsNothingUnlessItIsAskedFor()
 {
-    auto* plain = Characteristic::create(m_scenario->tree.service, "c1"_qs,
-                                         Access().writeWithoutResponse().notify());
+    auto* plain =
+        Characteristic::create(m_scenario->tree.service, "c1"_qs, Access().writeWithoutResponse().notify());
     QVERIFY(!m_listener.introspect(plain->dbusPath()).contains("Acquire"_qs));
     const BusMessage all = m_listener.getAll(plain->dbusPath(), "org.bluez.GattCharacteristic1"_qs);
     QVERIFY2(all.text.contains("Flags"_qs) && !all.text.contains("Acquired"_qs), qPrintable(all.text));

@@ -27,8 +27,8 @@ public:
     explicit AttSocket(const QVariantMap& options, QObject* parent);
     ~AttSocket() override;
 
-    /** Opens both ends, and gives away BlueZ's. To be called once. @return invalid if this process has no more
-     * file descriptors */
+    /** Opens both ends, and gives away BlueZ's. To be called once. @return invalid if this process has no
+     * more file descriptors */
     QDBusUnixFileDescriptor open();
 
     const Central& central() const { return m_central; }
@@ -78,7 +78,7 @@ private:
     int m_descriptor = -1;
     QSocketNotifier* m_incoming = nullptr;
     QSocketNotifier* m_outgoing = nullptr; ///< only while there is no room
-    std::deque<int> m_sent;                ///< the lengths of the last packets, some of which are not read yet
+    std::deque<int> m_sent; ///< the lengths of the last packets, some of which are not read yet
 };
 
 } // namespace detail

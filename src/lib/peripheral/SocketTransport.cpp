@@ -65,8 +65,8 @@ plim::detail::SocketTransport::SocketTransport(GattCharacteristic* characteristi
     plim::connect(characteristic, &GattCharacteristic::PropertiesChanged, this, &SocketTransport::route);
 }
 
-std::optional<plim::AttError>
-plim::detail::SocketTransport::acquireNotify(const QDBusContext& call, const QVariantMap& options)
+std::optional<plim::AttError> plim::detail::SocketTransport::acquireNotify(const QDBusContext& call,
+                                                                           const QVariantMap& options)
 {
     const std::optional<AttError> refusal = acquire(call, options, m_notifying);
     if (refusal) {
@@ -99,16 +99,15 @@ bool plim::detail::SocketTransport::acquireWrite(const QDBusContext& call, const
                   [this, ofWriter](const QByteArray& value) { emit written(value, ofWriter); });
     plim::connect(socket, &AttSocket::oversized, this, [this] {
         PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
-                 "Write of more than " << maximumAttributeSize << " bytes to "
-                                       << m_characteristic->dbusPath() << " dropped");
+                 "Write of more than " << maximumAttributeSize << " bytes to " << m_characteristic->dbusPath()
+                                       << " dropped");
     });
     return true;
 }
 
 /** Answers the call with a new socket, which is then the last one of the list. */
-std::optional<plim::AttError> plim::detail::SocketTransport::acquire(const QDBusContext& call,
-                                                                     const QVariantMap& options,
-                                                                     Sockets& sockets)
+std::optional<plim::AttError>
+plim::detail::SocketTransport::acquire(const QDBusContext& call, const QVariantMap& options, Sockets& sockets)
 {
     const QString device = deviceIn(options);
     const QVersionNumber version = versionOf(*m_bluez, device);
@@ -136,8 +135,8 @@ std::optional<plim::AttError> plim::detail::SocketTransport::acquire(const QDBus
     sockets.push_back(socket);
     call.setDelayedReply(true);
     const auto mtu = quint16(options.value(QStringLiteral("mtu"), smallestMtu).toUInt());
-    call.connection().send(call.message().createReply(
-        {QVariant::fromValue(theirs), QVariant::fromValue(mtu)}));
+    call.connection().send(
+        call.message().createReply({QVariant::fromValue(theirs), QVariant::fromValue(mtu)}));
     return {};
 }
 
@@ -218,8 +217,8 @@ bool plim::detail::SocketTransport::notify(const Central& central, const QByteAr
     AttSocket* socket = socketFor(central);
     if (!socket || value.isEmpty() || (m_isShared && !isTheOnlyCentral(central))) {
         PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
-                 value.size() << " bytes of " << m_characteristic->dbusPath() << " cannot be sent to " << central.path()
-                              << " alone");
+                 value.size() << " bytes of " << m_characteristic->dbusPath() << " cannot be sent to "
+                              << central.path() << " alone");
         return false;
     }
     return socket->send(value.left(maximumAttributeSize)) == AttSocket::Sent::Yes;
