@@ -203,6 +203,9 @@ public:
         /** Whether it confirms indications, as it does at first. It gets no further one before it has. */
         void confirmIndications(bool confirms) { tell(QStringLiteral("SetConfirming"), {confirms}); }
 
+        /** Whether the daemon takes the values for it out of the peripheral's socket, as it does at first. */
+        void takeNotifications(bool takes) { tell(QStringLiteral("SetReading"), {takes}); }
+
         /** Reads a value, at most 512 bytes. */
         QByteArray read(const QString& path, quint16 offset = 0)
         {

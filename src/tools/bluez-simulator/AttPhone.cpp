@@ -1,5 +1,6 @@
 #include "AttPhone.h"
 
+#include "ClientSockets.h"
 #include "Daemon.h"
 #include "Pairing.h"
 #include "Permissions.h"
@@ -19,26 +20,11 @@ constexpr int MaximumValueLength = 512;
 constexpr quint16 TransferUnit = 517;
 constexpr int RequestLimitMs = 5000;
 const QString withoutResponse = QStringLiteral("write-without-response");
+const QString writeAcquired = QStringLiteral("WriteAcquired");
 
 void fail(const DelayedReplyPtr& reply, AttCode code)
 {
     reply->fail(Names::error("Att"), attText(code));
-}
-
-QVariantMap deviceProperties(const PhoneState& state)
-{
-    return {{QStringLiteral("Adapter"), QVariant::fromValue(QDBusObjectPath(state.adapter))},
-            {QStringLiteral("Address"), state.address},
-            {QStringLiteral("AddressType"), QStringLiteral("public")},
-            {QStringLiteral("Alias"), QString(state.address).replace(QLatin1Char(':'), QLatin1Char('-'))},
-            {QStringLiteral("Blocked"), false},
-            {QStringLiteral("Bonded"), state.isBonded},
-            {QStringLiteral("Connected"), true},
-            {QStringLiteral("LegacyPairing"), false},
-            {QStringLiteral("Paired"), state.isBonded},
-            {QStringLiteral("ServicesResolved"), false},
-            {QStringLiteral("Trusted"), false},
-            {QStringLiteral("UUIDs"), QStringList{}}};
 }
 
 } // namespace
@@ -59,7 +45,7 @@ void AttPhone::connectLink()
         return;
     }
     m_isKnown = true;
-    m_daemon->announceObject(m_state.device(), Names::Device, deviceProperties(m_state));
+    m_daemon->announceObject(m_state.device(), Names::Device, m_state.properties());
 }
 
 void AttPhone::loseLink(const QString& reason)
@@ -84,6 +70,7 @@ void AttPhone::loseLink(const QString& reason)
     if (!m_state.isBonded) {
         dropSubscriptions();
     }
+    m_daemon->sockets().disconnect(m_state.device());
 }
 
 void AttPhone::forget()
@@ -111,6 +98,12 @@ void AttPhone::setConfirming(bool confirms)
 {
     m_state.confirms = confirms;
     deliverNextIndication();
+}
+
+void AttPhone::setReading(bool reads)
+{
+    m_state.reads = reads;
+    m_daemon->sockets().setReading(m_state.device(), reads);
 }
 
 void AttPhone::read(const QString& path, quint16 offset, const DelayedReplyPtr& reply)
@@ -146,6 +139,12 @@ void AttPhone::write(const QString& path, const QByteArray& value, quint16 offse
         fail(reply, refusal);
         return;
     }
+    if (attribute.properties.contains(writeAcquired)) {
+        m_daemon->sockets().write(attribute, m_state.device(), options(0), value, [reply](AttCode code) {
+            code == AttCode::Success ? reply->send({}) : fail(reply, code);
+        });
+        return;
+    }
     const QDBusMessage call = attribute.call(QStringLiteral("WriteValue"), {value, options(offset)});
     if (attribute.flags().contains(withoutResponse)) {
         // The daemon then wants no answer to any write, and tells every phone that it has succeeded.
@@ -164,7 +163,16 @@ void AttPhone::writeWithoutResponse(const QString& path, const QByteArray& value
         return;
     }
     // Nobody is told of a refusal, neither the daemon's nor the client's.
-    if (Permissions(attribute.flags()).write(m_state.protection) == AttCode::Success) {
+    const bool isAllowed = Permissions(attribute.flags()).write(m_state.protection) == AttCode::Success;
+    if (isAllowed && attribute.properties.contains(writeAcquired)) {
+        m_daemon->sockets().write(
+            attribute, m_state.device(), options(0), value, [this, attribute, reply](AttCode) {
+                m_daemon->sockets().whenRead(attribute.path, m_state.device(),
+                                             [=] { answerWhenHandled(attribute, reply); });
+            });
+        return;
+    }
+    if (isAllowed) {
         const QDBusMessage call = attribute.call(QStringLiteral("WriteValue"), {value, options(0)});
         if (attribute.flags().contains(withoutResponse)) {
             send(call);
@@ -209,7 +217,7 @@ void AttPhone::unsubscribe(const QString& path, const DelayedReplyPtr& reply)
         return;
     }
     if (m_subscriptions.remove(path) != 0) {
-        stopNotifying(path);
+        stopNotifying(path, false);
     }
     answerWhenHandled(attribute, reply);
 }
@@ -217,16 +225,22 @@ void AttPhone::unsubscribe(const QString& path, const DelayedReplyPtr& reply)
 void AttPhone::notice(const QString& sender, const QString& path, const QVariantMap& changed)
 {
     const QVariant value = changed.value(QStringLiteral("Value"));
+    if (value.userType() == QMetaType::QByteArray) {
+        notify(sender, path, value.toByteArray().left(MaximumValueLength), false);
+    }
+}
+
+void AttPhone::notify(const QString& sender, const QString& path, const QByteArray& bytes, bool throughSocket)
+{
     const Subscription subscription = m_subscriptions.value(path);
-    if (!m_isConnected || value.userType() != QMetaType::QByteArray || subscription.sender != sender) {
+    if (!m_isConnected || subscription.sender != sender) {
         return;
     }
-    const QByteArray bytes = value.toByteArray().left(MaximumValueLength);
     if (!subscription.indications) {
         deliver(path, bytes);
         return;
     }
-    m_indications += {m_daemon->attribute(path, m_state.adapter), bytes};
+    m_indications += {m_daemon->attribute(path, m_state.adapter), bytes, throughSocket};
     if (m_indications.size() == 1) {
         deliver(path, bytes);
         deliverNextIndication();
@@ -311,33 +325,24 @@ void AttPhone::answerWhenHandled(const Attribute& attribute, const DelayedReplyP
 
 void AttPhone::acquire(const Attribute& attribute, const DelayedReplyPtr& reply)
 {
-    auto* watcher = new QDBusPendingCallWatcher(
-        m_daemon->connection().asyncCall(attribute.call(QStringLiteral("AcquireNotify"), {options(0)})),
-        this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this,
-            [this, attribute, reply](QDBusPendingCallWatcher* finished) {
-                finished->deleteLater();
-                const QDBusMessage answer = finished->reply();
-                if (answer.type() == QDBusMessage::ReplyMessage) {
-                    m_subscriptions.remove(attribute.path);
-                    reply->fail(Names::error("InvalidAnswer"),
-                                QStringLiteral("AcquireNotify answered with a socket, which is not played"));
-                    return;
-                }
-                // After these two the real daemon leaves it at that; the phone counts as subscribed.
-                if (answer.errorName() != QLatin1String("org.bluez.Error.Failed") &&
-                    answer.errorName() != QLatin1String("org.freedesktop.DBus.Error.NoReply")) {
-                    send(attribute.call(QStringLiteral("StartNotify")));
-                }
-                answerWhenHandled(attribute, reply);
-            });
+    m_daemon->sockets().acquireNotify(attribute, m_state.device(), options(0),
+                                      [this, attribute, reply](const QString& problem) {
+                                          if (problem.isEmpty()) {
+                                              answerWhenHandled(attribute, reply);
+                                              return;
+                                          }
+                                          m_subscriptions.remove(attribute.path);
+                                          reply->fail(Names::error("InvalidAnswer"), problem);
+                                      });
 }
 
 /** After the end of a subscription: the client is told when it was the last one. */
-void AttPhone::stopNotifying(const QString& path)
+void AttPhone::stopNotifying(const QString& path, bool isLinkLost)
 {
     const Attribute attribute = m_daemon->attribute(path, m_state.adapter);
-    if (attribute && !m_daemon->hasSubscriber(path)) {
+    const bool isLast = !m_daemon->hasSubscriber(path);
+    if (!m_daemon->sockets().endSubscription(path, m_state.device(), isLast, isLinkLost) && attribute &&
+        isLast) {
         send(attribute.call(QStringLiteral("StopNotify")));
     }
 }
@@ -347,7 +352,7 @@ void AttPhone::dropSubscriptions()
     const QStringList paths = m_subscriptions.keys();
     m_subscriptions.clear();
     for (const QString& path : paths) {
-        stopNotifying(path);
+        stopNotifying(path, true);
     }
 }
 
@@ -361,17 +366,23 @@ void AttPhone::deliver(const QString& path, const QByteArray& value)
 void AttPhone::deliverNextIndication()
 {
     while (m_state.confirms && !m_indications.isEmpty()) {
-        send(m_indications.takeFirst().attribute.call(QStringLiteral("Confirm")));
+        const Indication first = m_indications.takeFirst();
+        if (!first.throughSocket || !m_daemon->sockets().confirm(first.attribute.path, m_state.device())) {
+            send(first.attribute.call(QStringLiteral("Confirm")));
+        }
         if (!m_indications.isEmpty()) {
             deliver(m_indications.constFirst().attribute.path, m_indications.constFirst().value);
         }
     }
 }
 
+/** After the end of the link. A socket is told nothing: it is closed. */
 void AttPhone::confirmIndications()
 {
     for (const Indication& indication : std::exchange(m_indications, {})) {
-        send(indication.attribute.call(QStringLiteral("Confirm")));
+        if (!indication.throughSocket) {
+            send(indication.attribute.call(QStringLiteral("Confirm")));
+        }
     }
 }
 

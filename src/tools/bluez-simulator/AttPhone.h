@@ -44,6 +44,8 @@ public:
     void protect(Protection protection);
     /** Whether it confirms indications; those that wait are confirmed at once. */
     void setConfirming(bool confirms);
+    /** Whether the daemon takes what comes for it through a socket. */
+    void setReading(bool reads);
 
     // Requests; the reply is an error of the name Att where the Attribute Protocol's answer is one.
     void read(const QString& path, quint16 offset, const DelayedReplyPtr& reply);
@@ -56,6 +58,8 @@ public:
 
     /** Takes notice of changed properties of a characteristic. */
     void notice(const QString& sender, const QString& path, const QVariantMap& changed);
+    /** Takes notice of a value, if it is subscribed to it. */
+    void notify(const QString& sender, const QString& path, const QByteArray& bytes, bool throughSocket);
 
     /** Drops the subscriptions to an application that is gone. */
     void drop(const Registration& application);
@@ -73,6 +77,7 @@ private:
     {
         Attribute attribute;
         QByteArray value;
+        bool throughSocket = false;
     };
     using Next = std::function<void(const QDBusMessage& answer)>;
 
@@ -82,7 +87,7 @@ private:
     void send(const QDBusMessage& call);
     void answerWhenHandled(const Attribute& attribute, const DelayedReplyPtr& reply);
     void acquire(const Attribute& attribute, const DelayedReplyPtr& reply);
-    void stopNotifying(const QString& path);
+    void stopNotifying(const QString& path, bool isLinkLost);
     void dropSubscriptions();
     void deliver(const QString& path, const QByteArray& value);
     void deliverNextIndication();

@@ -3,6 +3,7 @@
 #include "AdvertisingManager.h"
 #include "AgentManager.h"
 #include "AttPhone.h"
+#include "ClientSockets.h"
 #include "DBusValue.h"
 #include "DeviceCalls.h"
 #include "GattManager.h"
@@ -53,13 +54,23 @@ Daemon::Daemon(const QDBusConnection& connection, State& state, QObject* parent)
       m_connection(connection),
       m_state(state),
       m_phone(new Phone(this)),
-      m_agents(new AgentManager(this))
+      m_agents(new AgentManager(this)),
+      m_sockets(new ClientSockets(this))
 {
     m_clients.setConnection(m_connection);
     m_clients.setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
     connect(&m_clients, &QDBusServiceWatcher::serviceUnregistered, this, &Daemon::onClientVanished);
     m_connection.connect(QString(), QString(), Names::Properties, QStringLiteral("PropertiesChanged"), this,
                          SLOT(onPropertiesChanged(QDBusMessage)));
+    connect(
+        m_sockets, &ClientSockets::notified, this,
+        [this](const QString& sender, const QString& path, const QString& device, const QByteArray& value) {
+            for (AttPhone* phone : qAsConst(m_attPhones)) {
+                if (device.isEmpty() || device == phone->state().device()) {
+                    phone->notify(sender, path, value, true);
+                }
+            }
+        });
     m_tree.add(Names::BluezPath, {Names::Introspectable, Names::Properties, Names::AgentManager,
                                   QStringLiteral("org.bluez.ProfileManager1")});
     for (auto& phone : m_state.phones) {
@@ -179,6 +190,7 @@ bool Daemon::hasSubscriber(const QString& path) const
 
 void Daemon::dropSubscriptions(const Registration& application)
 {
+    m_sockets->drop(application);
     m_phone->forget(application);
     for (AttPhone* phone : qAsConst(m_attPhones)) {
         phone->drop(application);

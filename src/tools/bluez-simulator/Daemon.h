@@ -15,6 +15,7 @@ namespace simulator {
 class AdvertisingManager;
 class AgentManager;
 class AttPhone;
+class ClientSockets;
 class GattManager;
 class Phone;
 class RegistrationManager;
@@ -51,6 +52,8 @@ public:
 
     const ObjectTree& tree() const { return m_tree; }
     AgentManager& agents() const { return *m_agents; }
+    /** The sockets that clients have given. */
+    ClientSockets& sockets() const { return *m_sockets; }
 
     QDBusConnection connection() const { return m_connection; }
     State& state() const { return m_state; }
@@ -118,6 +121,7 @@ private:
     State& m_state;
     Phone* m_phone = nullptr;
     AgentManager* m_agents = nullptr;
+    ClientSockets* m_sockets = nullptr;
     QMap<QString, AttPhone*> m_attPhones; // by their devices
     ObjectTree m_tree;
     QMap<QString, GattManager*> m_gattManagers;               // by path

@@ -65,6 +65,13 @@ void PhoneControl::SetConfirming(bool confirms)
     }
 }
 
+void PhoneControl::SetReading(bool reads)
+{
+    if (AttPhone* phone = presentPhone()) {
+        phone->setReading(reads);
+    }
+}
+
 void PhoneControl::Pair(const QString& capability)
 {
     if (AttPhone* phone = presentPhone()) {

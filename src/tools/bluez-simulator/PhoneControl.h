@@ -29,6 +29,7 @@ public slots:
     void Forget();
     void SetProtection(const QString& level);
     void SetConfirming(bool confirms);
+    void SetReading(bool reads);
     void Pair(const QString& capability);
     void CancelPairing();
     void TypePasskey(const QString& passkey);
