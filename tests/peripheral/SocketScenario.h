@@ -83,7 +83,7 @@ public:
                 {deviceInterface, {{QStringLiteral("Connected"), true}, {QStringLiteral("Bonded"), false}}}};
         }
         characteristic = tree.characteristic;
-        characteristic->setTransport(plim::Characteristic::Transport::Sockets);
+        characteristic->setTransport(plim::Characteristic::Transport::SocketsBothWays);
     }
 
     /** @return whether the library knows what BlueZ shows */

@@ -70,7 +70,7 @@ void tst_phone_sockets::init()
     m_device = std::make_unique<Device>();
     m_value = m_device->add(Access().read().writeWithoutResponse().notify().indicate());
     m_path = m_value->dbusPath();
-    m_value->setTransport(Characteristic::Transport::Sockets);
+    m_value->setTransport(Characteristic::Transport::SocketsBothWays);
     QVERIFY(m_device->ready(*m_ble));
 }
 

@@ -46,10 +46,10 @@ private:
         return values;
     }
     /** The interfaces of a further characteristic with sockets. */
-    QString introspection(const Access& access)
+    QString introspection(const Access& access, Characteristic::Transport transport)
     {
         auto* more = Characteristic::create(m_scenario->tree.service, "c1"_qs, access);
-        more->setTransport(Characteristic::Transport::Sockets);
+        more->setTransport(transport);
         const QString text = m_listener.introspect(more->dbusPath());
         delete more;
         return text;
@@ -76,9 +76,10 @@ void tst_sockets::init()
 
 void tst_sockets::theBusShowsWhatTheAccessNeeds()
 {
-    const auto shown = [this](const Access& access) {
+    using Transport = Characteristic::Transport;
+    const auto shown = [this](const Access& access, Transport transport = Transport::SocketsBothWays) {
         QStringList names;
-        const QString text = introspection(access);
+        const QString text = introspection(access, transport);
         for (const char* name : {"AcquireNotify", "NotifyAcquired", "AcquireWrite", "WriteAcquired"}) {
             if (text.contains(QLatin1Char('"') + QLatin1String(name) + QLatin1Char('"'))) {
                 names << QLatin1String(name);
@@ -92,6 +93,8 @@ void tst_sockets::theBusShowsWhatTheAccessNeeds()
     QCOMPARE(shown(Access().writeWithoutResponse().notify()), notify + write);
     QCOMPARE(shown(Access().writeWithoutResponse()), write);
     QCOMPARE(shown(Access().read().write()), QStringList());
+    QCOMPARE(shown(Access().writeWithoutResponse().notify(), Transport::Sockets), notify);
+    QCOMPARE(shown(Access().writeWithoutResponse(), Transport::Sockets), QStringList());
     const QString interface = "org.bluez.GattCharacteristic1"_qs;
     QCOMPARE(m_listener.get(m_scenario->path, interface, "NotifyAcquired"_qs).text, "<b false>"_qs);
     QVERIFY(m_listener.get(m_scenario->path, interface, "WriteAcquired"_qs).isError());

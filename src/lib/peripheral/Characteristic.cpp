@@ -137,13 +137,17 @@ void plim::Characteristic::showAcquiring()
 
 void plim::Characteristic::setTransport(Transport transport)
 {
-    const bool offersSockets = transport == Transport::Sockets;
+    const bool writes = transport == Transport::SocketsBothWays;
     m_transport = transport;
-    if (offersSockets && !m_sockets) {
+    if (transport != Transport::Bus && !m_sockets) {
         makeSockets();
     }
+    if (writes && access().allowsWriteWithoutResponse() && !m_offersWriting) {
+        m_offersWriting = true;
+        showAcquiring();
+    }
     if (m_sockets) {
-        m_sockets->setOffered(offersSockets);
+        m_sockets->setOffered(transport != Transport::Bus, writes);
     }
 }
 
@@ -151,10 +155,6 @@ void plim::Characteristic::makeSockets()
 {
     if (access().allowsSubscribing()) {
         trackSubscribers();
-    }
-    if (access().allowsWriteWithoutResponse()) {
-        m_offersWriting = true;
-        showAcquiring();
     }
     watchBluez();
     using detail::SocketTransport;

@@ -47,11 +47,12 @@ class PLIM_PERIPHERAL_EXPORT Characteristic : public GattCharacteristic, protect
     Q_PROPERTY(bool WriteAcquired READ writeAcquired)
 
 public:
-    /** How notifications, and writes without a response, travel between this program and BlueZ. */
+    /** How notifications and writes travel between this program and BlueZ. */
     enum class Transport
     {
-        Bus,    ///< as D-Bus messages
-        Sockets ///< as packets, through a socket for each central
+        Bus,            ///< as D-Bus messages
+        Sockets,        ///< notifications as packets, through a socket for each central
+        SocketsBothWays ///< writes, too, if the access allows writes without a response
     };
 
     /**
@@ -124,9 +125,8 @@ public:
     QList<Central> subscribers() const;
 
     /**
-     * Offers BlueZ sockets for notifications, and for writes if the access allows writes without a response.
-     * A packet costs a small part of what a D-Bus message costs. Call it before the application is added;
-     * otherwise it takes effect with the next registration.
+     * Offers BlueZ sockets. A packet costs a small part of what a D-Bus message costs. Call it before the
+     * application is added; otherwise it takes effect with the next registration.
      *
      * Whether values then go through the sockets depends on the subscribers: if one of them has no socket,
      * all are notified over the bus. So each gets each value once.
@@ -134,6 +134,11 @@ public:
      * Sockets also track the subscribers, see trackSubscribers(). They need BlueZ to tell its version, which
      * it does unless its configuration has another DeviceID. Once offered, they stay on the bus: after a
      * change back, BlueZ's requests for sockets are declined.
+     *
+     * With SocketsBothWays, BlueZ (5.66 to 5.82, at least) garbles writes: while it waits for the socket,
+     * which it asks for at the first write, it keeps no copy of what is written, so a write that follows may
+     * take its place. Choose it only if centrals wait for an answer to their first write, or check what they
+     * write. All writes are then acknowledged at once, and without an offset.
      */
     void setTransport(Transport transport);
 
@@ -198,10 +203,10 @@ public slots:
     /** BlueZ's request for a socket for a central's notifications. With Transport::Bus it is declined, and
      * BlueZ calls StartNotify(). */
     void AcquireNotify(const QVariantMap& options);
-    /** BlueZ's request for a socket for a central's writes; only with Transport::Sockets. */
+    /** BlueZ's request for a socket for a central's writes; only with Transport::SocketsBothWays. */
     void AcquireWrite(const QVariantMap& options);
     /** As in the base class. There is a NotifyAcquired only after trackSubscribers() or with
-     * Transport::Sockets, and a WriteAcquired only with Transport::Sockets. */
+     * Transport::Sockets, and a WriteAcquired only with Transport::SocketsBothWays. */
     QDBusVariant Get(const QString& interface, const QString& name);
 
 private:

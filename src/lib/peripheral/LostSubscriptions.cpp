@@ -19,6 +19,11 @@ bool isRecent(const QElapsedTimer& timer)
     return !timer.hasExpired(togetherMs);
 }
 
+QString adapterOf(const plim::Central& central)
+{
+    return central.path().section(QLatin1Char('/'), 0, -2);
+}
+
 } // namespace
 
 plim::detail::LostSubscriptions::LostSubscriptions(const std::shared_ptr<BluezObjects>& bluez,
@@ -68,8 +73,13 @@ bool plim::detail::LostSubscriptions::mayBeSubscribed(const Closed& closed) cons
     if (own != m_disconnections.end() && isRecent(*own)) {
         return isBonded;
     }
-    return std::any_of(m_disconnections.begin(), m_disconnections.end(), isRecent) &&
-           is(closed.central, "Connected");
+    const QString adapter = adapterOf(closed.central);
+    for (auto other = m_disconnections.begin(); other != m_disconnections.end(); ++other) {
+        if (isRecent(*other) && adapterOf(other.key()) == adapter) {
+            return is(closed.central, "Connected");
+        }
+    }
+    return false;
 }
 
 void plim::detail::LostSubscriptions::on_propertiesChanged(const QString& path, const QString& interface,

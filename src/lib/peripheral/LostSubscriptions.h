@@ -19,7 +19,7 @@ class BluezObjects;
 /**
  * Finds subscribers that BlueZ still has, although it has closed their sockets. It then notifies them over
  * the bus only. It closes a socket without the end of the subscription in two cases: when a bonded central
- * disconnects, which stays subscribed, and by mistake when another central disconnects.
+ * disconnects, which stays subscribed, and by mistake when another central of the same adapter disconnects.
  *
  * Where it cannot know, it takes a central for subscribed: the bus reaches it if it is, and does no harm if
  * it is not. Internal: not installed.

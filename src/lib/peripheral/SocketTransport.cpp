@@ -68,7 +68,8 @@ plim::detail::SocketTransport::SocketTransport(GattCharacteristic* characteristi
 std::optional<plim::AttError> plim::detail::SocketTransport::acquireNotify(const QDBusContext& call,
                                                                            const QVariantMap& options)
 {
-    const std::optional<AttError> refusal = acquire(call, options, m_notifying);
+    const std::optional<AttError> refusal =
+        m_offersNotifying ? acquire(call, options, m_notifying) : declined;
     if (refusal) {
         return refusal;
     }
@@ -90,7 +91,7 @@ bool plim::detail::SocketTransport::acquireWrite(const QDBusContext& call, const
     if (versionOf(*m_bluez, deviceIn(options)) < firstWithSocketPerCentral) {
         ofWriter.remove(QStringLiteral("device"));
     }
-    if (acquire(call, options, m_writing)) {
+    if (!m_offersWriting || acquire(call, options, m_writing)) {
         return false;
     }
     AttSocket* socket = m_writing.back();
@@ -113,8 +114,8 @@ plim::detail::SocketTransport::acquire(const QDBusContext& call, const QVariantM
     const QVersionNumber version = versionOf(*m_bluez, device);
     const bool canPass =
         call.connection().connectionCapabilities() & QDBusConnection::UnixFileDescriptorPassing;
-    if (!m_isOffered || !canPass || !call.message().isReplyRequired() ||
-        !m_bluez->isBluez(call.message().service()) || version.isNull() || sockets.size() >= maximumSockets) {
+    if (!canPass || !call.message().isReplyRequired() || !m_bluez->isBluez(call.message().service()) ||
+        version.isNull() || sockets.size() >= maximumSockets) {
         return declined;
     }
     m_isShared = version < firstWithSeparateSockets;

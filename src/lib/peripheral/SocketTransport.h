@@ -40,8 +40,12 @@ public:
     /** The answer to a call that gets no socket. BlueZ then calls StartNotify(). */
     static inline const std::optional<AttError> declined{AttError::RequestNotSupported};
 
-    /** Whether further sockets are given to BlueZ. */
-    void setOffered(bool offered) { m_isOffered = offered; }
+    /** Whether further sockets are given to BlueZ, for notifications and for writes. */
+    void setOffered(bool notifying, bool writing)
+    {
+        m_offersNotifying = notifying;
+        m_offersWriting = writing;
+    }
 
     /** BlueZ's call that asks for a socket. @return what to answer, unless it was answered */
     std::optional<AttError> acquireNotify(const QDBusContext& call, const QVariantMap& options);
@@ -101,7 +105,8 @@ private:
     PropertiesAdaptor* const m_bus; ///< what sends notifications to the bus
     const std::shared_ptr<BluezObjects> m_bluez;
     LostSubscriptions* const m_lost;
-    bool m_isOffered = false;
+    bool m_offersNotifying = false;
+    bool m_offersWriting = false;
     bool m_isBusNotified = false;
     bool m_isSingle = false; ///< whether BlueZ has one socket for all centrals
     bool m_isShared = false; ///< whether BlueZ sends what it reads from any socket to all subscribers

@@ -17,7 +17,9 @@ constexpr std::size_t MaximumPacket = 512;
 } // namespace
 
 ClientSocket::ClientSocket(const QDBusUnixFileDescriptor& descriptor, QObject* parent)
-    : QObject(parent), m_descriptor(descriptor), m_incoming(descriptor.fileDescriptor(), QSocketNotifier::Read)
+    : QObject(parent),
+      m_descriptor(descriptor),
+      m_incoming(descriptor.fileDescriptor(), QSocketNotifier::Read)
 {
     connect(&m_incoming, &QSocketNotifier::activated, this, &ClientSocket::read);
 }
@@ -49,8 +51,7 @@ bool ClientSocket::isDrained() const
 void ClientSocket::read()
 {
     std::array<char, MaximumPacket> packet;
-    const ssize_t size =
-        ::recv(m_descriptor.fileDescriptor(), packet.data(), packet.size(), MSG_DONTWAIT);
+    const ssize_t size = ::recv(m_descriptor.fileDescriptor(), packet.data(), packet.size(), MSG_DONTWAIT);
     if (size > 0) {
         emit received(QByteArray(packet.data(), int(size)));
         return;

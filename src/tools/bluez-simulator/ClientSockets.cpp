@@ -124,9 +124,8 @@ void ClientSockets::finishWrites(const Attribute& attribute, const QString& devi
     for (const PendingWrite& write : std::exchange(m_writes, {})) {
         (write.path == attribute.path ? waiting : m_writes) += write;
     }
-    const ClientSocket* socket = answer.type() == QDBusMessage::ReplyMessage
-                                     ? add(Use::Write, attribute, device, answer)
-                                     : nullptr;
+    const ClientSocket* socket =
+        answer.type() == QDBusMessage::ReplyMessage ? add(Use::Write, attribute, device, answer) : nullptr;
     const AttCode refusal = answer.type() == QDBusMessage::ReplyMessage
                                 ? AttCode::UnlikelyError
                                 : attCodeOf(answer, AttCode::WriteNotPermitted, m_daemon->state().version);
@@ -204,8 +203,7 @@ ClientSocket* ClientSockets::add(Use use, const Attribute& attribute, const QStr
     if (answer.signature() != QLatin1String("hq")) {
         return nullptr;
     }
-    auto* socket =
-        new ClientSocket(answer.arguments().constFirst().value<QDBusUnixFileDescriptor>(), this);
+    auto* socket = new ClientSocket(answer.arguments().constFirst().value<QDBusUnixFileDescriptor>(), this);
     m_entries += Entry{use, attribute.sender, attribute.path, owner(device), socket};
     connect(socket, &ClientSocket::closed, this,
             [this, socket] { closeIf([socket](const Entry& entry) { return entry.socket == socket; }); });

@@ -38,8 +38,8 @@ public:
     void acquireNotify(const Attribute& attribute, const QString& device, const QVariantMap& options,
                        const Acquired& acquired);
     /**
-     * The end of a phone's subscription. Where it comes from a lost link, the real daemon closes the socket that
-     * was opened first, whosever it is.
+     * The end of a phone's subscription. Where it comes from a lost link, the real daemon closes the socket
+     * that was opened first, whosever it is.
      * @param isLast  whether no other phone is subscribed
      * @return whether it closed a socket
      */

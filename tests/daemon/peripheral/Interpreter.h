@@ -39,6 +39,11 @@ class Centrals;
  *     ended disconnect|switch [ERROR]                 how a call has ended
  *     onair NAME, offair NAME REASON                  what the keeper tells
  *
+ * and of what the commands in SocketCommands.cpp made:
+ *
+ *     notified NAME 0|1                   what notify() returned
+ *     counted NAME WAITS                  all numbers are sent; how often it had to wait for room
+ *
  * and of what the commands in PairingCommands.cpp made:
  *
  *     agent STATE                         the agent's state has changed
@@ -131,6 +136,14 @@ private:
     // include SERVICE INCLUDED
     void include(const QStringList& words);
 
+    // sockets CHARACTERISTIC [both-ways]: setTransport
+    void sockets(const QStringList& words);
+    // notify CHARACTERISTIC HEX|- [CENTRAL]: "-" is an empty value
+    void notifyOnce(const QStringList& words);
+    // notify-count CHARACTERISTIC COUNT BYTES: notify() with 0, 1, ... as 32-bit big-endian numbers in front
+    // of so many zeros, as fast as it goes
+    void notifyCount(const QStringList& words);
+
     // plim-advertisement NAME PATH
     void plimAdvertisement(const QStringList& words);
     // mode ADVERTISEMENT in-place|register: setUpdateMode
@@ -182,6 +195,7 @@ private:
     template <typename Request>
     std::function<void(Request)> handler(const QStringList& words);
     void beaconOnce(const QString& name, quint16 number, quint16 last, int interval);
+    void notifyFrom(const QString& name, quint32 number, quint32 count, int bytes, int waits);
     void countOnce(const QString& name, quint32 number, quint32 last, int interval);
 
     GattApplication* m_application = nullptr;

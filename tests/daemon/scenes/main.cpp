@@ -74,6 +74,8 @@ const Scene scenes[] = {
     {"pending", Scenes::pending, Always, "50 reads at once, each answered after a while"},
     {"subscribers", Scenes::subscribers, Always,
      "indications, subscribers, two centrals one after the other"},
+    {"sockets", Scenes::sockets, Always,
+     "notifications, confirmations and writes through sockets; a bonded central that comes back"},
     {"handles", Scenes::handles, Always, "equal UUIDs, handles that stay, included services"},
     {"standard", Scenes::standard, Always, "device information, a battery, the current time"},
     {"battery", Scenes::battery, Always, "a battery, as BlueZ shows it where it is the central"},

@@ -45,6 +45,7 @@ void errors();
 void requests();
 void pending();
 void subscribers();
+void sockets();
 void handles();
 void standard();
 void battery();
