@@ -128,7 +128,9 @@ qint64 plim::detail::AttSocket::unread()
         bytes += *length;
         ++packets;
     }
-    m_sent.erase(m_sent.begin(), m_sent.end() - std::ptrdiff_t(packets));
+    while (m_sent.size() > packets) {
+        m_sent.pop_front();
+    }
     return bytes;
 }
 

@@ -180,9 +180,7 @@ bool plim::Characteristic::notify(const Central& central, const QByteArray& valu
     if (m_sockets) {
         return m_sockets->notify(central, value);
     }
-    PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
-             central.path() << " has no socket for " << dbusPath() << ": " << value.size()
-                            << " bytes not sent");
+    PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO, central.path() << " has no socket for " << dbusPath());
     return false;
 }
 
