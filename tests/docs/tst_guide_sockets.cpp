@@ -21,7 +21,8 @@ private slots:
         const PlimBleTest ble;
         GattApplication app(nullptr, "/com/example/guide", "com.example.Guide");
         auto* service = plim::Service::create(&app, "c0de0001-5f2a-4d6b-9a57-1f6d0a3b000a");
-        auto* samples = Characteristic::create(service, "c0de0002-5f2a-4d6b-9a57-1f6d0a3b000a", Access().notify());
+        auto* samples =
+            Characteristic::create(service, "c0de0002-5f2a-4d6b-9a57-1f6d0a3b000a", Access().notify());
         samples->setTransport(Characteristic::Transport::Sockets); // before the application is added
         BleManager::instance()->add(&app);
         EVENTUALLY_COMPARE(ble.applications().size(), 1);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <memory>
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -52,8 +53,8 @@ public:
     /** Whether the library has closed its end. */
     bool isHungUp()
     {
-        char byte = 0;
-        return ::recv(m_descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+        pollfd state{m_descriptor, 0, 0};
+        return ::poll(&state, 1, 0) == 1 && (state.revents & POLLHUP);
     }
     void close()
     {

@@ -129,7 +129,8 @@ public:
      * application is added; otherwise it takes effect with the next registration.
      *
      * Whether values then go through the sockets depends on the subscribers: if one of them has no socket,
-     * all are notified over the bus. So each gets each value once.
+     * all are notified over the bus. So each gets each value once. An empty value always goes over the bus.
+     * Values that go different ways may overtake each other.
      *
      * Sockets also track the subscribers, see trackSubscribers(). They need BlueZ to tell its version, which
      * it does unless its configuration has another DeviceID. Once offered, they stay on the bus: after a

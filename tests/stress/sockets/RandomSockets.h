@@ -85,7 +85,10 @@ public:
 private:
     int pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(m_random); }
     QString anyDevice() { return pick(2) ? phonePath : tabletPath; }
-    Peer* anyPeer() { return m_peers.empty() ? nullptr : &m_peers.at(std::size_t(pick(int(m_peers.size())))); }
+    Peer* anyPeer()
+    {
+        return m_peers.empty() ? nullptr : &m_peers.at(std::size_t(pick(int(m_peers.size()))));
+    }
 
     /** The slots of the program, which sometimes delete the characteristic. */
     void watch()
@@ -186,8 +189,7 @@ private:
         if (packet.isEmpty() || packet.at(0) != 0) {
             return; // nothing, or what a central wrote, which is notified as well
         }
-        const qint64 number =
-            packet.size() < 8 ? -1 : qFromBigEndian<qint64>(packet.constData());
+        const qint64 number = packet.size() < 8 ? -1 : qFromBigEndian<qint64>(packet.constData());
         if (!peer.isNotified || packet.size() > 512 || number <= peer.last) {
             m_wrong = "a packet of %1 bytes with number %2 after %3"_qs.arg(packet.size())
                           .arg(number)
@@ -232,9 +234,9 @@ private:
         if (const int which = pick(4); which < 3) {
             m_scenario.bluez->send(m_scenario.path, members.at(which));
         } else {
-            m_scenario.bluez->send(m_scenario.path, "WriteValue"_qs,
-                                   {QByteArray(pick(700), 'y'),
-                                    FakeBluez::options(anyDevice(), "LE"_qs, quint16(pick(600)))});
+            m_scenario.bluez->send(
+                m_scenario.path, "WriteValue"_qs,
+                {QByteArray(pick(700), 'y'), FakeBluez::options(anyDevice(), "LE"_qs, quint16(pick(600)))});
         }
     }
 

@@ -1,6 +1,6 @@
-// Sockets for notifications and writes at random: closed at every moment, never read, packets of every length,
-// calls in every order, and slots that delete what they are called from. Looks at the end of each round whether
-// all is returned, and at each packet whether it is the next one.
+// Sockets for notifications and writes at random: closed at every moment, never read, packets of every
+// length, calls in every order, and slots that delete what they are called from. Looks at the end of each
+// round whether all is returned, and at each packet whether it is the next one.
 
 #include "Figures.h"
 #include "RandomSockets.h"

@@ -1,0 +1,177 @@
+#include "SocketScenario.h"
+
+#include <QPointer>
+#include <QSignalSpy>
+
+using plim::Access;
+using plim::Central;
+using plim::Characteristic;
+
+/** The end of objects and sockets in every slot and handler, and at every moment. */
+class tst_socket_lifetimes : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup() { m_scenario.reset(); }
+    void slotsMayDeleteTheCharacteristic_data();
+    void slotsMayDeleteTheCharacteristic();
+    void aHandlerMayDeleteTheCharacteristic();
+    void aDeletedCharacteristicClosesItsSockets();
+    void aSocketMayBeClosedBeforeItIsUsed();
+    void aSocketMayBeShutDownHalf_data();
+    void aSocketMayBeShutDownHalf();
+    void aHandlerMayRunAnEventLoop();
+    void theLastValueOfAClosedSocketIsHandled();
+
+private:
+    std::unique_ptr<SocketScenario> m_scenario;
+    Characteristic* m_characteristic = nullptr;
+};
+
+void tst_socket_lifetimes::init()
+{
+    m_scenario = std::make_unique<SocketScenario>(
+        Access().read().write().writeWithoutResponse().notify().indicate());
+    m_characteristic = m_scenario->characteristic;
+    QVERIFY(m_scenario->ready());
+}
+
+void tst_socket_lifetimes::slotsMayDeleteTheCharacteristic_data()
+{
+    QTest::addColumn<QString>("signal");
+    for (const char* signal : {"subscribed", "unsubscribed", "notifyStateChanged", "confirmed", "readyToWrite",
+                               "valueChanged", "PropertiesChanged"}) {
+        QTest::newRow(signal) << QString::fromLatin1(signal);
+    }
+}
+
+void tst_socket_lifetimes::slotsMayDeleteTheCharacteristic()
+{
+    QFETCH(QString, signal);
+    const QPointer<Characteristic> alive = m_characteristic;
+    const auto end = [this] { delete m_characteristic; };
+    const auto connectTo = [&](const char* name, auto member) {
+        if (signal == QLatin1String(name)) {
+            QObject::connect(m_characteristic, member, this, end);
+        }
+    };
+    connectTo("subscribed", &Characteristic::subscribed);
+    connectTo("unsubscribed", &Characteristic::unsubscribed);
+    connectTo("notifyStateChanged", &GattCharacteristic::notifyStateChanged);
+    connectTo("confirmed", &Characteristic::confirmed);
+    connectTo("readyToWrite", &Characteristic::readyToWrite);
+    connectTo("valueChanged", &GattCharacteristic::valueChanged);
+    connectTo("PropertiesChanged", &GattCharacteristic::PropertiesChanged);
+    const auto phone = m_scenario->subscribe();
+    const auto writer = m_scenario->socket("AcquireWrite"_qs);
+    while (alive && m_characteristic->notify("x")) {
+    }
+    if (phone) {
+        phone->readAll();
+        phone->write("\1");
+        phone->write("\1");
+    }
+    if (writer) {
+        writer->write("one");
+        writer->write("two");
+    }
+    QTest::qWait(20);
+    if (phone && alive) {
+        phone->close();
+    }
+    QTRY_VERIFY(!alive);
+    QVERIFY(!phone || phone->descriptor() < 0 || phone->isHungUp());
+    QVERIFY(!writer || writer->isHungUp());
+}
+
+void tst_socket_lifetimes::aHandlerMayDeleteTheCharacteristic()
+{
+    const QPointer<Characteristic> alive = m_characteristic;
+    m_characteristic->setWriteHandler([this](const plim::WriteRequest& request) {
+        delete m_characteristic;
+        request.accept();
+    });
+    const auto writer = m_scenario->socket("AcquireWrite"_qs);
+    writer->write("one");
+    writer->write("two");
+    QTRY_VERIFY(!alive);
+}
+
+void tst_socket_lifetimes::aDeletedCharacteristicClosesItsSockets()
+{
+    const auto phone = m_scenario->subscribe();
+    const auto writer = m_scenario->socket("AcquireWrite"_qs);
+    m_characteristic->notify("last");
+    delete m_characteristic;
+    QCOMPARE(phone->read(), QByteArray("last"));
+    QVERIFY(phone->isHungUp());
+    QVERIFY(writer->isHungUp());
+}
+
+void tst_socket_lifetimes::aSocketMayBeClosedBeforeItIsUsed()
+{
+    for (int i = 0; i < 20; ++i) {
+        m_scenario->subscribe().reset();
+        m_scenario->socket("AcquireWrite"_qs).reset();
+        m_characteristic->notify("one");
+        m_characteristic->notify(Central(phonePath), "two");
+    }
+    QTRY_VERIFY(!m_characteristic->notifying());
+    QCOMPARE(m_characteristic->subscribers(), QList<Central>());
+    QTRY_VERIFY(!m_characteristic->property("WriteAcquired").toBool());
+}
+
+void tst_socket_lifetimes::aSocketMayBeShutDownHalf_data()
+{
+    QTest::addColumn<int>("how");
+    QTest::newRow("what BlueZ reads") << int(SHUT_RD);
+    QTest::newRow("what BlueZ writes") << int(SHUT_WR);
+    QTest::newRow("both") << int(SHUT_RDWR);
+}
+
+void tst_socket_lifetimes::aSocketMayBeShutDownHalf()
+{
+    QFETCH(int, how);
+    const auto phone = m_scenario->subscribe();
+    ::shutdown(phone->descriptor(), how);
+    if (how == SHUT_RD) {
+        QVERIFY(m_characteristic->notify("nobody reads it"));
+        phone->close();
+    }
+    QTRY_COMPARE(m_characteristic->subscribers(), QList<Central>());
+    QVERIFY(!m_characteristic->notifying());
+}
+
+void tst_socket_lifetimes::aHandlerMayRunAnEventLoop()
+{
+    QByteArrayList values;
+    m_characteristic->setWriteHandler([&](const plim::WriteRequest& request) {
+        values << request.value();
+        if (values.size() == 1) {
+            QTest::qWait(20);
+        }
+        request.accept();
+    });
+    const auto writer = m_scenario->socket("AcquireWrite"_qs);
+    writer->write("one");
+    writer->write("two");
+    QTRY_COMPARE(values, (QByteArrayList{"one", "two"}));
+}
+
+void tst_socket_lifetimes::theLastValueOfAClosedSocketIsHandled()
+{
+    QByteArrayList values;
+    m_characteristic->setWriteHandler([&](const plim::WriteRequest& request) { values << request.value(); });
+    auto writer = m_scenario->socket("AcquireWrite"_qs);
+    for (int i = 0; i < 100; ++i) {
+        QVERIFY(writer->write(QByteArray::number(i)));
+    }
+    writer.reset();
+    QTRY_COMPARE(values.size(), 100);
+    QCOMPARE(values.last(), QByteArray("99"));
+}
+
+QTEST_GUILESS_MAIN(tst_socket_lifetimes)
+#include "tst_socket_lifetimes.moc"
