@@ -32,8 +32,8 @@ private:
 
 void tst_socket_lifetimes::init()
 {
-    m_scenario = std::make_unique<SocketScenario>(
-        Access().read().write().writeWithoutResponse().notify().indicate());
+    m_scenario =
+        std::make_unique<SocketScenario>(Access().read().write().writeWithoutResponse().notify().indicate());
     m_characteristic = m_scenario->characteristic;
     QVERIFY(m_scenario->ready());
 }
@@ -41,8 +41,8 @@ void tst_socket_lifetimes::init()
 void tst_socket_lifetimes::slotsMayDeleteTheCharacteristic_data()
 {
     QTest::addColumn<QString>("signal");
-    for (const char* signal : {"subscribed", "unsubscribed", "notifyStateChanged", "confirmed", "readyToWrite",
-                               "valueChanged", "PropertiesChanged"}) {
+    for (const char* signal : {"subscribed", "unsubscribed", "notifyStateChanged", "confirmed",
+                               "readyToWrite", "valueChanged", "PropertiesChanged"}) {
         QTest::newRow(signal) << QString::fromLatin1(signal);
     }
 }

@@ -47,6 +47,7 @@ enum Opcode : quint8
     ValueNotification = 0x1b,
     ValueIndication = 0x1d,
     ValueConfirmation = 0x1e,
+    MultipleValueNotification = 0x23,
     WriteCommand = 0x52
 };
 constexpr quint8 attributeNotFound = 0x0a;
@@ -221,6 +222,11 @@ void AttClient::take(const QByteArray& received)
         m_notifications << Notification{number(received, 1), received.mid(3), opcode == ValueIndication};
         if (opcode == ValueIndication && m_confirming) {
             send(packet(ValueConfirmation));
+        }
+    } else if (opcode == MultipleValueNotification) {
+        for (int at = 1; at + 4 <= received.size(); at += 4 + number(received, at + 2)) {
+            m_notifications << Notification{number(received, at),
+                                            received.mid(at + 4, number(received, at + 2)), false};
         }
     } else if (opcode % 2 == 1) {
         m_response = received;
