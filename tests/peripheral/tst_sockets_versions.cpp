@@ -124,10 +124,12 @@ void tst_sockets_versions::aSecondRequestOfACentralIsRefused()
     QCOMPARE(again.errorMessage(), "0x0e"_qs);
     QVERIFY(m_characteristic->notify("one"));
     QCOMPARE(phone->readAll(), QByteArrayList{"one"});
+    QSignalSpy unsubscribed(m_characteristic, &Characteristic::unsubscribed);
     phone->close();
     const auto next = m_scenario->subscribe(); // the hang-up is perhaps not known yet
     QVERIFY(next);
-    QTRY_COMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});
+    QTRY_COMPARE(unsubscribed.size(), 1);
+    QCOMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});
     QVERIFY(m_characteristic->notify("two"));
     QCOMPARE(next->readAll(), QByteArrayList{"two"});
 }

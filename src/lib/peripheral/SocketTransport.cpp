@@ -273,8 +273,10 @@ void plim::detail::SocketTransport::on_notifyClosed(AttSocket* socket)
     m_missed.removeAll(central);
     const QPointer<SocketTransport> self = this;
     stopNotifying(central);
-    // A single socket is closed at the end of the last subscription, and not before.
-    if (self && !m_isSingle) {
+    if (self && hasSocket(central)) {
+        startNotifying(central); // it has subscribed again before this was known
+    } else if (self && !m_isSingle) {
+        // A single socket is closed at the end of the last subscription, and not before.
         m_lost->noteClosed(central);
     }
 }
