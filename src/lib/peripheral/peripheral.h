@@ -21,6 +21,7 @@
 #include <plim/peripheral/PairingRequest.h>
 #include <plim/peripheral/ReadRequest.h>
 #include <plim/peripheral/Service.h>
+#include <plim/peripheral/Stream.h>
 #include <plim/peripheral/WriteRequest.h>
 #include <plim/peripheral/problems.h>
 #include <plim/peripheral/standard.h>
