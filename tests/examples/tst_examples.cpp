@@ -339,6 +339,38 @@ private slots:
         QCOMPARE(phone.error(), "0x05 Insufficient Authentication");
     }
 
+    void serialConsole()
+    {
+        PlimBleTest ble;
+        Example example("example-11-serial-console");
+        EVENTUALLY_COMPARE(ble.applications(), QStringList("/com/example/console"));
+        EVENTUALLY_COMPARE(ble.advertisements(), QStringList("/com/example/console/advertisement"));
+        const QString rx = ble.find("6e400002-b5a3-f393-e0a9-e50e24dcca9e");
+        const QString tx = ble.find("6e400003-b5a3-f393-e0a9-e50e24dcca9e");
+        PlimBleTest::Phone phone;
+        QByteArray expected = "welcome, type help\n";
+        const auto screen = [&] { return phone.notifications(tx).join(); };
+        phone.subscribe(tx);
+        EVENTUALLY_COMPARE(screen(), expected);
+        EVENTUALLY_VERIFY(example.says("a phone: /org/bluez/hci0/dev_00_AA_01_01_00_02"));
+
+        phone.write(rx, "help\r\nled ");
+        expected += "help, uptime, led on|off, echo TEXT\n";
+        EVENTUALLY_COMPARE(screen(), expected);
+        phone.writeWithoutResponse(rx, "on\n");
+        phone.write(rx, "led off\nled blue\necho good  day\n");
+        expected += "ok\nok\nerror: type help\ngood  day\n";
+        EVENTUALLY_COMPARE(screen(), expected);
+        EVENTUALLY_VERIFY(example.says("led on\nled off\n"));
+        for (int i = 0; i < 3; ++i) {
+            phone.write(rx, QByteArray(500, 'x')); // is not kept
+        }
+        phone.write(rx, "uptime\nled");
+        EVENTUALLY_VERIFY(screen().mid(expected.size()).startsWith("up for ") && screen().endsWith(" s\n"));
+        phone.unsubscribe(tx);
+        EVENTUALLY_VERIFY(example.says("the phone has gone, 0 bytes not sent, 3 bytes not read"));
+    }
+
     void demo()
     {
         PlimBleTest ble;
