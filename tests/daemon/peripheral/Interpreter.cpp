@@ -89,6 +89,9 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"bonds", &Interpreter::bonds},
     {"forget", &Interpreter::forget},
     {"decide", &Interpreter::decide},
+    {"stream", &Interpreter::stream},
+    {"stream-send", &Interpreter::streamSend},
+    {"stream-state", &Interpreter::streamState},
     {"nothing", &Interpreter::nothing},
 };
 

@@ -55,6 +55,13 @@ class Centrals;
  *     bond-removed CENTRAL
  *     forgotten CENTRAL [ERROR]
  *     all-forgotten [ERROR]
+ *
+ * and of what the commands in StreamCommands.cpp made:
+ *
+ *     stream NAME connected CENTRAL
+ *     stream NAME disconnected CENTRAL UNSENT UNREAD      in bytes
+ *     stream NAME state RECEIVED WRONG LEFT REJECTED      the answer to "stream-state": bytes received, where
+ *                                                         the first wrong ones began or -1, bytes to send
  */
 class Interpreter : public QObject
 {
@@ -175,6 +182,14 @@ private:
     void bonds(const QStringList& words);
     // forget CENTRAL|all
     void forget(const QStringList& words);
+
+    // stream NAME [acknowledged] [indicate]: a serial stream that checks what it reads; with writes that wait
+    // for their answer, and with indications
+    void stream(const QStringList& words);
+    // stream-send NAME BYTES
+    void streamSend(const QStringList& words);
+    // stream-state NAME: prints it
+    void streamState(const QStringList& words);
 
     // nothing: only the answer, which says that everything printed before has been printed
     void nothing(const QStringList&) {}

@@ -92,6 +92,8 @@ const Scene scenes[] = {
     {"repairnumbers", Scenes::repairNumbers, Long, "the same with a comparison of numbers"},
     {"typing", Scenes::typing, Long, "pairing with a passkey that is typed on the device: the same"},
     {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
+    {"console", Scenes::console, Always, "example 11, a serial console, as a phone types and reads"},
+    {"stream", Scenes::stream, Long, "a serial stream: a megabyte each way, a link that is lost meanwhile"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
 };
 

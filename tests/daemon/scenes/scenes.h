@@ -60,6 +60,8 @@ void repairConfirmed();
 void repairAlways();
 void repairNumbers();
 void diary();
+void console();
+void stream();
 void demo();
 
 } // namespace Scenes

@@ -1,0 +1,157 @@
+// A serial stream, and the console that is built on it.
+
+#include "AttClient.h"
+#include "Bluetooth.h"
+#include "Child.h"
+#include "Expect.h"
+#include "ProductStage.h"
+#include "StreamPattern.h"
+#include "scenes.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+namespace {
+
+const QString rx = QStringLiteral("6e400002-b5a3-f393-e0a9-e50e24dcca9e");
+const QString tx = QStringLiteral("6e400003-b5a3-f393-e0a9-e50e24dcca9e");
+
+constexpr int megabyte = 1 << 20;
+constexpr int longestWrite = 512;
+constexpr int patienceSeconds = 300;
+
+/** The bytes of the notifications that came so far. */
+QByteArray received(const AttClient& phone)
+{
+    QByteArray bytes;
+    for (const AttClient::Notification& notification : phone.notifications()) {
+        bytes += notification.value;
+    }
+    return bytes;
+}
+
+int receivedSize(const AttClient& phone)
+{
+    int size = 0;
+    for (const AttClient::Notification& notification : phone.notifications()) {
+        size += int(notification.value.size());
+    }
+    return size;
+}
+
+/** What the peripheral says of its stream: bytes received, where wrong, left to send, rejected. */
+QStringList state(Peripheral& peripheral)
+{
+    peripheral.tell("stream-state serial");
+    return peripheral.told("stream serial state")
+        .value(peripheral.told("stream serial state").size() - 1)
+        .split(' ');
+}
+
+void noteSpeed(const QString& what, qint64 bytes, const QElapsedTimer& time)
+{
+    const double seconds = double(time.elapsed()) / 1000;
+    Expect::note(QString("%1: %2 bytes in %3 s, %4 kB/s")
+                     .arg(what)
+                     .arg(bytes)
+                     .arg(seconds, 0, 'f', 1)
+                     .arg(double(bytes) / 1000 / seconds, 0, 'f', 1));
+}
+
+void sendToPhone(ProductStage& stage, int bytes)
+{
+    const int before = receivedSize(stage.central);
+    QElapsedTimer time;
+    time.start();
+    stage.peripheral.tell(QString("stream-send serial %1").arg(bytes));
+    Expect::waitFor([&] { return receivedSize(stage.central) >= before + bytes; }, patienceSeconds);
+    noteSpeed("to the phone", bytes, time);
+    Expect::that(received(stage.central).mid(before) == StreamPattern::bytes(0, bytes),
+                 "all bytes arrive at the phone, in order, once",
+                 QString("%1 arrived").arg(receivedSize(stage.central) - before));
+}
+
+void sendFromPhone(ProductStage& stage, int bytes)
+{
+    const quint16 handle = stage.central.handle(rx);
+    QElapsedTimer time;
+    time.start();
+    int errors = 0;
+    for (int at = 0; at < bytes; at += longestWrite) {
+        const QByteArray part = StreamPattern::bytes(at, qMin(longestWrite, bytes - at));
+        errors += stage.central.write(handle, part).error != 0 ? 1 : 0;
+    }
+    Expect::equal(errors, 0, "no write is rejected");
+    Expect::waitFor([&] { return state(stage.peripheral).value(0).toInt() >= bytes; });
+    noteSpeed("from the phone", bytes, time);
+    const QStringList all{QString::number(bytes), "-1", "0", "0"};
+    Expect::equal(state(stage.peripheral), all, "all bytes arrive at the stream, in order, once");
+}
+
+} // namespace
+
+void Scenes::stream()
+{
+    ProductStage stage({"stream serial acknowledged"});
+    AttClient& phone = stage.central;
+    phone.connectDevice();
+    Expect::equal(phone.write(phone.handle(rx), "early").error, 0x82,
+                  "a write before the subscription gets 0x82");
+    Expect::equal(phone.subscribe(phone.handle(tx), 1).error, 0, "the phone subscribes");
+    Expect::eventually(
+        [&] { return stage.peripheral.told("stream serial connected") == QStringList{stage.centralPath()}; },
+        "the stream opens for it");
+    sendToPhone(stage, megabyte);
+    sendFromPhone(stage, megabyte);
+
+    stage.peripheral.tell(QString("stream-send serial %1").arg(megabyte));
+    const int before = receivedSize(phone);
+    Expect::require([&] { return receivedSize(phone) > before; }, "the first bytes of another megabyte");
+    phone.disconnectDevice();
+    Expect::eventually([&] { return stage.peripheral.told("stream serial disconnected").size() == 1; },
+                       "the link is lost in the middle, and the stream ends");
+    const QStringList end = stage.peripheral.told("stream serial disconnected").value(0).split(' ');
+    Expect::that(end.value(1).toLongLong() > 0, "it tells that bytes were not sent", end.join(' '));
+    Expect::note(end.value(1) + " bytes were not sent");
+    phone.connectDevice();
+    Expect::equal(phone.subscribe(phone.handle(tx), 1).error, 0, "the phone subscribes again");
+    Expect::eventually([&] { return stage.peripheral.told("stream serial connected").size() == 2; },
+                       "the stream opens again");
+    sendToPhone(stage, megabyte / 16);
+    sendFromPhone(stage, megabyte / 16);
+}
+
+void Scenes::console()
+{
+    Bluetooth bluetooth(QByteArray(), Bluetooth::LowEnergy);
+    const QString phonePath = devicePath(bluetooth.device(), bluetooth.phoneAddress());
+    const Child example("example", "stdbuf",
+                        {"-oL", QCoreApplication::applicationDirPath() + "/example-11-serial-console"});
+    AttClient phone(bluetooth.phoneAddress(), bluetooth.deviceAddress());
+    phone.connectDevice();
+    const quint16 keyboard = phone.handle(rx);
+    QByteArray expected;
+    const auto expectScreen = [&](const QByteArray& line, const QString& what) {
+        expected += line;
+        Expect::eventually([&] { return received(phone) == expected; }, what,
+                           [&] { return QString::fromUtf8(received(phone)); });
+    };
+    Expect::equal(phone.subscribe(phone.handle(tx), 1).error, 0, "the phone opens the console");
+    expectScreen("welcome, type help\n", "which greets it");
+    Expect::that(example.wrote("a phone: " + phonePath), "the example says who it is");
+    Expect::equal(phone.write(keyboard, "help\r\n").error, 0, "the phone asks for help");
+    expectScreen("help, uptime, led on|off, echo TEXT\n", "and gets it");
+    phone.command(keyboard, "led ");
+    phone.command(keyboard, "on\n");
+    expectScreen("ok\n", "a line in two parts, written without response, is answered");
+    Expect::eventually([&] { return example.wrote("led on"); }, "and carried out");
+    const QByteArray text(200, 'x');
+    Expect::equal(phone.write(keyboard, "echo " + text + "\necho end\n").error, 0,
+                  "the phone sends two lines");
+    expectScreen(text + "\nend\n", "both are answered");
+    phone.disconnectDevice();
+    Expect::eventually(
+        [&] { return example.wrote("the phone has gone, 0 bytes not sent, 0 bytes not read"); },
+        "the example hears that the phone has gone");
+    Expect::that(!example.wrote("ERROR"), "no error is logged", example.text());
+}
