@@ -457,9 +457,11 @@ void tst_stream::indicationsWaitForConfirmations()
     phone.read(m_tx); // behind all that was sent so far
     QCOMPARE(phone.notifications(m_tx).size(), 1);
     QCOMPARE(m_stream->bytesToWrite(), 3000);
+    QSignalSpy written(m_stream.get(), &Stream::bytesWritten);
     phone.confirmIndications(true);
     EVENTUALLY_COMPARE(m_stream->bytesToWrite(), 0);
     EVENTUALLY_COMPARE(received(phone), bytes);
+    QCOMPARE(written.size(), 6); // one for each
 }
 
 void tst_stream::itWaitsForBytes()
@@ -486,6 +488,15 @@ void tst_stream::waitingEndsWithTheConnection()
     QTimer::singleShot(0, this, [&] { phone.unsubscribe(m_tx); });
     QVERIFY(!m_stream->waitForReadyRead(-1));
     phone.subscribe(m_tx);
+    PlimBleTest::Phone tablet("00:AA:01:01:00:03");
+    tablet.subscribe(m_tx);
+    // The next one's bytes are not those that were waited for.
+    QTimer::singleShot(0, this, [&] {
+        m_stream->close();
+        tablet.write(m_rx, "mine");
+    });
+    QVERIFY(!m_stream->waitForReadyRead(-1));
+    QCOMPARE(m_stream->central(), Central(tablet.device()));
     QTimer::singleShot(0, this, [&] { m_stream.reset(); });
     QVERIFY(!m_stream->waitForReadyRead(-1));
 }

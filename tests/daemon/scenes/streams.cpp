@@ -17,7 +17,7 @@ const QString rx = QStringLiteral("6e400002-b5a3-f393-e0a9-e50e24dcca9e");
 const QString tx = QStringLiteral("6e400003-b5a3-f393-e0a9-e50e24dcca9e");
 
 constexpr int megabyte = 1 << 20;
-constexpr int longestWrite = 512;
+constexpr int longestWrite = 510; // of 5.66
 constexpr int patienceSeconds = 300;
 
 /** The bytes of the notifications that came so far. */
