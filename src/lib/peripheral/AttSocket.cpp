@@ -134,10 +134,17 @@ qint64 plim::detail::AttSocket::unread()
     return bytes;
 }
 
+void plim::detail::AttSocket::setReading(bool isReading)
+{
+    if (m_incoming) {
+        m_incoming->setEnabled(isReading);
+    }
+}
+
 void plim::detail::AttSocket::read()
 {
     const QPointer<AttSocket> self = this;
-    for (int i = 0; i < packetsInARow && self && isOpen(); ++i) {
+    for (int i = 0; i < packetsInARow && self && isOpen() && m_incoming->isEnabled(); ++i) {
         QByteArray packet;
         switch (receive(packet)) {
         case Received::Packet:

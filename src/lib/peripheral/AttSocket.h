@@ -50,6 +50,12 @@ public:
     /** The bytes of the packets that were sent, and that the other end has not read. */
     qint64 unread();
 
+    /** Whether packets are received. While they are not, the other end finds the socket full after a while,
+     * and its closing is not noticed. */
+    void setReading(bool isReading);
+    /** Receives what is there, up to some packets, without the event loop. */
+    void read();
+
 signals:
     void received(const QByteArray& packet);
     /** A packet of more than 512 bytes was received and dropped. */
@@ -68,7 +74,6 @@ private:
         End
     };
 
-    void read();
     Received receive(QByteArray& packet) const;
     void close();
     void on_writable();

@@ -20,11 +20,14 @@
 
 namespace plim {
 
+class Stream;
+
 namespace detail {
 class AttributeServer;
 class BluezObjects;
 class LinkMtus;
 class SocketTransport;
+class StreamOutput;
 class TreeProblems;
 } // namespace detail
 
@@ -211,7 +214,9 @@ public slots:
     QDBusVariant Get(const QString& interface, const QString& name);
 
 private:
+    friend class detail::StreamOutput;
     friend class detail::TreeProblems;
+    friend class Stream;
 
     Characteristic(GattService* service, const QString& uuid, const QString& dbusPath, const Access& access,
                    GattCharacteristic* control);

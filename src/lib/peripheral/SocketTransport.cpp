@@ -216,13 +216,32 @@ void plim::detail::SocketTransport::send(const QByteArray& value)
 bool plim::detail::SocketTransport::notify(const Central& central, const QByteArray& value)
 {
     AttSocket* socket = socketFor(central);
-    if (!socket || value.isEmpty() || (m_isShared && !isTheOnlyCentral(central))) {
+    if (value.isEmpty() || !reachesAlone(central)) {
         PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
                  value.size() << " bytes of " << m_characteristic->dbusPath() << " cannot be sent to "
                               << central.path() << " alone");
         return false;
     }
     return socket->send(value.left(maximumAttributeSize)) == AttSocket::Sent::Yes;
+}
+
+bool plim::detail::SocketTransport::reachesAlone(const Central& central) const
+{
+    return socketFor(central) && (!m_isShared || isTheOnlyCentral(central));
+}
+
+void plim::detail::SocketTransport::setReading(const Central& central, bool isReading)
+{
+    if (AttSocket* socket = find(m_writing, central)) {
+        socket->setReading(isReading);
+    }
+}
+
+void plim::detail::SocketTransport::read(const Central& central)
+{
+    if (AttSocket* socket = find(m_writing, central)) {
+        socket->read();
+    }
 }
 
 qint64 plim::detail::SocketTransport::unread(const Central& central) const

@@ -71,6 +71,13 @@ public:
     /** The bytes that BlueZ has not read yet. */
     qint64 unread(const Central& central) const;
 
+    /** Whether notify() reaches a central through a socket, and nobody else. */
+    bool reachesAlone(const Central& central) const;
+    /** Whether the writes of a central are read from its socket. */
+    void setReading(const Central& central, bool isReading);
+    /** Reads the writes of a central that wait in its socket, up to some. */
+    void read(const Central& central);
+
     /** Closes all sockets, after the end of all subscriptions. */
     void closeAll();
 

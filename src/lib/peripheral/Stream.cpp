@@ -3,8 +3,9 @@
 #include "AttLimits.h"
 #include "BluezObjects.h"
 #include "ByteQueue.h"
-#include "Characteristic.h"
+#include "DaemonVersion.h"
 #include "Service.h"
+#include "SocketTransport.h"
 #include "StreamOutput.h"
 
 #include "BluezInterfaces.h"
@@ -38,7 +39,8 @@ plim::Stream::Stream(GattApplication* application, const StreamService& service,
       m_bluez(detail::BluezObjects::shared()),
       m_received(new detail::ByteQueue),
       m_readBufferSize(usualBufferSize),
-      m_writeBufferSize(usualBufferSize)
+      m_writeBufferSize(usualBufferSize),
+      m_transport(service.transport)
 {
     const QPointer<Service> owner = Service::create(application, service.service);
     if (owner) {
@@ -60,6 +62,10 @@ plim::Stream::Stream(GattApplication* application, const StreamService& service,
         }
     });
     m_tx->trackSubscribers();
+    m_tx->setTransport(m_transport);
+    m_rx->setTransport(m_transport);
+    chooseTransportOfWrites();
+    plim::connect(m_bluez.get(), &detail::BluezObjects::objectAdded, this, &Stream::chooseTransportOfWrites);
     plim::connect(m_tx.data(), &Characteristic::subscribed, this, &Stream::on_subscribed);
     plim::connect(m_tx.data(), &Characteristic::unsubscribed, this, &Stream::on_unsubscribed);
     plim::connect(m_tx.data(), &QObject::destroyed, this, &Stream::end);
@@ -159,13 +165,17 @@ bool plim::Stream::waitFor(const quint64& counter, int msecs)
 
 qint64 plim::Stream::readData(char* data, qint64 maxSize)
 {
-    return m_received->take(data, maxSize);
+    const qint64 count = m_received->take(data, maxSize);
+    if (m_isPaused) {
+        QMetaObject::invokeMethod(this, &Stream::resume, Qt::QueuedConnection);
+    }
+    return count;
 }
 
 qint64 plim::Stream::readLineData(char* data, qint64 maxSize)
 {
     const qint64 line = m_received->lineSize();
-    return m_received->take(data, line < 0 ? maxSize : std::min(line, maxSize));
+    return readData(data, line < 0 ? maxSize : std::min(line, maxSize));
 }
 
 qint64 plim::Stream::writeData(const char* data, qint64 maxSize)
@@ -235,7 +245,7 @@ void plim::Stream::begin()
 
 void plim::Stream::end()
 {
-    if (!isOpen() || m_isEnding) {
+    if (!isOpen() || m_isEnding || !receiveRest() || !isOpen() || m_isEnding) {
         return;
     }
     m_isEnding = true;
@@ -258,6 +268,7 @@ void plim::Stream::end()
         return;
     }
     setOpenMode(NotOpen);
+    pause(false);
     const qint64 unsent = m_output->end();
     const Central central = std::exchange(m_central, Central());
     m_isEnding = false;
@@ -267,6 +278,20 @@ void plim::Stream::end()
     emit disconnected(central, unsent, unread);
     if (self) {
         begin();
+    }
+}
+
+/** Older versions have one socket for all centrals, and it does not tell who writes. */
+void plim::Stream::chooseTransportOfWrites()
+{
+    const QStringList adapters = m_bluez->paths(BluezInterfaces::Adapter);
+    const bool tellsCentral = std::all_of(adapters.begin(), adapters.end(), [this](const QString& adapter) {
+        return detail::daemonVersion(
+                   m_bluez->value(adapter, BluezInterfaces::Adapter, QStringLiteral("Modalias"))
+                       .toString()) >= detail::firstWithSocketPerCentral;
+    });
+    if (m_rx) {
+        m_rx->setTransport(tellsCentral ? m_transport : Characteristic::Transport::Bus);
     }
 }
 
@@ -283,11 +308,42 @@ void plim::Stream::receive(const WriteRequest& request)
     }
     m_received->append(bytes);
     ++m_arrivals;
+    if (bytesAvailable() + detail::maximumAttributeSize > m_readBufferSize) {
+        pause(true);
+    }
     const QPointer<Stream> self = this;
     request.accept();
     if (self && !bytes.isEmpty()) {
         announce();
     }
+}
+
+/** Stops reading the socket, if there is one, before a packet does not fit, or reads it again. */
+void plim::Stream::pause(bool isPaused)
+{
+    m_isPaused = isPaused;
+    if (m_rx && m_rx->m_sockets) {
+        m_rx->m_sockets->setReading(m_central, !isPaused);
+    }
+}
+
+void plim::Stream::resume()
+{
+    if (m_isPaused && bytesAvailable() <= m_readBufferSize / 2) {
+        pause(false);
+    }
+}
+
+/** What was written before the end may still wait in the socket. @return false if this object has ended */
+bool plim::Stream::receiveRest()
+{
+    const QPointer<Stream> self = this;
+    quint64 before = m_arrivals - 1;
+    while (self && before != m_arrivals && !m_isPaused && m_rx && m_rx->m_sockets) {
+        before = m_arrivals;
+        m_rx->m_sockets->read(m_central);
+    }
+    return self;
 }
 
 void plim::Stream::reject(const WriteRequest& request, Refusal reason)

@@ -2,6 +2,7 @@
 
 #include "Access.h"
 #include "Central.h"
+#include "Characteristic.h"
 #include "PlimPeripheralExport.h"
 
 #include <QIODevice>
@@ -14,9 +15,6 @@
 class GattApplication;
 
 namespace plim {
-
-class Characteristic;
-class WriteRequest;
 
 namespace detail {
 class BluezObjects;
@@ -34,6 +32,8 @@ struct StreamService
     Access rxAccess = Access().write().writeWithoutResponse();
     /** notify() or indicate(). Indications are confirmed one by one: slower, but always in order. */
     Access txAccess = Access().notify();
+    /** Sockets are faster, and make a central that writes too fast wait. */
+    Characteristic::Transport transport = Characteristic::Transport::Bus;
 };
 
 /**
@@ -51,8 +51,9 @@ struct StreamService
  * to TX until it unsubscribes, its link ends, close() is called, or an attribute is deleted. A central that
  * subscribes meanwhile waits, and its writes are rejected with the error OtherCentral. When the first one has
  * gone, the stream opens for the one that has waited longest. Over the bus, BlueZ also sends it the
- * notifications that are meant for the first one. A bonded central that has left without unsubscribing is
- * served again as soon as it is connected; let it write first, since BlueZ may not be ready to notify it.
+ * notifications that are meant for the first one, and before 5.76 always. A bonded central that has left
+ * without unsubscribing is served again as soon as it is connected; let it write first, since BlueZ may not
+ * be ready to notify it.
  *
  * **What is not transferred.** At the end of a connection, disconnected() tells how many bytes the central
  * was not sent, and how many nobody has read; both are dropped. In slots of readChannelFinished(), what was
@@ -173,7 +174,11 @@ private:
     void on_taken(qint64 bytes);
     void begin();
     void end();
+    void chooseTransportOfWrites();
     void receive(const WriteRequest& request);
+    void pause(bool isPaused);
+    void resume();
+    bool receiveRest();
     void reject(const WriteRequest& request, Refusal reason);
     void announce();
     bool waitFor(const quint64& counter, int msecs);
@@ -188,6 +193,8 @@ private:
     qint64 m_readBufferSize;
     qint64 m_writeBufferSize;
     qint64 m_rejectedBytes = 0;
+    const Characteristic::Transport m_transport;
+    bool m_isPaused = false; ///< nothing is read from the socket of m_central's writes
     bool m_isEnding = false;
     bool m_isAnnouncing = false; ///< readyRead() is being emitted
     quint64 m_connections = 0;

@@ -3,6 +3,7 @@
 #include "AttLimits.h"
 #include "BluezObjects.h"
 #include "Characteristic.h"
+#include "SocketTransport.h"
 #include "plim.h"
 
 #include <QTimer>
@@ -13,6 +14,10 @@ namespace {
 
 /** Enough to use a link fully, few enough not to fill BlueZ's memory. */
 constexpr int valuesOfAGroup = 8;
+
+/** Packets that are sent before other events have their turn. */
+constexpr int packetsInARow = 64;
+
 constexpr int askAgainMs = 1000;
 
 bool onlyIndicates(const plim::Characteristic* characteristic)
@@ -28,6 +33,7 @@ plim::detail::StreamOutput::StreamOutput(Characteristic* characteristic)
       m_indicates(onlyIndicates(characteristic))
 {
     plim::connect(characteristic, &GattCharacteristic::notifyStateChanged, this, &StreamOutput::schedule);
+    plim::connect(characteristic, &Characteristic::readyToWrite, this, &StreamOutput::schedule);
     plim::connect(characteristic, &Characteristic::confirmed, this, [this] {
         if (m_indicates && m_onTheWay > 0) {
             on_taken();
@@ -58,9 +64,16 @@ void plim::detail::StreamOutput::add(const QByteArray& bytes)
     schedule();
 }
 
-int plim::detail::StreamOutput::pieceSize() const
+/** Whether there is a socket whose packets reach this central only. */
+bool plim::detail::StreamOutput::hasSocket() const
 {
-    return std::min(m_characteristic->maximumLength(m_central), maximumAttributeSize);
+    return m_characteristic->m_sockets && m_characteristic->m_sockets->reachesAlone(m_central);
+}
+
+/** The next bytes for one packet of the link. */
+QByteArray plim::detail::StreamOutput::piece() const
+{
+    return m_queue.head(std::min(m_characteristic->maximumLength(m_central), maximumAttributeSize));
 }
 
 /** What is added until the event loop runs shares packets. */
@@ -75,9 +88,38 @@ void plim::detail::StreamOutput::schedule()
 void plim::detail::StreamOutput::send()
 {
     m_isScheduled = false;
-    if (m_onTheWay > 0) {
+    if (!m_characteristic || m_isSending || m_onTheWay > 0) {
         return;
     }
+    if (hasSocket()) {
+        sendThroughSocket();
+    } else {
+        sendOverBus();
+    }
+}
+
+void plim::detail::StreamOutput::sendThroughSocket()
+{
+    qint64 bytes = 0;
+    int count = 0;
+    for (; count < packetsInARow && !m_queue.isEmpty(); ++count) {
+        const QByteArray packet = piece();
+        if (!m_characteristic->notify(m_central, packet)) {
+            break; // readyToWrite() or the end of the socket follows
+        }
+        m_queue.drop(packet.size());
+        bytes += packet.size();
+    }
+    if (count == packetsInARow) {
+        schedule(); // after other events
+    }
+    if (bytes > 0) {
+        emit taken(bytes);
+    }
+}
+
+void plim::detail::StreamOutput::sendOverBus()
+{
     const QPointer<StreamOutput> self = this;
     const quint64 group = m_group;
     const int mostValues = m_indicates ? 1 : valuesOfAGroup;
@@ -86,13 +128,19 @@ void plim::detail::StreamOutput::send()
         if (!m_characteristic || !m_characteristic->notifying()) {
             break;
         }
-        const QByteArray piece = m_queue.head(pieceSize());
-        m_queue.drop(piece.size());
-        m_onTheWay += piece.size();
-        m_characteristic->setValue(piece);
-        if (!self || group != m_group) {
+        const QByteArray value = piece();
+        m_isSending = true;
+        // Other subscribers may have a socket, through which this one is reached, too.
+        const bool isSent = m_characteristic->notify(value);
+        if (!self) {
             return; // a slot has ended the stream
         }
+        m_isSending = false;
+        if (!isSent || group != m_group) {
+            break;
+        }
+        m_queue.drop(value.size());
+        m_onTheWay += value.size();
     }
     if (m_onTheWay > 0 && !m_indicates) {
         askWhetherTaken(m_group);

@@ -19,9 +19,9 @@ class BluezObjects;
 /**
  * Sends bytes to one central as values of a characteristic, no faster than they are taken.
  *
- * The bus itself never says that BlueZ has too much. So an indication waits for the confirmation of the one
- * before. Notifications go out in small groups, and each group waits until BlueZ has taken the one before,
- * which an answered ping tells. Internal: not installed.
+ * A socket says when it is full. The bus never does. So an indication waits for the confirmation of the one
+ * before, and notifications go out in small groups, each of which waits until BlueZ has taken the one before:
+ * an answered ping tells that. Internal: not installed.
  */
 class StreamOutput : public QObject
 {
@@ -49,7 +49,10 @@ signals:
 private:
     void schedule();
     void send();
-    int pieceSize() const;
+    void sendThroughSocket();
+    void sendOverBus();
+    bool hasSocket() const;
+    QByteArray piece() const;
     void askWhetherTaken(quint64 group);
     void on_taken();
 
@@ -61,6 +64,7 @@ private:
     qint64 m_onTheWay = 0;
     quint64 m_group = 0; ///< counts the groups, so that a late answer is not taken for this one's
     bool m_isScheduled = false;
+    bool m_isSending = false;
 };
 
 } // namespace detail
