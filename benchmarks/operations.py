@@ -4,7 +4,10 @@ from dataclasses import dataclass
 from typing import Optional
 
 VARIANTS = {"library": "org.example.Bench.Library", "qt": "org.example.Bench.Qt", "sdbus": "org.example.Bench.SdBus"}
-TITLES = {"library": "the library", "qt": "Qt D-Bus alone", "sdbus": "sd-bus"}
+# A server on a bus of its own, on which the load generator plays BlueZ.
+SOCKETS = "sockets"
+NAMES = {**VARIANTS, SOCKETS: "org.example.Bench.Sockets"}
+TITLES = {SOCKETS: "sockets", "library": "the library", "qt": "Qt D-Bus alone", "sdbus": "sd-bus"}
 
 
 @dataclass(frozen=True)
@@ -36,8 +39,10 @@ def _calls():
     yield Operation("ReadValue, a page of 512 bytes", "read:5", 150, 1.05, runs=RUNS, counted=200)
     yield Operation("WriteValue, 20 bytes", "write:1:20", 150, 1.05, runs=RUNS, counted=200)
     yield Operation("WriteValue, 512 bytes", "write:1:512", 150, 1.05, runs=RUNS, counted=200)
-    yield Operation("PropertiesChanged, 20 bytes", "notify:20", 500, 1.03, runs=RUNS, counted=500)
-    yield Operation("PropertiesChanged, 244 bytes", "notify:244", 500, 1.03, runs=RUNS, counted=500)
+    for size in 20, 244:
+        yield Operation(f"PropertiesChanged, {size} bytes", f"notify:{size}", 600, 1.03, runs=RUNS, counted=600)
+        yield Operation(f"notification through a socket, {size} bytes", f"socket:{size}", 600, runs=RUNS, counted=600,
+                        variants=(SOCKETS,))
     yield Operation("Properties.GetAll", "getall:1", 150, runs=RUNS, counted=200)
 
 

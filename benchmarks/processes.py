@@ -6,7 +6,7 @@ import os
 import subprocess
 import time
 
-from operations import VARIANTS
+from operations import NAMES, SOCKETS
 
 
 class Programs:
@@ -26,13 +26,14 @@ class Programs:
 
 
 @contextlib.contextmanager
-def _running(command):
+def _running(command, environment=None, expected="ready"):
     """A process that has said that it is ready; it ends with the block."""
-    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, env=environment)
     try:
         line = process.stdout.readline()
-        if "ready" not in line:
+        if expected not in line:
             raise RuntimeError(f"{command} said {line!r}")
+        process.said = line.strip()
         yield process
     finally:
         process.stdin.close()  # servers end with it
@@ -44,14 +45,23 @@ def daemon(programs):
     return _running([programs.daemon(), "--accept-everything"])
 
 
+_environments = {}  # of variants that are not on the common bus
+
+
+@contextlib.contextmanager
 def server(programs, variant, under=()):
-    return _running([*under, programs.server(variant)])
+    with contextlib.ExitStack() as stack:
+        if variant == SOCKETS:
+            bus = stack.enter_context(_running(["dbus-daemon", "--session", "--nofork", "--print-address"],
+                                               expected="unix:"))
+            _environments[variant] = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus.said}
+        yield stack.enter_context(_running([*under, programs.server(variant)], _environments.get(variant)))
 
 
 def measure(programs, variant, operation, count, mark=False):
     """One run of the load generator: its figures, by name."""
-    command = [programs.load(), VARIANTS[variant], operation.command, str(count)]
-    output = subprocess.run(command + ["--mark"] * mark, check=True, stdout=subprocess.PIPE, text=True).stdout
+    command = [programs.load(), NAMES[variant], operation.command, str(count)] + ["--mark"] * mark
+    output = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, env=_environments.get(variant)).stdout
     return json.loads(output)
 
 

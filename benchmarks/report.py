@@ -3,7 +3,7 @@
 import statistics
 import subprocess
 
-from operations import TITLES, VARIANTS
+from operations import SOCKETS, TITLES, VARIANTS
 
 
 def median(rounds, figure):
@@ -44,7 +44,7 @@ def figure_of(operation):
 
 def _row(operation, variant, results, counts):
     rounds = results[operation][variant]
-    floor = results[operation]["qt"]
+    floor = results[operation].get("qt", [])
     figure = figure_of(operation)
     is_heap = figure == "heap"
     instructions = counts.get(variant, {}).get(operation)
@@ -83,6 +83,27 @@ def table(results, counts):
     for operation in results:
         rows += [_row(operation, variant, results, counts) for variant in operation.variants]
     return format_table(rows)
+
+
+def notifications_table(results, counts):
+    """What a notification costs the server through a socket, and over the bus."""
+    rows = [["notification", "", "server us", "quartiles", "/ library's bus", "instructions", "/ library's bus"]]
+    by_command = {operation.command: operation for operation in results}
+    for bus in [operation for operation in results if operation.command.startswith("notify:")]:
+        through_socket = by_command.get(bus.command.replace("notify", "socket"))
+        library = counts.get("library", {}).get(bus)
+        for variant in (SOCKETS, *bus.variants) if through_socket else ():
+            operation = through_socket if variant == SOCKETS else bus
+            rounds = results[operation][variant]
+            times = [figures["server"] * 1e6 for figures in rounds]
+            quartiles = statistics.quantiles(times, n=4, method="inclusive") if len(times) > 1 else times * 3
+            instructions = counts.get(variant, {}).get(operation)
+            title = bus.title.replace("PropertiesChanged, ", "")
+            rows.append([title if variant == SOCKETS else "", TITLES[variant], f"{quartiles[1]:.2f}",
+                         f"{quartiles[0]:.2f}-{quartiles[2]:.2f}",
+                         _ratio_text(ratios(rounds, results[bus]["library"], "server")), _text(instructions, digits=4),
+                         f"{instructions / library:.3f}" if instructions and library else "-"])
+    return format_table(rows) if len(rows) > 1 else ""
 
 
 def destroy_table(results):
@@ -146,7 +167,7 @@ def idle_verdict(watched):
 def picture(results, folder):
     """Draws the ratios to the floor of Qt D-Bus with gnuplot. @return the path of the SVG"""
     rows = []
-    for operation in reversed(list(results)):
+    for operation in reversed([operation for operation in results if "qt" in operation.variants]):
         spreads = {
             variant: ratios(results[operation][variant], results[operation]["qt"], figure_of(operation))
             for variant in operation.variants

@@ -14,7 +14,7 @@ import time
 import idle
 import instructions
 import report
-from operations import OPERATIONS, TITLES, VARIANTS, Operation
+from operations import NAMES, OPERATIONS, TITLES, Operation
 from processes import Programs, daemon, measure, server, start_up
 
 START_UP = Operation("start-up until registered, 10", "startup", 5)
@@ -114,9 +114,9 @@ def measure_rounds(programs, operations, arguments):
 def all_servers(programs):
     """A process of each variant, warm."""
     with contextlib.ExitStack() as stack:
-        servers = {variant: stack.enter_context(server(programs, variant)) for variant in VARIANTS}
+        servers = {variant: stack.enter_context(server(programs, variant)) for variant in NAMES}
         for variant in servers:
-            for operation in OPERATIONS[:3]:
+            for operation in [operation for operation in OPERATIONS if variant in operation.variants][:3]:
                 measure(programs, variant, operation, 20)
         yield servers
 
@@ -126,7 +126,7 @@ def count_instructions(programs, operations, arguments, folder):
     if arguments.no_instructions:
         return {}
     counts = {}
-    for variant in VARIANTS:
+    for variant in NAMES:
         say(f"counting instructions of {TITLES[variant]} ...")
         counted = [op for op in operations if op.counted and variant in op.variants]
         counts[variant] = instructions.count(programs, variant, counted, f"{folder}/callgrind")
@@ -148,6 +148,7 @@ def main():
     parts = [
         environment(),
         f"{arguments.rounds} rounds; medians; ratios to Qt D-Bus alone of the same round: median (quartiles)",
+        report.notifications_table(results, counts),
         report.table(results, counts),
         report.destroy_table(results),
         report.idle_table(watched, arguments.idle),

@@ -50,6 +50,10 @@ public:
     double serverTime() const;
     double busTime() const;
 
+    /** The connection to the bus. */
+    sd_bus* bus() const { return m_bus; }
+    const std::string& name() const { return m_name; }
+
 private:
     pid_t processOf(const std::string& name) const;
     void step() const;

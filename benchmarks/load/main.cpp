@@ -1,6 +1,7 @@
 // The load generator: makes one server do one operation many times, and prints what that took as JSON.
 
 #include "../servers/Layout.h"
+#include "Bluez.h"
 #include "Server.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace {
 const char usage[] = "usage: bench-load BUS-NAME OPERATION COUNT [--mark]\n"
                      "  read:CHARACTERISTIC, write:CHARACTERISTIC:BYTES, getall:CHARACTERISTIC\n"
                      "  notify:BYTES              a count of notifications\n"
+                     "  socket:BYTES              the same through a socket\n"
                      "  managed:CHARACTERISTICS   GetManagedObjects of a tree that has been asked before\n"
                      "  first:CHARACTERISTICS     the same of a new tree; the count is 1\n"
                      "  build:WHAT:OBJECTS        that many are built, and destroyed\n"
@@ -182,9 +184,44 @@ Result managed(const Server& server, const Task& task)
     return result;
 }
 
+/** Notifications for which the server gets one call; as many fit into a socket. */
+constexpr unsigned batch = 100;
+
+void orderNotifications(const Server& server, const Task& task)
+{
+    server.control("Notify", [&](sd_bus_message* call) {
+        check(sd_bus_message_append(call, "uu", task.number(1), batch), "Notify");
+    });
+}
+
+/** The figures of so many notifications, ordered in batches: one of them has its share. */
+Result resultOf(Measurement& measurement, unsigned sent, double seconds)
+{
+    Result result = measurement.result(sent);
+    result["rate"] = sent / seconds;
+    result["median"] /= batch;
+    result["p99"] /= batch;
+    return result;
+}
+
+Result socketNotifications(const Server& server, const Task& task)
+{
+    Bluez bluez(server.bus());
+    bluez.subscribe(server.name(), Layout::characteristicPath(Layout::root, Layout::Notifying));
+    Measurement measurement(server, task);
+    const double begin = now();
+    unsigned sent = 0;
+    for (; sent < task.count; sent += batch) {
+        measurement.time([&] {
+            orderNotifications(server, task);
+            bluez.read(batch);
+        });
+    }
+    return resultOf(measurement, sent, now() - begin);
+}
+
 Result notifications(Server& server, const Task& task)
 {
-    constexpr unsigned batch = 50;
     const std::string path = Layout::characteristicPath(Layout::root, Layout::Notifying);
     server.call(server.message(path, "org.bluez.GattCharacteristic1", "StartNotify", [](sd_bus_message*) {}));
     server.countNotifications(path);
@@ -193,19 +230,12 @@ Result notifications(Server& server, const Task& task)
     unsigned sent = 0;
     while (sent < task.count) {
         measurement.time([&] {
-            server.control("Notify", [&](sd_bus_message* call) {
-                check(sd_bus_message_append(call, "uu", task.number(1), batch), "Notify");
-            });
+            orderNotifications(server, task);
             sent += batch;
             server.awaitNotifications(sent);
         });
     }
-    const double seconds = now() - begin;
-    Result result = measurement.result(sent);
-    result["rate"] = sent / seconds;
-    // Sent in batches: one of them has its share.
-    result["median"] /= batch;
-    result["p99"] /= batch;
+    const Result result = resultOf(measurement, sent, now() - begin);
     server.call(server.message(path, "org.bluez.GattCharacteristic1", "StopNotify", [](sd_bus_message*) {}));
     return result;
 }
@@ -273,6 +303,9 @@ Result run(Server& server, const Task& task)
     }
     if (task.name() == "notify") {
         return notifications(server, task);
+    }
+    if (task.name() == "socket") {
+        return socketNotifications(server, task);
     }
     if (task.name() == "build") {
         return builds(server, task);
