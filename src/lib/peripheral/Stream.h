@@ -33,7 +33,7 @@ struct StreamService
     /** notify() or indicate(). Indications are confirmed one by one: slower, but always in order. */
     Access txAccess = Access().notify();
     /** Sockets are faster, and make a central that writes too fast wait. */
-    Characteristic::Transport transport = Characteristic::Transport::Bus;
+    Characteristic::Transport transport = Characteristic::Transport::Sockets;
 };
 
 /**
