@@ -6,17 +6,15 @@
 #include "GattApplication.h"
 #include "Simulator.h"
 #include "StreamPattern.h"
+#include "StreamPhone.h"
 
 #include <plim/peripheral.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusPendingCallWatcher>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
+#include <QTimer>
 
 #include <algorithm>
 #include <cstdio>
@@ -25,12 +23,10 @@
 
 namespace {
 
-using plim::Access;
 using plim::Central;
 using plim::Stream;
 
 constexpr qint64 megabyte = 1 << 20;
-constexpr int writeSize = 512;
 constexpr qint64 heapSlack = 1 << 20; // the stream's buffers, messages that wait
 
 [[noreturn]] void fail(const QString& what)
@@ -48,117 +44,6 @@ void waitUntil(const QString& what, const std::function<bool()>& condition)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 }
-
-/** The phone's side: writes the pattern, and checks what it is notified of. */
-class Phone : public QObject
-{
-    Q_OBJECT
-
-public:
-    Phone(const QString& rx, const QString& tx) : m_rx(rx), m_tx(tx)
-    {
-        const QDBusMessage answer = Simulator::control(
-            QStringLiteral("AddPhone"), {QStringLiteral("hci0"), QStringLiteral("00:AA:01:01:00:02")});
-        m_path = answer.arguments().constFirst().value<QDBusObjectPath>().path();
-        if (!QDBusConnection::systemBus().connect(service, m_path, interface, QStringLiteral("Notified"),
-                                                  QStringLiteral("oay"), this,
-                                                  SLOT(on_notified(QDBusMessage)))) {
-            fail(QStringLiteral("no signals of the phone"));
-        }
-    }
-
-    /** Subscribes; what it gets and sends begins anew. */
-    void begin(int writesAtOnce, bool withResponse)
-    {
-        m_writesAtOnce = writesAtOnce;
-        m_method = withResponse ? QStringLiteral("Write") : QStringLiteral("WriteWithoutResponse");
-        m_received = StreamPattern();
-        m_sent = 0;
-        m_left = 0;
-        call(QStringLiteral("Subscribe"),
-             {QVariant::fromValue(QDBusObjectPath(m_tx)), QStringLiteral("notifications")}, {});
-    }
-    void send(qint64 bytes)
-    {
-        m_left = bytes;
-        fill();
-    }
-    void connectLink() { call(QStringLiteral("Connect"), {}, {}); }
-    void loseLink()
-    {
-        m_left = 0;
-        call(QStringLiteral("Disconnect"), {}, {});
-    }
-
-    const StreamPattern& received() const { return m_received; }
-    /** How many bytes it has written. */
-    qint64 sent() const { return m_sent; }
-    int rejections() const { return m_rejections; }
-    bool isIdle() const { return m_open == 0; }
-
-private slots:
-    void on_notified(const QDBusMessage& signal)
-    {
-        if (signal.arguments().value(0).value<QDBusObjectPath>().path() == m_tx) {
-            m_received.take(signal.arguments().value(1).toByteArray());
-        }
-    }
-
-private:
-    using Finished = std::function<void(const QDBusMessage& answer)>;
-
-    void call(const QString& method, const QVariantList& arguments, const Finished& finished)
-    {
-        QDBusMessage message = QDBusMessage::createMethodCall(service, m_path, interface, method);
-        message.setArguments(arguments);
-        auto* watcher =
-            new QDBusPendingCallWatcher(QDBusConnection::systemBus().asyncCall(message, 600000), this);
-        ++m_open;
-        connect(watcher, &QDBusPendingCallWatcher::finished, this,
-                [this, finished](QDBusPendingCallWatcher* answered) {
-                    answered->deleteLater();
-                    --m_open;
-                    if (finished) {
-                        finished(answered->reply());
-                    }
-                });
-    }
-
-    void fill()
-    {
-        while (m_left > 0 && m_open < m_writesAtOnce) {
-            const int size = int(std::min<qint64>(m_left, writeSize));
-            QVariantList arguments{QVariant::fromValue(QDBusObjectPath(m_rx)),
-                                   StreamPattern::bytes(m_sent, size)};
-            if (m_method == QLatin1String("Write")) {
-                arguments << QVariant::fromValue(ushort(0));
-            }
-            m_sent += size;
-            m_left -= size;
-            call(m_method, arguments, [this, size](const QDBusMessage& answer) {
-                if (answer.errorMessage().startsWith(QLatin1String("0x81"))) {
-                    ++m_rejections; // the only one that is open is tried again
-                    m_sent -= size;
-                    m_left += size;
-                }
-                fill();
-            });
-        }
-    }
-
-    const QString service = QStringLiteral("org.plim.BluezSimulator");
-    const QString interface = QStringLiteral("org.plim.BluezSimulator1.Phone");
-    const QString m_rx;
-    const QString m_tx;
-    QString m_path;
-    QString m_method;
-    int m_writesAtOnce = 1;
-    int m_open = 0;
-    StreamPattern m_received;
-    qint64 m_sent = 0;
-    qint64 m_left = 0;
-    int m_rejections = 0;
-};
 
 /** The program's side: writes the pattern, and checks what it reads. */
 class Device
@@ -189,14 +74,14 @@ public:
         m_left = bytes;
         fill();
     }
-    /** From now on it reads at once, or else only half a buffer when the buffer is full. */
+    /** Whether it reads at once, or only with read(). */
     void setSlow(bool isSlow)
     {
         QObject::disconnect(m_reads);
-        m_reads = isSlow ? QObject::connect(&m_stream, &Stream::rejected, &m_context,
-                                            [this] { read(m_stream.readBufferSize() / 2); })
-                         : QObject::connect(&m_stream, &Stream::readyRead, &m_context,
-                                            [this] { read(m_stream.bytesAvailable()); });
+        if (!isSlow) {
+            m_reads = QObject::connect(&m_stream, &Stream::readyRead, &m_context,
+                                       [this] { read(m_stream.bytesAvailable()); });
+        }
     }
     void read(qint64 most)
     {
@@ -287,20 +172,48 @@ void runBothWays(const Simulator& daemon, Device& device, Phone& phone, qint64 b
     end(daemon, device, phone);
 }
 
-/** A program that reads slowly: the phone is told that the buffer is full, and tries again. */
+/** A program that reads half of its buffer when the phone is told that there is no room. */
 void runSlowReader(const Simulator& daemon, Device& device, Phone& phone, qint64 bytes)
 {
     begin(device, phone, 1, true);
     device.setSlow(true);
     device.send(0);
     const int before = phone.rejections();
+    const auto reading = QObject::connect(&phone, &Phone::rejected, &phone,
+                                          [&] { device.read(device.stream().readBufferSize() / 2); });
     phone.send(bytes);
     waitUntil(QStringLiteral("the phone has written everything"),
               [&] { return phone.sent() == bytes && phone.isIdle(); });
-    device.read(bytes);
+    waitUntil(QStringLiteral("everything has arrived"), [&] {
+        device.read(bytes);
+        return device.received().count() >= bytes;
+    });
+    QObject::disconnect(reading);
     expectWhole("at the slow reader", device.received(), bytes);
     std::printf("%lld bytes to a slow reader, %d writes rejected and tried again\n", bytes,
                 phone.rejections() - before);
+    end(daemon, device, phone);
+}
+
+/** A phone that takes nothing now and then. */
+void runSlowPhone(const Simulator& daemon, Device& device, Phone& phone, qint64 bytes)
+{
+    begin(device, phone, 1, true);
+    bool isReading = true;
+    int pauses = 0;
+    QTimer change;
+    QObject::connect(&change, &QTimer::timeout, &change, [&] {
+        isReading = !isReading;
+        pauses += isReading ? 0 : 1;
+        phone.setReading(isReading);
+    });
+    change.start(50);
+    device.send(bytes);
+    waitUntil(QStringLiteral("everything has arrived"), [&] { return phone.received().count() >= bytes; });
+    change.stop();
+    phone.setReading(true);
+    expectWhole("at the slow phone", phone.received(), bytes);
+    std::printf("%lld bytes to a slow phone, %d pauses\n", bytes, pauses);
     end(daemon, device, phone);
 }
 
@@ -339,11 +252,14 @@ void runLostLinks(const Simulator& daemon, Device& device, Phone& phone, int cou
     std::printf("%d lost links\n", count);
 }
 
-int run(qint64 bytes, int links, unsigned seed)
+int run(bool hasSockets, qint64 bytes, int links, unsigned seed)
 {
     Simulator daemon;
     plim::StreamService service;
-    service.rxAccess = Access().write();
+    if (!hasSockets) {
+        service.transport = plim::Characteristic::Transport::Bus;
+        service.rxAccess = plim::Access().write(); // or the phone is not told that the buffer is full
+    }
     Device device(service);
     waitUntil(QStringLiteral("the application is registered"),
               [&] { return !daemon.applications().isEmpty(); });
@@ -352,6 +268,9 @@ int run(qint64 bytes, int links, unsigned seed)
     const Figures first = Figures::now();
     runBothWays(daemon, device, phone, bytes);
     runSlowReader(daemon, device, phone, std::min(bytes, 4 * megabyte));
+    if (hasSockets) {
+        runSlowPhone(daemon, device, phone, std::min(bytes, 4 * megabyte));
+    }
     runLostLinks(daemon, device, phone, links, seed);
     const Figures last = Figures::now();
     std::printf("before: %s\nafter:  %s\n", qPrintable(first.text()), qPrintable(last.text()));
@@ -376,12 +295,11 @@ int main(int argc, char** argv)
                                    QStringLiteral("count"), QStringLiteral("100"));
     const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines when links are lost."),
                                   QStringLiteral("number"), QStringLiteral("7"));
-    arguments.addOptions({size, links, seed});
+    const QCommandLineOption bus(QStringLiteral("bus"), QStringLiteral("Without sockets."));
+    arguments.addOptions({size, links, seed, bus});
     arguments.process(program);
     followObjects();
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    return run(arguments.value(size).toLongLong() * megabyte, arguments.value(links).toInt(),
-               arguments.value(seed).toUInt());
+    return run(!arguments.isSet(bus), arguments.value(size).toLongLong() * megabyte,
+               arguments.value(links).toInt(), arguments.value(seed).toUInt());
 }
-
-#include "main.moc"
