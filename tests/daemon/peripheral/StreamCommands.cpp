@@ -74,6 +74,9 @@ private:
 void Interpreter::stream(const QStringList& words)
 {
     plim::StreamService service;
+    if (words.contains("bus")) {
+        service.transport = plim::Characteristic::Transport::Bus;
+    }
     if (words.contains("acknowledged")) {
         service.rxAccess = plim::Access().write();
     }

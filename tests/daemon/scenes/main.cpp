@@ -94,6 +94,7 @@ const Scene scenes[] = {
     {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
     {"console", Scenes::console, Always, "example 11, a serial console, as a phone types and reads"},
     {"stream", Scenes::stream, Long, "a serial stream: a megabyte each way, a link that is lost meanwhile"},
+    {"streambus", Scenes::streamOverBus, Long, "the same without sockets"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
 };
 

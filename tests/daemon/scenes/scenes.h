@@ -62,6 +62,7 @@ void repairNumbers();
 void diary();
 void console();
 void stream();
+void streamOverBus();
 void demo();
 
 } // namespace Scenes
