@@ -26,9 +26,10 @@ class Programs:
 
 
 @contextlib.contextmanager
-def _running(command, environment=None, expected="ready"):
+def _running(command, environment=None, expected="ready", stderr=None):
     """A process that has said that it is ready; it ends with the block."""
-    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, env=environment)
+    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=stderr, text=True,
+                               env=environment)
     try:
         line = process.stdout.readline()
         if expected not in line:
@@ -53,7 +54,7 @@ def server(programs, variant, under=()):
     with contextlib.ExitStack() as stack:
         if variant == SOCKETS:
             bus = stack.enter_context(_running(["dbus-daemon", "--session", "--nofork", "--print-address"],
-                                               expected="unix:"))
+                                               expected="unix:", stderr=subprocess.DEVNULL))
             _environments[variant] = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus.said}
         yield stack.enter_context(_running([*under, programs.server(variant)], _environments.get(variant)))
 

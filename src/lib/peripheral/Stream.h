@@ -57,14 +57,16 @@ struct StreamService
  *
  * **What is not transferred.** At the end of a connection, disconnected() tells how many bytes the central
  * was not sent, and how many nobody has read; both are dropped. In slots of readChannelFinished(), what was
- * received can still be read. What BlueZ had taken before the link ended may not have arrived, and nobody
- * knows: a protocol that has to know needs its own answers.
+ * received can still be read. What BlueZ had taken before the link ended, or what waited in its socket, may
+ * not have arrived, and nobody knows: a protocol that has to know needs its own answers.
  *
  * **Buffers.** Both have limits. If the write buffer is full, write() takes fewer bytes than it is given, or
  * 0. A QTextStream then has the status WriteFailed and drops the rest: make the buffer as large as the
- * longest text, or wait for bytesWritten(). If the read buffer is full, a write is rejected as a whole with
- * the error BufferFull and rejected() is emitted. The central gets the error only if it has written with
- * response and StreamService::rxAccess does not allow writes without response.
+ * longest text, or wait for bytesWritten(). If the read buffer is full, writes stay in the socket; when that
+ * is full, too, BlueZ answers a write with an error, and drops a write without response. A write that comes
+ * over the bus is rejected as a whole with the error BufferFull, and rejected() is emitted. The central gets
+ * this error only if it has written with response and StreamService::rxAccess does not allow writes without
+ * response. Writes come over the bus if that access does not, and from BlueZ before 5.69.
  *
  * **Order.** Bytes are sent and received in their order. But if a link has several channels (EATT, with the
  * default configuration of BlueZ 5.66 up to three), BlueZ may swap notifications that follow each other
@@ -128,7 +130,7 @@ public:
     bool isSequential() const override;
     /** Bytes that can be read. */
     qint64 bytesAvailable() const override;
-    /** Bytes that BlueZ has not taken yet. */
+    /** Bytes that neither BlueZ nor its socket has taken yet. */
     qint64 bytesToWrite() const override;
     /** Whether a whole line can be read. */
     bool canReadLine() const override;
