@@ -156,7 +156,11 @@ signals:
      * @param unreadBytes  bytes that the central has written and that were not read
      */
     void disconnected(const plim::Central& central, qint64 unsentBytes, qint64 unreadBytes);
-    /** A write was rejected. @param central  the one that wrote; null if BlueZ did not say */
+    /**
+     * A write was rejected.
+     * @param central  the one that wrote; null if BlueZ did not say
+     * @param bytes    how many it has written
+     */
     void rejected(const plim::Central& central, qint64 bytes);
     /** For the functions that wait. */
     void progressed(QPrivateSignal);

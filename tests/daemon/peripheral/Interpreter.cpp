@@ -91,6 +91,7 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"decide", &Interpreter::decide},
     {"stream", &Interpreter::stream},
     {"stream-send", &Interpreter::streamSend},
+    {"stream-hold", &Interpreter::streamHold},
     {"stream-state", &Interpreter::streamState},
     {"nothing", &Interpreter::nothing},
 };

@@ -188,6 +188,8 @@ private:
     void stream(const QStringList& words);
     // stream-send NAME BYTES
     void streamSend(const QStringList& words);
+    // stream-hold NAME on|off: it does not read, and has the smallest read buffer
+    void streamHold(const QStringList& words);
     // stream-state NAME: prints it
     void streamState(const QStringList& words);
 

@@ -26,7 +26,7 @@ public:
                             .arg(unsentBytes)
                             .arg(unreadBytes));
                 });
-        connect(&m_stream, &Stream::readyRead, this, [this] { m_received.take(m_stream.readAll()); });
+        connect(&m_stream, &Stream::readyRead, this, &PatternStream::read);
         connect(&m_stream, &Stream::bytesWritten, this, &PatternStream::fill);
         setObjectName(name);
     }
@@ -36,6 +36,13 @@ public:
         m_sent = 0;
         m_left = count;
         fill();
+    }
+
+    void hold(bool isHeld)
+    {
+        m_isHeld = isHeld;
+        m_stream.setReadBufferSize(isHeld ? 0 : 65536);
+        read();
     }
 
     void tell() const
@@ -49,6 +56,13 @@ public:
     }
 
 private:
+    void read()
+    {
+        if (!m_isHeld && m_stream.isOpen()) {
+            m_received.take(m_stream.readAll());
+        }
+    }
+
     void fill()
     {
         constexpr int most = 16384;
@@ -67,6 +81,7 @@ private:
     StreamPattern m_received;
     qint64 m_sent = 0;
     qint64 m_left = 0;
+    bool m_isHeld = false;
 };
 
 } // namespace
@@ -94,4 +109,9 @@ void Interpreter::streamSend(const QStringList& words)
 void Interpreter::streamState(const QStringList& words)
 {
     static_cast<PatternStream*>(find<QObject>(words.value(1)))->tell();
+}
+
+void Interpreter::streamHold(const QStringList& words)
+{
+    static_cast<PatternStream*>(find<QObject>(words.value(1)))->hold(words.value(2) == "on");
 }

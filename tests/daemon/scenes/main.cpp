@@ -93,8 +93,10 @@ const Scene scenes[] = {
     {"typing", Scenes::typing, Long, "pairing with a passkey that is typed on the device: the same"},
     {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
     {"console", Scenes::console, Always, "example 11, a serial console, as a phone types and reads"},
-    {"stream", Scenes::stream, Long, "a serial stream: a megabyte each way, a link that is lost meanwhile"},
-    {"streambus", Scenes::streamOverBus, Long, "the same without sockets"},
+    {"stream", Scenes::stream, Always,
+     "a serial stream: 128 KiB each way, a lost link, a program that does not read"},
+    {"streambus", Scenes::streamOverBus, Long, "a serial stream without sockets"},
+    {"streammb", Scenes::streamMegabyte, OnRequest, "a serial stream: a megabyte each way"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
 };
 

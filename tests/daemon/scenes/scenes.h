@@ -63,6 +63,7 @@ void diary();
 void console();
 void stream();
 void streamOverBus();
+void streamMegabyte();
 void demo();
 
 } // namespace Scenes
