@@ -8,6 +8,8 @@ using plim::Central;
 using plim::Stream;
 using plim::StreamService;
 
+Q_DECLARE_METATYPE(plim::Characteristic::Transport)
+
 /** Bytes of a serial stream, as phones of the stand-in daemon send and get them. */
 class tst_stream : public StreamScenario
 {
@@ -118,15 +120,19 @@ void tst_stream::whatIsWrittenAtOnceIsSentWhenBluezListens()
 
 void tst_stream::aMegabyteIsTheSameAtBothEnds_data()
 {
-    QTest::addColumn<bool>("hasSockets");
-    QTest::newRow("over the bus") << false;
-    QTest::newRow("through sockets") << true;
+    using Transport = plim::Characteristic::Transport;
+    QTest::addColumn<Transport>("transport");
+    QTest::newRow("over the bus") << Transport::Bus;
+    QTest::newRow("through a socket to the central") << Transport::Sockets;
+    QTest::newRow("through sockets both ways") << Transport::SocketsBothWays;
 }
 
 void tst_stream::aMegabyteIsTheSameAtBothEnds()
 {
-    QFETCH(bool, hasSockets);
-    begin(hasSockets ? StreamService() : overTheBus());
+    QFETCH(plim::Characteristic::Transport, transport);
+    StreamService service;
+    service.transport = transport;
+    begin(service);
     PlimBleTest::Phone phone;
     phone.subscribe(m_tx);
     const QByteArray bytes = pattern(1 << 20);

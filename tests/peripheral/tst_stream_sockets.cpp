@@ -41,12 +41,13 @@ private slots:
     void whatIsWrittenAfterTheEndIsRejected();
     void before569WritesTakeTheBus();
     void before576AllSubscribersGetTheBytes();
+    void writesHaveASocketOnRequestOnly();
     void withTheBusNoSocketIsGiven();
 
 private:
     using Transport = plim::Characteristic::Transport;
 
-    void begin(const QString& version = "0552"_qs, Transport transport = Transport::Sockets)
+    void begin(const QString& version = "0552"_qs, Transport transport = Transport::SocketsBothWays)
     {
         plim::StreamService service;
         service.transport = transport;
@@ -275,6 +276,13 @@ void tst_stream_sockets::before576AllSubscribersGetTheBytes()
     m_scenario->set(tabletPath, "Connected"_qs, false);
     m_stream->write("alone");
     QTRY_COMPARE(arrived.bytes(), bytes + "alone");
+}
+
+void tst_stream_sockets::writesHaveASocketOnRequestOnly()
+{
+    begin("0552"_qs, plim::StreamService().transport);
+    QVERIFY(subscriber());
+    QVERIFY(!writer());
 }
 
 void tst_stream_sockets::withTheBusNoSocketIsGiven()

@@ -63,7 +63,6 @@ plim::Stream::Stream(GattApplication* application, const StreamService& service,
     });
     m_tx->trackSubscribers();
     m_tx->setTransport(m_transport);
-    m_rx->setTransport(m_transport);
     chooseTransportOfWrites();
     plim::connect(m_bluez.get(), &detail::BluezObjects::objectAdded, this, &Stream::chooseTransportOfWrites);
     plim::connect(m_tx.data(), &Characteristic::subscribed, this, &Stream::on_subscribed);
@@ -284,15 +283,17 @@ void plim::Stream::end()
 /** Older versions have one socket for all centrals, and it does not tell who writes. */
 void plim::Stream::chooseTransportOfWrites()
 {
+    using Transport = Characteristic::Transport;
+    if (!m_rx || m_transport != Transport::SocketsBothWays) {
+        return;
+    }
     const QStringList adapters = m_bluez->paths(BluezInterfaces::Adapter);
     const bool tellsCentral = std::all_of(adapters.begin(), adapters.end(), [this](const QString& adapter) {
         return detail::daemonVersion(
                    m_bluez->value(adapter, BluezInterfaces::Adapter, QStringLiteral("Modalias"))
                        .toString()) >= detail::firstWithSocketPerCentral;
     });
-    if (m_rx) {
-        m_rx->setTransport(tellsCentral ? m_transport : Characteristic::Transport::Bus);
-    }
+    m_rx->setTransport(tellsCentral ? m_transport : Transport::Bus);
 }
 
 void plim::Stream::receive(const WriteRequest& request)

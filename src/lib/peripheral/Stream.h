@@ -32,7 +32,8 @@ struct StreamService
     Access rxAccess = Access().write().writeWithoutResponse();
     /** notify() or indicate(). Indications are confirmed one by one: slower, but always in order. */
     Access txAccess = Access().notify();
-    /** Sockets are faster, and make a central that writes too fast wait. */
+    /** Sockets are faster. For SocketsBothWays, see Characteristic::setTransport(): a central that writes too
+     * fast waits, but its first writes may be garbled. */
     Characteristic::Transport transport = Characteristic::Transport::Sockets;
 };
 
@@ -62,11 +63,11 @@ struct StreamService
  *
  * **Buffers.** Both have limits. If the write buffer is full, write() takes fewer bytes than it is given, or
  * 0. A QTextStream then has the status WriteFailed and drops the rest: make the buffer as large as the
- * longest text, or wait for bytesWritten(). If the read buffer is full, writes stay in the socket; when that
- * is full, too, BlueZ answers a write with an error, and drops a write without response. A write that comes
- * over the bus is rejected as a whole with the error BufferFull, and rejected() is emitted. The central gets
- * this error only if it has written with response and StreamService::rxAccess does not allow writes without
- * response. Writes come over the bus if that access does not, and from BlueZ before 5.69.
+ * longest text, or wait for bytesWritten(). If the read buffer is full, a write is rejected as a whole
+ * with the error BufferFull, and rejected() is emitted. The central gets this error only if it has written
+ * with response and StreamService::rxAccess does not allow writes without response. With
+ * Transport::SocketsBothWays, and BlueZ from 5.69 on, writes stay in the socket instead; when that is full,
+ * too, BlueZ answers a write with an error, and drops a write without response.
  *
  * **Order.** Bytes are sent and received in their order. But if a link has several channels (EATT, with the
  * default configuration of BlueZ 5.66 up to three), BlueZ may swap notifications that follow each other

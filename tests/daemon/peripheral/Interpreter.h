@@ -183,8 +183,8 @@ private:
     // forget CENTRAL|all
     void forget(const QStringList& words);
 
-    // stream NAME [bus] [acknowledged] [indicate]: a serial stream that checks what it reads; without
-    // sockets, with writes that wait for their answer, with indications
+    // stream NAME [bus|both-ways] [acknowledged] [indicate]: a serial stream that checks what it reads;
+    // without sockets, with writes that wait for their answer, with indications
     void stream(const QStringList& words);
     // stream-send NAME BYTES
     void streamSend(const QStringList& words);

@@ -92,6 +92,9 @@ void Interpreter::stream(const QStringList& words)
     if (words.contains("bus")) {
         service.transport = plim::Characteristic::Transport::Bus;
     }
+    if (words.contains("both-ways")) {
+        service.transport = plim::Characteristic::Transport::SocketsBothWays;
+    }
     if (words.contains("acknowledged")) {
         service.rxAccess = plim::Access().write();
     }

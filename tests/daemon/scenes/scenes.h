@@ -64,6 +64,7 @@ void console();
 void stream();
 void streamOverBus();
 void streamMegabyte();
+void streamHeld();
 void demo();
 
 } // namespace Scenes

@@ -188,6 +188,15 @@ void Scenes::stream()
     Expect::that(traffic.contains("\tAcquireNotify\n"), "the daemon has asked for a socket");
     static const QRegularExpression notification("/6e400003_[^\t]*\t[^\t]*\tPropertiesChanged\n");
     Expect::that(!traffic.contains(notification), "no value of TX went over the bus");
+}
+
+void Scenes::streamHeld()
+{
+    ProductStage stage({"stream serial both-ways"});
+    AttClient& phone = stage.central;
+    phone.connectDevice();
+    Expect::equal(phone.subscribe(phone.handle(tx), 1).error, 0, "the phone subscribes");
+    sendFromPhone(stage, kilobytes / 4);
     if (version() != "5.66") { // where one socket would serve all centrals, so that writes take the bus
         holdPhoneUp(stage);
     }

@@ -256,6 +256,7 @@ int run(bool hasSockets, qint64 bytes, int links, unsigned seed)
 {
     Simulator daemon;
     plim::StreamService service;
+    service.transport = plim::Characteristic::Transport::SocketsBothWays;
     if (!hasSockets) {
         service.transport = plim::Characteristic::Transport::Bus;
         service.rxAccess = plim::Access().write(); // or the phone is not told that the buffer is full
