@@ -96,8 +96,8 @@ const Scene scenes[] = {
     {"stream", Scenes::stream, Always, "a serial stream: 128 KiB each way, and a link that is lost"},
     {"streamheld", Scenes::streamHeld, Long,
      "a serial stream with sockets for writes: a program that does not read"},
-    {"streambus", Scenes::streamOverBus, Long, "a serial stream without sockets"},
-    {"streammb", Scenes::streamMegabyte, OnRequest, "a serial stream: a megabyte each way"},
+    {"streambus", Scenes::streamOverBus, Long, "a serial stream without sockets: a megabyte each way"},
+    {"streammb", Scenes::streamMegabyte, OnRequest, "a serial stream with sockets: a megabyte each way"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
 };
 

@@ -215,5 +215,5 @@ void Scenes::streamOverBus()
     stage.central.connectDevice();
     Expect::equal(stage.central.write(stage.central.handle(rx), "early").error, 0x82,
                   "a write before the subscription gets 0x82");
-    runStream(stage, kilobytes);
+    runStream(stage, megabyte);
 }
