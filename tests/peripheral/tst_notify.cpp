@@ -140,6 +140,11 @@ void tst_notify::theLengthComesFromTheMtu()
     m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("y"), FakeBluez::options(phonePath, "LE"_qs, 0)});
     QTRY_COMPARE(m_characteristic->value(), QByteArray("y"));
     QCOMPARE(m_characteristic->maximumLength(phone), 514);
+    // The next link may have shorter packets.
+    m_bluez->change(phonePath, "org.bluez.Device1"_qs, {{"Connected"_qs, false}});
+    QTRY_COMPARE(m_characteristic->maximumLength(phone), 20);
+    m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("z"), FakeBluez::options(phonePath, "LE"_qs, 100)});
+    QTRY_COMPARE(m_characteristic->maximumLength(phone), 97);
     m_bluez->remove(phonePath, {"org.bluez.Device1"_qs});
     QTRY_COMPARE(m_characteristic->maximumLength(phone), 20);
 }

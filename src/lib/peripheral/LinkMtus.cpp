@@ -25,6 +25,7 @@ std::shared_ptr<plim::detail::LinkMtus> plim::detail::LinkMtus::shared()
 plim::detail::LinkMtus::LinkMtus() : m_bluez(BluezObjects::shared()), m_requests(RequestWitness::shared())
 {
     plim::connect(m_requests.get(), &RequestWitness::requested, this, &LinkMtus::on_requested);
+    plim::connect(m_bluez.get(), &BluezObjects::propertiesChanged, this, &LinkMtus::on_propertiesChanged);
     plim::connect(m_bluez.get(), &BluezObjects::objectRemoved, this, &LinkMtus::on_objectRemoved);
 }
 
@@ -39,6 +40,17 @@ void plim::detail::LinkMtus::on_requested(const QString& caller, const QString& 
     if (mtu >= smallestMtu && m_bluez->isBluez(caller) &&
         m_bluez->contains(device, BluezInterfaces::Device)) {
         m_mtus.insert(device, mtu);
+    }
+}
+
+/** The next link of a central may have shorter packets. */
+void plim::detail::LinkMtus::on_propertiesChanged(const QString& path, const QString& interface,
+                                                  const QStringList& names)
+{
+    const QString connected = QStringLiteral("Connected");
+    if (interface == BluezInterfaces::Device && names.contains(connected) &&
+        !m_bluez->value(path, interface, connected).toBool()) {
+        m_mtus.remove(path);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -28,6 +29,7 @@ public:
 private:
     LinkMtus();
     void on_requested(const QString& caller, const QString& device, const QString& link, int mtu);
+    void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
     void on_objectRemoved(const QString& path);
 
     const std::shared_ptr<BluezObjects> m_bluez;
