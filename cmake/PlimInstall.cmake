@@ -1,7 +1,7 @@
 # What an installed consumer finds: the CMake package plim_ble with plim::ble and plim::peripheral, and the pkg-config
 # files plim_ble and plim_peripheral. PlimQt says how they are named in a build with Qt 6.
 #
-# Every install rule of this project names its component, which is also the package that it goes into (PlimPackages):
+# Every install rule of this project names its component, for cmake --install --component:
 #   runtime             what a finished device needs: the shared libraries
 #   peripheral-runtime  the same of the layer for products
 #   dev                 what building against them takes: headers, linker names, CMake and pkg-config files

@@ -2,7 +2,6 @@
 # beside what a build with Qt 5 installs:
 #   PLIM_LIBRARY_SUFFIX  libplim_ble-qt6
 #   PLIM_PACKAGE_SUFFIX  the CMake package and the pkg-config file plim_ble_qt6
-#   PLIM_QT_DEV          Debian's package with Qt's headers
 #   PLIM_INCLUDEDIR      include/plim-qt6, with the same folders below as include has: <plim/peripheral.h>
 # The tools are the same with both. Only a build with Qt 5 installs them; the other one builds them for its tests.
 
@@ -11,14 +10,12 @@ set_property(CACHE PLIM_QT PROPERTY STRINGS 5 6)
 
 if(PLIM_QT STREQUAL "5")
     set(PLIM_QT_MINIMUM 5.15)
-    set(PLIM_QT_DEV qtbase5-dev)
     set(PLIM_LIBRARY_SUFFIX "")
     set(PLIM_PACKAGE_SUFFIX "")
     set(PLIM_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
     set(PLIM_INSTALL_TOOLS ON)
 elseif(PLIM_QT STREQUAL "6")
     set(PLIM_QT_MINIMUM 6.4)
-    set(PLIM_QT_DEV qt6-base-dev)
     set(PLIM_LIBRARY_SUFFIX -qt6)
     set(PLIM_PACKAGE_SUFFIX _qt6)
     set(PLIM_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/plim-qt6)

@@ -20,7 +20,7 @@ function(plim_target_defaults target)
 endfunction()
 
 # Installed files have a run path relative to their own folder, so that they work in any prefix. Debian packages install
-# where the loader looks anyway, and must not have one (preset "package").
+# where the loader looks anyway, and must not have one (debian/rules).
 file(RELATIVE_PATH PLIM_BINDIR_TO_LIBDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 
 # Installs one of the programs for people, and its manual page from PROGRAM.1.in.
