@@ -37,7 +37,7 @@ execute_process(COMMAND ${TOOL} ${includes} -c ${CLASS} ${KIND} ${CLASS} ${XML} 
 
 # Semicolons and brackets have a meaning in CMake lists; the files are treated as plain strings throughout.
 file(READ ${CLASS}.h header)
-replace_required_regex(header " \\* Command line was: [^\n]*\n" "")
+replace_required_regex(header " \\* (Command line|Source file) was[: ][^\n]*\n" "")
 replace_required(header "class ${CLASS}: public" "class ${EXPORT} ${CLASS}: public")
 
 file(READ ${XML} xml)
