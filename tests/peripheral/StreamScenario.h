@@ -30,6 +30,14 @@ protected:
         QVERIFY(m_device->ready(*m_ble));
     }
     QByteArray received(PlimBleTest::Phone& phone) const { return phone.notifications(m_tx).join(); }
+    /** Returns when the stream has the bytes: BlueZ acknowledges a write before it passes it on, unless the
+     * access is acknowledged(). */
+    void write(PlimBleTest::Phone& phone, const QByteArray& bytes)
+    {
+        const qint64 before = m_stream->bytesAvailable();
+        phone.write(m_rx, bytes);
+        QTRY_COMPARE_WITH_TIMEOUT(m_stream->bytesAvailable(), before + bytes.size(), 10000);
+    }
     static QByteArray pattern(int size) { return StreamPattern::bytes(0, size); }
     void end()
     {

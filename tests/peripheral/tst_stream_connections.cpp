@@ -105,7 +105,7 @@ void tst_stream_connections::aLostLinkTellsWhatWasNotTransferred()
     begin();
     PlimBleTest::Phone phone;
     phone.subscribe(m_tx);
-    phone.write(m_rx, "nobody reads this");
+    write(phone, "nobody reads this");
     QSignalSpy disconnected(m_stream.get(), &Stream::disconnected);
     qint64 written = 0;
     connect(m_stream.get(), &Stream::bytesWritten, this, [&](qint64 bytes) { written += bytes; });
@@ -127,7 +127,7 @@ void tst_stream_connections::aLostLinkTellsWhatWasNotTransferred()
     phone.subscribe(m_tx);
     m_stream->write("new");
     EVENTUALLY_COMPARE(phone.notifications(m_tx).mid(before), QList<QByteArray>{"new"});
-    phone.write(m_rx, "fresh");
+    write(phone, "fresh");
     QCOMPARE(m_stream->readAll(), QByteArray("fresh"));
 }
 
@@ -136,7 +136,7 @@ void tst_stream_connections::whatWasReceivedCanBeReadAtTheEnd()
     begin();
     PlimBleTest::Phone phone;
     phone.subscribe(m_tx);
-    phone.write(m_rx, "last words");
+    write(phone, "last words");
     QByteArray last;
     connect(m_stream.get(), &Stream::readChannelFinished, this, [&] { last = m_stream->read(4); });
     QSignalSpy disconnected(m_stream.get(), &Stream::disconnected);

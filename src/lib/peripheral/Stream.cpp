@@ -75,10 +75,12 @@ plim::Stream::Stream(GattApplication* application, const StreamService& service,
 
 plim::Stream::~Stream()
 {
-    if (bytesToWrite() + bytesAvailable() > 0) {
+    const qint64 unsent = Stream::bytesToWrite();
+    const qint64 unread = Stream::bytesAvailable();
+    if (unsent + unread > 0) {
         PLIM_LOG(plim::bleLogger(), WARN, Q_FUNC_INFO,
-                 "Stream with " << m_central.path() << " deleted with " << bytesToWrite()
-                                << " bytes to write and " << bytesAvailable() << " bytes to read");
+                 "Stream with " << m_central.path() << " deleted with " << unsent << " bytes to write and "
+                                << unread << " bytes to read");
     }
 }
 
@@ -263,7 +265,7 @@ void plim::Stream::end()
     readAll();
     // QIODevice::close() does this too, but does not survive a slot that deletes the device.
     emit aboutToClose();
-    if (!self) {
+    if (self.isNull()) {
         return;
     }
     setOpenMode(NotOpen);

@@ -105,9 +105,9 @@ public:
     Central central() const { return m_central; }
 
     /** The characteristic that centrals write to. Null once it is deleted. */
-    Characteristic* rx() const { return m_rx; }
+    Characteristic* rx() const { return m_rx.data(); }
     /** The characteristic that centrals subscribe to. Null once it is deleted. */
-    Characteristic* tx() const { return m_tx; }
+    Characteristic* tx() const { return m_tx.data(); }
 
     /** The most bytes that wait to be read; 64 KiB at first. */
     qint64 readBufferSize() const { return m_readBufferSize; }
