@@ -93,7 +93,7 @@ const Scene scenes[] = {
     {"typing", Scenes::typing, Long, "pairing with a passkey that is typed on the device: the same"},
     {"diary", Scenes::diary, Always, "example 10, as two users pair with it, and its factory reset"},
     {"console", Scenes::console, Always, "example 11, a serial console, as a phone types and reads"},
-    {"stream", Scenes::stream, Always, "a serial stream: 128 KiB each way, and a link that is lost"},
+    {"stream", Scenes::stream, Long, "a serial stream: 128 KiB each way, and a link that is lost"},
     {"streamheld", Scenes::streamHeld, Long,
      "a serial stream with sockets for writes: a program that does not read"},
     {"streambus", Scenes::streamOverBus, Long, "a serial stream without sockets: a megabyte each way"},
