@@ -3,9 +3,9 @@
 // round whether all is returned, and at each packet whether it is the next one.
 
 #include "Figures.h"
+#include "LoadOptions.h"
 #include "RandomSockets.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 
 #include <cstdio>
@@ -63,17 +63,11 @@ int run(unsigned seed, int rounds)
 int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
-    QCommandLineParser arguments;
-    arguments.setApplicationDescription(
-        QStringLiteral("Uses sockets for notifications and writes at random, with a hostile daemon."));
-    arguments.addHelpOption();
-    const QCommandLineOption rounds(QStringLiteral("rounds"), QStringLiteral("How many rounds."),
-                                    QStringLiteral("count"), QStringLiteral("20"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines all choices."),
-                                  QStringLiteral("number"), QStringLiteral("7"));
-    arguments.addOptions({rounds, seed});
-    arguments.process(program);
+    LoadOptions options(
+        7, QStringLiteral("Uses sockets for notifications and writes at random, with a hostile daemon."));
+    options.addCount(QStringLiteral("rounds"), QStringLiteral("Rounds."), 20);
+    options.process(program);
     followObjects();
     buildEveryLogLine();
-    return run(arguments.value(seed).toUInt(), arguments.value(rounds).toInt());
+    return run(options.seed(), int(options.count(QStringLiteral("rounds"))));
 }

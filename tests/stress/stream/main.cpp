@@ -4,13 +4,13 @@
 #include "BleManager.h"
 #include "Figures.h"
 #include "GattApplication.h"
+#include "LoadOptions.h"
 #include "Simulator.h"
 #include "StreamPattern.h"
 #include "StreamPhone.h"
 
 #include <plim/peripheral.h>
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
@@ -286,21 +286,14 @@ int run(bool hasSockets, qint64 bytes, int links, unsigned seed)
 int main(int argc, char** argv)
 {
     const QCoreApplication program(argc, argv);
-    QCommandLineParser arguments;
-    arguments.setApplicationDescription(
-        QStringLiteral("Sends bytes through a serial stream, and checks each."));
-    arguments.addHelpOption();
-    const QCommandLineOption size(QStringLiteral("megabytes"), QStringLiteral("How many each way."),
-                                  QStringLiteral("count"), QStringLiteral("100"));
-    const QCommandLineOption links(QStringLiteral("links"), QStringLiteral("How many links are lost."),
-                                   QStringLiteral("count"), QStringLiteral("100"));
-    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Determines when links are lost."),
-                                  QStringLiteral("number"), QStringLiteral("7"));
+    LoadOptions options(7, QStringLiteral("Sends bytes through a serial stream, and checks each."));
+    options.addCount(QStringLiteral("megabytes"), QStringLiteral("Megabytes each way."), 100);
+    options.addCount(QStringLiteral("links"), QStringLiteral("Links that are lost."), 100);
     const QCommandLineOption bus(QStringLiteral("bus"), QStringLiteral("Without sockets."));
-    arguments.addOptions({size, links, seed, bus});
-    arguments.process(program);
+    options.addOption(bus);
+    options.process(program);
     followObjects();
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    return run(!arguments.isSet(bus), arguments.value(size).toLongLong() * megabyte,
-               arguments.value(links).toInt(), arguments.value(seed).toUInt());
+    return run(!options.isSet(bus), options.count(QStringLiteral("megabytes")) * megabyte,
+               int(options.count(QStringLiteral("links"))), options.seed());
 }
