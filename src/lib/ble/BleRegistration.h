@@ -62,9 +62,9 @@ struct PLIM_BLE_EXPORT BleRegistrationState
         NotHeld,         ///< never added, removed, or deleted
         WaitingForBlueZ, ///< held; it is registered as soon as BlueZ's manager appears
         Pending,         ///< BlueZ has been asked to register it and has not answered yet
-        Registered,      ///< BlueZ has accepted it
-        Refused,         ///< BlueZ has rejected it, has not answered in time, or could not be asked
-        Dropped          ///< no longer registered: BlueZ released it, or the program unregistered it itself
+        Registered, ///< BlueZ has accepted it; a second registration's "Already Exists" does not change that
+        Refused,    ///< BlueZ has rejected it, has not answered in time, or could not be asked
+        Dropped     ///< no longer registered: BlueZ released it, or the program unregistered it itself
     };
 
     /** The current state. */

@@ -126,6 +126,10 @@ quint64 RegistrationTracker::begin(const Step& step)
     if (entry == m_entries.end()) {
         return 0;
     }
+    if (step.phaseUntilAnswer != BleRegistrationState::Pending ||
+        step.managerPath != entry->state.managerPath) {
+        entry->endedStep = m_lastStep;
+    }
     entry->latestStep = ++m_lastStep;
     entry->state = {step.phaseUntilAnswer, step.managerPath, {}, {}};
     return entry->latestStep;
@@ -135,14 +139,8 @@ void RegistrationTracker::finish(const Step& step, quint64 number, const QDBusEr
 {
     const auto entry = m_entries.find(step.object);
     const bool counts = number != 0 && entry != m_entries.end() && entry->latestStep == number;
-    if (counts && step.phaseUntilAnswer == BleRegistrationState::Pending) {
-        if (!error.isValid()) {
-            entry->state.phase = BleRegistrationState::Registered;
-        } else if (m_managerPaths.contains(step.managerInterface)) {
-            entry->state = {BleRegistrationState::Refused, step.managerPath, error.name(), error.message()};
-        } else {
-            entry->state = {BleRegistrationState::WaitingForBlueZ, {}, {}, {}};
-        }
+    if (number != 0 && entry != m_entries.end() && step.phaseUntilAnswer == BleRegistrationState::Pending) {
+        takeAnswer(*entry, step, number, error);
     }
     BleRegistrationEvent event;
     event.kind = error.isValid() ? BleRegistrationEvent::StepFailed : BleRegistrationEvent::StepSucceeded;
@@ -156,6 +154,30 @@ void RegistrationTracker::finish(const Step& step, quint64 number, const QDBusEr
     queue(event);
 }
 
+/** Records what BlueZ has answered to a registration, the latest or an earlier one. */
+void RegistrationTracker::takeAnswer(Entry& entry, const Step& step, quint64 number,
+                                     const QDBusError& error) const
+{
+    if (!error.isValid()) {
+        entry.acceptedStep = qMax(entry.acceptedStep, number);
+    }
+    if (entry.latestStep == number) {
+        if (!error.isValid()) {
+            entry.state.phase = BleRegistrationState::Registered;
+        } else if (m_managerPaths.contains(step.managerInterface)) {
+            entry.state = {BleRegistrationState::Refused, step.managerPath, error.name(), error.message()};
+        } else {
+            entry.state = {BleRegistrationState::WaitingForBlueZ, {}, {}, {}};
+        }
+    }
+    // A manager that announces itself twice is asked twice: it accepts the one and rejects the other. The
+    // answers can arrive in any order.
+    if (entry.acceptedStep > entry.endedStep && entry.state.phase == BleRegistrationState::Refused &&
+        entry.state.errorName == QLatin1String("org.bluez.Error.AlreadyExists")) {
+        entry.state = {BleRegistrationState::Registered, entry.state.managerPath, {}, {}};
+    }
+}
+
 void RegistrationTracker::onReleased(const QObject* object, const QString& path)
 {
     const auto entry = m_entries.find(object);
@@ -166,6 +188,7 @@ void RegistrationTracker::onReleased(const QObject* object, const QString& path)
     if (entry->state.phase == BleRegistrationState::Registered) {
         entry->state.phase = BleRegistrationState::Dropped;
     }
+    entry->endedStep = entry->acceptedStep;
     BleRegistrationEvent event;
     event.kind = BleRegistrationEvent::AdvertisementReleased;
     event.managerInterface = entry->managerInterface;

@@ -62,7 +62,9 @@ private:
     struct Entry
     {
         QString managerInterface;
-        quint64 latestStep = 0; ///< number of the step whose answer counts; 0 for none
+        quint64 latestStep = 0;   ///< number of the step whose answer counts; 0 for none
+        quint64 acceptedStep = 0; ///< number of the latest registration that BlueZ accepted; 0 for none
+        quint64 endedStep = 0;    ///< registrations up to this number no longer hold
         BleRegistrationState state;
         QSharedPointer<QObject> releaseContext; ///< receives the releases, until it is deleted
     };
@@ -70,6 +72,7 @@ private:
     void add(const QObject* object, const QString& managerInterface);
     quint64 begin(const Step& step);
     void finish(const Step& step, quint64 number, const QDBusError& error);
+    void takeAnswer(Entry& entry, const Step& step, quint64 number, const QDBusError& error) const;
     void onReleased(const QObject* object, const QString& path);
     void queue(const BleRegistrationEvent& event);
     void callObserver(const BleRegistrationEvent& event) const;
