@@ -68,6 +68,20 @@ private:
     int m_descriptor;
 };
 
+/** The version of BlueZ that a test function is about, by the beginning of its name; 5.82 if it does not
+ * tell. */
+inline QString versionOfTest()
+{
+    const QByteArray function = QTest::currentTestFunction();
+    if (function.startsWith("withoutAVersion")) {
+        return {};
+    }
+    if (function.startsWith("before569")) {
+        return QStringLiteral("0542");
+    }
+    return function.startsWith("before576") ? QStringLiteral("054B") : QStringLiteral("0552");
+}
+
 /** A tree whose characteristic has sockets, and the test as BlueZ, which knows two connected centrals. */
 class SocketScenario
 {

@@ -24,6 +24,7 @@ private slots:
     void whileAPageIsSelectedAValueIsHeldBack();
     void oneCentralAloneIsNotNotifiedOverTheBus();
     void theLengthComesFromTheMtu();
+    void aLengthIsTakenFromBluezAndForItsDevicesOnly();
     void aWriteThatWantsNoReplyIsAcknowledged();
 
 private:
@@ -147,6 +148,16 @@ void tst_notify::theLengthComesFromTheMtu()
     QTRY_COMPARE(m_characteristic->maximumLength(phone), 97);
     m_bluez->remove(phonePath, {"org.bluez.Device1"_qs});
     QTRY_COMPARE(m_characteristic->maximumLength(phone), 20);
+}
+
+void tst_notify::aLengthIsTakenFromBluezAndForItsDevicesOnly()
+{
+    Caller stranger;
+    QVERIFY(!stranger.write(m_path, "x").isError());
+    QCOMPARE(m_characteristic->maximumLength(Central(phonePath)), 20);
+    m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("y"), FakeBluez::options(tabletPath, "LE"_qs, 517)});
+    QTRY_COMPARE(m_characteristic->value(), QByteArray("y"));
+    QCOMPARE(m_characteristic->maximumLength(Central(tabletPath)), 20);
 }
 
 void tst_notify::aWriteThatWantsNoReplyIsAcknowledged()

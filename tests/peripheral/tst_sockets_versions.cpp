@@ -50,16 +50,7 @@ void tst_sockets_versions::initTestCase()
 
 void tst_sockets_versions::init()
 {
-    const QByteArray function = QTest::currentTestFunction();
-    QString version = "0552"_qs;
-    if (function.startsWith("withoutAVersion")) {
-        version.clear();
-    } else if (function.startsWith("before569")) {
-        version = "0542"_qs;
-    } else if (function.startsWith("before576")) {
-        version = "054B"_qs;
-    }
-    m_scenario = std::make_unique<SocketScenario>(Access().read().notify(), version);
+    m_scenario = std::make_unique<SocketScenario>(Access().read().notify(), versionOfTest());
     m_characteristic = m_scenario->characteristic;
     QVERIFY(m_scenario->ready());
     onBus();

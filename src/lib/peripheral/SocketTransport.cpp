@@ -169,7 +169,6 @@ bool plim::detail::SocketTransport::hasSubscribers() const
 bool plim::detail::SocketTransport::notify(const QByteArray& value)
 {
     const QPointer<SocketTransport> self = this;
-    m_missed.clear(); // if nobody is subscribed, nothing is sent
     m_isInNotify = true;
     m_characteristic->setValue(value);
     if (self) {
