@@ -17,6 +17,7 @@ private slots:
     void cleanup() { m_scenario.reset(); }
     void slotsMayDeleteTheCharacteristic_data();
     void slotsMayDeleteTheCharacteristic();
+    void aLostSubscriptionThatIsFoundMayDeleteTheCharacteristic();
     void aHandlerMayDeleteTheCharacteristic();
     void aDeletedCharacteristicClosesItsSockets();
     void aSocketMayBeClosedBeforeItIsUsed();
@@ -84,6 +85,24 @@ void tst_socket_lifetimes::slotsMayDeleteTheCharacteristic()
     QTRY_VERIFY(!alive);
     QVERIFY(!phone || phone->descriptor() < 0 || phone->isHungUp());
     QVERIFY(!writer || writer->isHungUp());
+}
+
+/** A new socket of one central makes the library look again at what is known of the others. */
+void tst_socket_lifetimes::aLostSubscriptionThatIsFoundMayDeleteTheCharacteristic()
+{
+    const QPointer<Characteristic> alive = m_characteristic;
+    auto phone = m_scenario->subscribe(phonePath);
+    m_scenario->set(phonePath, "Connected"_qs, false);
+    m_scenario->set(phonePath, "Connected"_qs, true);
+    QTest::qWait(600);
+    phone.reset();
+    QTRY_VERIFY(!m_characteristic->notifying());
+    m_scenario->set(tabletPath, "Connected"_qs, false);
+    QTest::qWait(600); // the phone's own disconnection is now too long ago to be the reason
+    QObject::connect(m_characteristic, &Characteristic::subscribed, this,
+                     [this] { delete m_characteristic; });
+    const auto third = m_scenario->subscribe("/org/bluez/hci0/dev_00_AA_01_01_00_03"_qs);
+    QTRY_VERIFY(!alive);
 }
 
 void tst_socket_lifetimes::aHandlerMayDeleteTheCharacteristic()

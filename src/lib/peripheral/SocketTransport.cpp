@@ -79,8 +79,11 @@ std::optional<plim::AttError> plim::detail::SocketTransport::acquireNotify(const
     plim::connect(socket, &AttSocket::writable, this,
                   [this, socket] { emit readyToWrite(socket->central()); });
     const Central central = socket->central();
+    const QPointer<SocketTransport> self = this;
     m_lost->forget(central);
-    startNotifying(central);
+    if (self) {
+        startNotifying(central);
+    }
     return {};
 }
 
