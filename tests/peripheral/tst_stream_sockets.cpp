@@ -269,7 +269,7 @@ void tst_stream_sockets::before576AllSubscribersGetTheBytes()
     const auto fill = [&] { sent += m_stream->write(bytes.constData() + sent, bytes.size() - sent); };
     connect(m_stream.get(), &Stream::bytesWritten, this, fill);
     fill();
-    QTRY_VERIFY(sent > 80000);
+    QTRY_VERIFY(!m_stream->tx()->missed().isEmpty()); // the socket is full
     Arrived arrived(phone);
     QTRY_COMPARE(arrived.bytes().size(), bytes.size());
     QVERIFY(arrived.bytes() == bytes);
