@@ -65,11 +65,6 @@ bool Phone::look(int milliseconds)
     return seen;
 }
 
-QString Phone::tryConnect()
-{
-    return Remote::errorOf(Remote::tryCall(devicePath(), deviceInterface, "Connect"));
-}
-
 void Phone::forget()
 {
     Remote::tryCall(m_adapter, Remote::adapterInterface, "RemoveDevice",

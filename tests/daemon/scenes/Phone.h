@@ -38,8 +38,6 @@ public:
 
     /** Connects and waits until the services are known. */
     void connectDevice();
-    /** The error with which a connection fails, empty for none. */
-    QString tryConnect();
     void disconnectDevice();
     bool connected() const;
     /** Discovers and connects from scratch. */

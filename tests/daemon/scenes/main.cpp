@@ -51,7 +51,7 @@ const Scene scenes[] = {
     {"beacon", Scenes::beacon, Long, "ten changes a second, in place and by registrations"},
     {"unsafe", Scenes::unsafe, Long,
      "a change in place while the adapter is off, which 5.66 does not survive"},
-    {"second", Scenes::secondCentral, Long, "a keeper: a second central connects beside the first"},
+    {"second", Scenes::secondCentral, Long, "a keeper: a second central sees the device beside the first"},
     {"room", Scenes::room, Always, "a keeper: another program has all advertisements, and frees one"},
     {"timeout", Scenes::timeout, Long, "a keeper: the time-out of an advertisement passes"},
     {"fields", Scenes::fields, Long, "the fields of plim::Advertisement, as they are broadcast"},
