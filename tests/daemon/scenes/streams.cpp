@@ -19,8 +19,8 @@ const QString tx = QStringLiteral("6e400003-b5a3-f393-e0a9-e50e24dcca9e");
 
 constexpr int kilobytes = 128 << 10; // takes less than a minute
 constexpr int megabyte = 1 << 20;
-constexpr int longestWrite = 510; // of 5.66
-constexpr int patienceSeconds = 300;
+constexpr int longestWrite = 510;   // of 5.66
+constexpr int patienceSeconds = 60; // without a further byte
 
 /** The bytes of the notifications that came so far. */
 QByteArray received(const AttClient& phone)
@@ -60,13 +60,22 @@ void noteSpeed(const QString& what, qint64 bytes, const QElapsedTimer& time)
                      .arg(double(bytes) / 1000 / seconds, 0, 'f', 1));
 }
 
+/** Waits until there are so many bytes, or there is no progress any more. */
+void awaitBytes(const std::function<qint64()>& count, qint64 bytes)
+{
+    for (qint64 before = -1, now = count(); now < bytes && now > before; now = count()) {
+        before = now;
+        Expect::waitFor([&] { return count() > before; }, patienceSeconds);
+    }
+}
+
 void sendToPhone(ProductStage& stage, int bytes)
 {
     const int before = receivedSize(stage.central);
     QElapsedTimer time;
     time.start();
     stage.peripheral.tell(QString("stream-send serial %1").arg(bytes));
-    Expect::waitFor([&] { return receivedSize(stage.central) >= before + bytes; }, patienceSeconds);
+    awaitBytes([&] { return receivedSize(stage.central); }, before + bytes);
     noteSpeed("to the phone", bytes, time);
     Expect::that(received(stage.central).mid(before) == StreamPattern::bytes(0, bytes),
                  "all bytes arrive at the phone, in order, once",
@@ -87,7 +96,7 @@ void sendFromPhone(ProductStage& stage, int bytes)
     }
     Expect::that(errors.isEmpty(), "no write is rejected",
                  QString("%1, the first is %2").arg(errors.size()).arg(errors.value(0)));
-    Expect::waitFor([&] { return state(stage.peripheral).value(0).toInt() >= bytes; });
+    awaitBytes([&] { return state(stage.peripheral).value(0).toLongLong(); }, bytes);
     noteSpeed("from the phone", bytes, time);
     const QStringList all{QString::number(bytes), "-1", "0"};
     Expect::equal(state(stage.peripheral).mid(0, 3), all, "all bytes arrive at the stream, in order, once");
