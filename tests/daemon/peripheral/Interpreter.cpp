@@ -72,6 +72,8 @@ const QMap<QString, Interpreter::Command> Interpreter::s_commands{
     {"sockets", &Interpreter::sockets},
     {"notify", &Interpreter::notifyOnce},
     {"notify-count", &Interpreter::notifyCount},
+    {"count-writes", &Interpreter::countWrites},
+    {"counted-writes", &Interpreter::countedWrites},
     {"subscribers", &Interpreter::subscribers},
     {"handle", &Interpreter::handle},
     {"include", &Interpreter::include},

@@ -43,6 +43,8 @@ class Centrals;
  *
  *     notified NAME 0|1                   what notify() returned
  *     counted NAME WAITS                  all numbers are sent; how often it had to wait for room
+ *     writes NAME COUNT WRONG TIME        the answer to "counted-writes": how many came, how many of them did
+ *                                         not have the number after the one before, when the last one came
  *
  * and of what the commands in PairingCommands.cpp made:
  *
@@ -147,9 +149,15 @@ private:
     void sockets(const QStringList& words);
     // notify CHARACTERISTIC HEX|- [CENTRAL]: "-" is an empty value
     void notifyOnce(const QStringList& words);
-    // notify-count CHARACTERISTIC COUNT BYTES: notify() with 0, 1, ... as 32-bit big-endian numbers in front
-    // of so many zeros, as fast as it goes
+    // notify-count CHARACTERISTIC COUNT BYTES [MILLISECONDS]: notify() with 0, 1, ... as 32-bit big-endian
+    // numbers in front of so many bytes, as fast as it goes or at intervals. The bytes are the time of the
+    // call (monotonicTime(), 64-bit big-endian) if there is room for it, and zeros.
     void notifyCount(const QStringList& words);
+    // count-writes CHARACTERISTIC: a write handler that expects 0, 1, ... in front of the values; given
+    // again, it begins with 0 again
+    void countWrites(const QStringList& words);
+    // counted-writes CHARACTERISTIC: prints what it has counted
+    void countedWrites(const QStringList& words);
 
     // plim-advertisement NAME PATH
     void plimAdvertisement(const QStringList& words);
@@ -212,7 +220,8 @@ private:
     template <typename Request>
     std::function<void(Request)> handler(const QStringList& words);
     void beaconOnce(const QString& name, quint16 number, quint16 last, int interval);
-    void notifyFrom(const QString& name, quint32 number, quint32 count, int bytes, int waits);
+    struct Counting;
+    void notifyFrom(Counting counting);
     void countOnce(const QString& name, quint32 number, quint32 last, int interval);
 
     GattApplication* m_application = nullptr;

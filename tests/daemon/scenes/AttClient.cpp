@@ -1,6 +1,7 @@
 #include "AttClient.h"
 
 #include "Expect.h"
+#include "MonotonicTime.h"
 
 #include <QStringList>
 #include <QtEndian>
@@ -42,6 +43,7 @@ enum Opcode : quint8
     FindInformationRequest = 0x04,
     ReadRequest = 0x0a,
     WriteRequest = 0x12,
+    WriteResponse = 0x13,
     PrepareWriteRequest = 0x16,
     ExecuteWriteRequest = 0x18,
     ValueNotification = 0x1b,
@@ -53,6 +55,7 @@ enum Opcode : quint8
 constexpr quint8 attributeNotFound = 0x0a;
 constexpr quint16 packetSize = 517;
 constexpr int pieceSize = 100; // of a prepared write
+constexpr int patienceMs = 60000;
 
 QByteArray packet(Opcode opcode, std::initializer_list<quint16> numbers = {}, const QByteArray& rest = {})
 {
@@ -219,14 +222,15 @@ void AttClient::take(const QByteArray& received)
         send(packet(ExchangeMtuResponse, {packetSize}));
         m_knowsPacketSize = true;
     } else if (opcode == ValueNotification || opcode == ValueIndication) {
-        m_notifications << Notification{number(received, 1), received.mid(3), opcode == ValueIndication};
+        m_notifications << Notification{number(received, 1), received.mid(3), opcode == ValueIndication,
+                                        monotonicTime()};
         if (opcode == ValueIndication && m_confirming) {
             send(packet(ValueConfirmation));
         }
     } else if (opcode == MultipleValueNotification) {
         for (int at = 1; at + 4 <= received.size(); at += 4 + number(received, at + 2)) {
-            m_notifications << Notification{number(received, at),
-                                            received.mid(at + 4, number(received, at + 2)), false};
+            m_notifications << Notification{
+                number(received, at), received.mid(at + 4, number(received, at + 2)), false, monotonicTime()};
         }
     } else if (opcode % 2 == 1) {
         m_response = received;
@@ -240,9 +244,27 @@ void AttClient::take(const QByteArray& received)
 
 void AttClient::send(const QByteArray& bytes)
 {
-    if (m_socket < 0 || ::write(m_socket, bytes.constData(), size_t(bytes.size())) != bytes.size()) {
+    pollfd room{m_socket, POLLOUT, 0};
+    ssize_t sent = -1;
+    while ((sent = ::write(m_socket, bytes.constData(), size_t(bytes.size()))) < 0 && errno == EAGAIN &&
+           ::poll(&room, 1, patienceMs) > 0) {
+    }
+    if (sent != bytes.size()) {
         throw Expect::Impossible{"nothing can be sent over the link"};
     }
+}
+
+void AttClient::receiveUntil(const std::function<bool()>& condition)
+{
+    pollfd packets{m_socket, POLLIN, 0};
+    while (connected() && !condition() && ::poll(&packets, 1, patienceMs) > 0) {
+        receive();
+    }
+}
+
+void AttClient::awaitNotifications(qsizetype count)
+{
+    receiveUntil([&] { return m_notifications.size() >= count; });
 }
 
 AttClient::Answer AttClient::ask(const QByteArray& request)
@@ -339,6 +361,18 @@ AttClient::Answer AttClient::writePrepared(quint16 handle, const QByteArray& val
         }
     }
     return ask(packet(ExecuteWriteRequest, {}, QByteArray(1, 1)));
+}
+
+int AttClient::writeEach(quint16 handle, const QList<QByteArray>& values)
+{
+    int accepted = 0;
+    for (const QByteArray& value : values) {
+        m_response.clear();
+        send(packet(WriteRequest, {handle}, value));
+        receiveUntil([this] { return !m_response.isEmpty(); });
+        accepted += m_response == packet(WriteResponse) ? 1 : 0;
+    }
+    return accepted;
 }
 
 void AttClient::command(quint16 handle, const QByteArray& value)

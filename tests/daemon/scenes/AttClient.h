@@ -5,6 +5,7 @@
 #include <QSocketNotifier>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 /**
@@ -27,6 +28,7 @@ public:
         quint16 handle = 0;
         QByteArray value;
         bool isIndication = false;
+        qint64 time = 0; ///< monotonicTime() when it was read
     };
     /** The answer to a request. */
     struct Answer
@@ -78,7 +80,14 @@ public:
     /** Writes the Client Characteristic Configuration behind the value: 0 nothing, 1 notify, 2 indicate. */
     Answer subscribe(quint16 handle, int what);
 
+    /** Writes the values one after the other, each when the one before is answered, without the event loop,
+     * which would take most of the time. @return how many were accepted */
+    int writeEach(quint16 handle, const QList<QByteArray>& values);
+
     QList<Notification> notifications() const { return m_notifications; }
+    /** Waits until there are so many, without the event loop, which would take most of the time, or until
+     * nothing has come for a minute. */
+    void awaitNotifications(qsizetype count);
     /** Whether indications are confirmed; they are until told otherwise. */
     void setConfirming(bool confirming) { m_confirming = confirming; }
 
@@ -90,6 +99,7 @@ private:
     void openSocket();
     void closeSocket();
     void receive();
+    void receiveUntil(const std::function<bool()>& condition);
     void take(const QByteArray& packet);
     void send(const QByteArray& packet);
     Answer ask(const QByteArray& request);

@@ -74,7 +74,8 @@ bool Bluetooth::usesMachine()
     return onMachine;
 }
 
-Bluetooth::Bluetooth(Nothing, Controllers controllers) : m_kind(controllers)
+Bluetooth::Bluetooth(Nothing, Controllers controllers, Records records)
+    : m_kind(controllers), m_records(records)
 {
     Expect::setSpoilt([this] {
         noteEmulatorDeath();
@@ -83,18 +84,20 @@ Bluetooth::Bluetooth(Nothing, Controllers controllers) : m_kind(controllers)
 }
 
 // By way of the other constructor, so that the destructor is run even if this one ends with an exception.
-Bluetooth::Bluetooth(const QByteArray& configuration, Controllers controllers)
-    : Bluetooth(Nothing(), controllers)
+Bluetooth::Bluetooth(const QByteArray& configuration, Controllers controllers, Records records)
+    : Bluetooth(Nothing(), controllers, records)
 {
     if (!onMachine) {
         startAll(configuration);
     } else if (!configuration.isEmpty()) {
         throw Expect::Unsupported{"the machine's daemon keeps its configuration"};
     }
-    // The kernel drops what btmon does not fetch in time.
-    m_monitor = std::make_unique<Child>(
-        "controllers", "nice",
-        QStringList{"-n", "-15", "stdbuf", "-oL", "btmon", "-w", Child::logs() + "/controllers.btsnoop"});
+    if (m_records == Recorded) {
+        // The kernel drops what btmon does not fetch in time.
+        m_monitor = std::make_unique<Child>(
+            "controllers", "nice",
+            QStringList{"-n", "-15", "stdbuf", "-oL", "btmon", "-w", Child::logs() + "/controllers.btsnoop"});
+    }
     if (!onMachine) {
         plugIn();
         startDaemon();
@@ -140,7 +143,10 @@ void Bluetooth::startAll(const QByteArray& configuration)
     m_bus = std::make_unique<Child>("bus", "dbus-daemon",
                                     QStringList{"--system", "--nofork", "--nopidfile", "--nosyslog"});
     Expect::require([] { return QFile::exists(busSocket); }, "the bus");
-    m_traffic = std::make_unique<Child>("bus-traffic", "dbus-monitor", QStringList{"--system", "--profile"});
+    if (m_records == Recorded) {
+        m_traffic =
+            std::make_unique<Child>("bus-traffic", "dbus-monitor", QStringList{"--system", "--profile"});
+    }
 }
 
 void Bluetooth::startDaemon()
@@ -149,8 +155,8 @@ void Bluetooth::startDaemon()
         QProcess::execute("systemctl", {"start", "bluetooth.service"});
         return;
     }
-    m_daemon =
-        std::make_unique<Child>("bluetoothd", "/usr/libexec/bluetooth/bluetoothd", QStringList{"-n", "-d"});
+    m_daemon = std::make_unique<Child>("bluetoothd", "/usr/libexec/bluetooth/bluetoothd",
+                                       m_records == Recorded ? QStringList{"-n", "-d"} : QStringList{"-n"});
 }
 
 void Bluetooth::killDaemon()
@@ -251,6 +257,9 @@ QString Bluetooth::secondPhoneAddress() const
 
 QString Bluetooth::monitored() const
 {
+    if (!m_monitor) {
+        throw Expect::Unsupported{"the controllers are not watched"};
+    }
     const bool isNewer = QVersionNumber::fromString(Scenes::version()) > QVersionNumber(5, 82);
     return isNewer ? olderForm(m_monitor->text()) : m_monitor->text();
 }
@@ -258,7 +267,7 @@ QString Bluetooth::monitored() const
 QString Bluetooth::traffic() const
 {
     if (!m_traffic) {
-        throw Expect::Unsupported{"the machine's bus is not watched"};
+        throw Expect::Unsupported{"the bus is not watched"};
     }
     return m_traffic->text();
 }

@@ -28,6 +28,13 @@ public:
         ThreeDualMode
     };
 
+    /** Whether the daemon, the bus and the controllers are recorded, which takes most of the processor. */
+    enum Records
+    {
+        Recorded,
+        Unrecorded
+    };
+
     /** Uses the machine's own controllers, given by name ("hci0"). */
     static void useMachine(const QString& device, const QString& phone);
     static bool usesMachine();
@@ -36,7 +43,8 @@ public:
      * Starts everything afresh, and waits until both adapters are powered.
      * @param configuration  what the daemon's main.conf is to say, nothing for its defaults
      */
-    explicit Bluetooth(const QByteArray& configuration = {}, Controllers controllers = DualMode);
+    explicit Bluetooth(const QByteArray& configuration = {}, Controllers controllers = DualMode,
+                       Records records = Recorded);
     ~Bluetooth();
     Q_DISABLE_COPY(Bluetooth)
 
@@ -78,11 +86,12 @@ private:
     struct Nothing
     {
     };
-    Bluetooth(Nothing, Controllers controllers);
+    Bluetooth(Nothing, Controllers controllers, Records records);
     void noteEmulatorDeath();
     void startAll(const QByteArray& configuration);
 
     const Controllers m_kind;
+    const Records m_records;
     std::unique_ptr<Child> m_bus;
     std::unique_ptr<Child> m_traffic;
     std::unique_ptr<Child> m_monitor;

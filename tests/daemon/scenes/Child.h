@@ -25,10 +25,13 @@ public:
     QString text() const;
     bool wrote(const QString& text) const { return this->text().contains(text); }
     int count(const QString& text) const { return int(this->text().count(text)); }
+    qint64 process() const { return m_process.processId(); }
     bool running() const { return m_process.state() == QProcess::Running; }
 
     /** Writes a line to its standard input. */
     void write(const QString& line);
+    /** Sends what was written; otherwise the event loop does it. */
+    void flush() { m_process.waitForBytesWritten(); }
 
     /** How it has ended by itself ("died of signal 11"); empty while it runs, and where it was ended. */
     QString death();

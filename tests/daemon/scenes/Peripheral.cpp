@@ -13,15 +13,23 @@ Peripheral::Peripheral(const QString& name)
 
 void Peripheral::tell(const QString& command)
 {
-    const int before = m_answers;
+    ++m_commands;
     write(command);
-    Expect::require([&] { return m_answers > before || !running(); }, "the peripheral to do: " + command);
+    Expect::require([&] { return m_answers == m_commands || !running(); },
+                    "the peripheral to do: " + command);
     if (!running()) {
         throw Expect::Impossible{"the peripheral has ended"};
     }
     if (!m_wrong.isEmpty()) {
         throw Expect::Impossible{command + ": " + m_wrong};
     }
+}
+
+void Peripheral::begin(const QString& command)
+{
+    ++m_commands;
+    write(command);
+    flush();
 }
 
 void Peripheral::tell(const QStringList& commands)

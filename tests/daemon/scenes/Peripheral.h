@@ -16,6 +16,8 @@ public:
     void tell(const QString& command);
     /** The same for several. */
     void tell(const QStringList& commands);
+    /** Gives it a command at once, and does not wait; the next tell() waits for both. */
+    void begin(const QString& command);
 
     /** The values that a peer wrote, in order: what the object's value was after each write. */
     QList<QByteArray> written(const QString& name) const { return m_written.value(name); }
@@ -52,6 +54,7 @@ protected:
 
 private:
     bool m_ready = false;
+    int m_commands = 0;
     int m_answers = 0;
     QString m_wrong;
     QMap<QString, QList<QByteArray>> m_written;

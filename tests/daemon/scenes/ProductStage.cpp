@@ -22,8 +22,9 @@ QString devicePath(const QString& adapter, const QString& address)
     return adapter + "/dev_" + QString(address).replace(':', '_');
 }
 
-ProductStage::ProductStage(const QStringList& commands, const QByteArray& configuration)
-    : bluetooth(configuration, Bluetooth::LowEnergy),
+ProductStage::ProductStage(const QStringList& commands, const QByteArray& configuration,
+                           Bluetooth::Records records)
+    : bluetooth(configuration, Bluetooth::LowEnergy, records),
       central(bluetooth.phoneAddress(), bluetooth.deviceAddress())
 {
     peripheral.tell("application /com/example/scene com.example.Scene");

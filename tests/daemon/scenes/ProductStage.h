@@ -15,7 +15,8 @@ public:
      * @param commands       build the application: services, characteristics, handlers
      * @param configuration  what the daemon's main.conf is to say, nothing for its defaults
      */
-    explicit ProductStage(const QStringList& commands, const QByteArray& configuration = {});
+    explicit ProductStage(const QStringList& commands, const QByteArray& configuration = {},
+                          Bluetooth::Records records = Bluetooth::Recorded);
 
     /** The daemon's name for the central on the peripheral's side. */
     QString centralPath() const;

@@ -98,6 +98,8 @@ const Scene scenes[] = {
      "a serial stream with sockets for writes: a program that does not read"},
     {"streambus", Scenes::streamOverBus, Long, "a serial stream without sockets: a megabyte each way"},
     {"streammb", Scenes::streamMegabyte, OnRequest, "a serial stream with sockets: a megabyte each way"},
+    {"costs", Scenes::costs, OnRequest,
+     "what notifications and writes cost the daemon, the bus and the program"},
     {"demo", Scenes::demo, OnRequest, "what a phone sees of the demo's peripheral"},
 };
 

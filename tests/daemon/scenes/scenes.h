@@ -65,6 +65,7 @@ void stream();
 void streamOverBus();
 void streamMegabyte();
 void streamHeld();
+void costs();
 void demo();
 
 } // namespace Scenes
