@@ -5,6 +5,7 @@
 #include "Child.h"
 #include "Expect.h"
 #include "ProductStage.h"
+#include "Remote.h"
 #include "StreamPattern.h"
 #include "scenes.h"
 
@@ -205,6 +206,15 @@ void Scenes::streamHeld()
     AttClient& phone = stage.central;
     phone.connectDevice();
     Expect::equal(phone.subscribe(phone.handle(tx), 1).error, 0, "the phone subscribes");
+    // The daemon keeps no copy of the first write. An answer to one of its own questions would take its
+    // place.
+    Expect::require(
+        [&] {
+            return Remote::properties(stage.centralPath(), Remote::deviceInterface)
+                .value("ServicesResolved")
+                .toBool();
+        },
+        "the daemon to have no more questions about the phone's services");
     sendFromPhone(stage, kilobytes / 4);
     if (version() != "5.66") { // where one socket would serve all centrals, so that writes take the bus
         holdPhoneUp(stage);
