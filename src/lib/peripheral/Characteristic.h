@@ -140,9 +140,10 @@ public:
      * change back, BlueZ's requests for sockets are declined.
      *
      * With SocketsBothWays, BlueZ (5.66 to 5.82, at least) garbles writes: while it waits for the socket,
-     * which it asks for at the first write, it keeps no copy of what is written, so a write that follows may
-     * take its place. Choose it only if centrals wait for an answer to their first write, or check what they
-     * write. All writes are then acknowledged at once, and without an offset.
+     * which it asks for at the first write, it keeps no copy of what is written, so whatever the central
+     * sends next may take its place: another write, or an answer while BlueZ still searches the central's
+     * services. Choose it only if centrals check what they write, or wait some seconds before their first
+     * write, and for its answer. All writes are then acknowledged at once, and without an offset.
      */
     void setTransport(Transport transport);
 
