@@ -1,10 +1,9 @@
 #pragma once
 
+#include "LogLine.h"
 #include "plim.h"
 
 #include <log4cplus/logger.h>
-
-#include <sstream>
 
 namespace plim {
 
@@ -23,20 +22,22 @@ inline const log4cplus::Logger& bleLogger()
  * argument that writes a log line itself would clear it.
  *
  * @param level     TRACE, DEBUG, INFO, WARN, ERROR or FATAL
- * @param function  the function's full signature
+ * @param function  the function's full signature, a text that lives as long as the program
  * @param text      what follows "stream <<"
  */
 #define PLIM_LOG(logger, level, function, text)                                                              \
-    do {                                                                                                     \
-        if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                                           \
-            std::ostringstream plimLogLine_;                                                                 \
-            plimLogLine_ << text;                                                                            \
-            (logger).forcedLog(log4cplus::level##_LOG_LEVEL, plimLogLine_.str(), __FILE__, __LINE__,         \
-                               function);                                                                    \
-        }                                                                                                    \
-    } while (false)
+    PLIM_LOG_LINE(logger, log4cplus::level##_LOG_LEVEL, function, begin, text)
 
 /** The line that a function logs when it begins: "Enter ", its name, ": " and the text of its arguments. */
 #define PLIM_LOG_ENTER(logger, level, signature, arguments)                                                  \
-    PLIM_LOG(logger, level, signature,                                                                       \
-             "Enter " << dbglog_scopedFunction(signature, (logger).getName()) << ": " << arguments)
+    PLIM_LOG_LINE(logger, log4cplus::level##_LOG_LEVEL, signature, enter, arguments)
+
+/** What both have in common; how the text begins is a function of plim::LogLine. */
+#define PLIM_LOG_LINE(logger, level, function, beginning, text)                                              \
+    do {                                                                                                     \
+        if ((logger).isEnabledFor(level)) {                                                                  \
+            plim::LogLine plimLogLine_(logger, level, function, __FILE__, __LINE__);                         \
+            plimLogLine_.beginning() << text;                                                                \
+            plimLogLine_.write();                                                                            \
+        }                                                                                                    \
+    } while (false)
