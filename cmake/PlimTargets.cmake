@@ -34,6 +34,15 @@ function(plim_install_tool program)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endfunction()
 
+# plim_compile_for_size(FILE...)
+# For code that runs at the start, at a registration or after an error, and for what moc generates: no read, write or
+# notification becomes slower by it. A file in the build folder needs its full path.
+function(plim_compile_for_size)
+    if(PLIM_SMALL AND NOT PLIM_SANITIZE)
+        set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
+    endif()
+endfunction()
+
 # plim_add_library(NAME OUTPUT SOURCES FILE... HEADERS FILE... LINK LIBRARY... [COMPONENT NAME] [UMBRELLA HEADER])
 # A shared library: target plim_<name>, file lib<output>.so.<major>, alias plim::<name>, in the component "runtime" or
 # the one given. Its public headers are installed into include/plim/<name>, and found by their bare names; with an
