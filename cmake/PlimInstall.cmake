@@ -22,6 +22,9 @@ install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR} CO
 
 # Qt's CMake targets tell their users to compile with -fPIC; its pkg-config files do not, and Qt's headers then refuse.
 get_target_property(PLIM_QT_FLAGS Qt${PLIM_QT}::Core INTERFACE_COMPILE_OPTIONS)
+if(NOT PLIM_QT_FLAGS) # those of Qt 6.8 do not
+    set(PLIM_QT_FLAGS "")
+endif()
 list(JOIN PLIM_QT_FLAGS " " PLIM_QT_FLAGS)
 set(AT @)
 # The prefix is not known before installation (cmake --install --prefix), so a file is finished then.
