@@ -20,9 +20,9 @@ install(FILES ${config} ${configVersion} ${PROJECT_SOURCE_DIR}/cmake/Findlog4cpl
     DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 install(EXPORT plim_bleTargets NAMESPACE plim:: DESTINATION ${PLIM_CMAKE_DIR} COMPONENT dev)
 
-# Qt's CMake targets tell their users to compile with -fPIC; its pkg-config files do not, and Qt's headers then refuse.
+# Where Qt's headers refuse to be compiled without -fPIC, its CMake targets pass it on; its pkg-config files do not.
 get_target_property(PLIM_QT_FLAGS Qt${PLIM_QT}::Core INTERFACE_COMPILE_OPTIONS)
-if(NOT PLIM_QT_FLAGS) # those of Qt 6.8 do not
+if(NOT PLIM_QT_FLAGS) # as for Qt 6.8, and for Qt 6.4 on arm64
     set(PLIM_QT_FLAGS "")
 endif()
 list(JOIN PLIM_QT_FLAGS " " PLIM_QT_FLAGS)
