@@ -92,7 +92,6 @@ int main(int argc, char** argv)
     adv.setLocalName("Diary");
     adv.setServiceUUIDs({diaryService});
 
-    QCoreApplication::processEvents(); // in case BlueZ starts right now: see docs/guide.md
     BleManager::instance()->add(&app);
     BleManager::instance()->add(&adv);
     return program.exec();
