@@ -177,6 +177,9 @@ void AttClient::openSocket()
          errno != EINPROGRESS)) {
         throw Expect::Impossible{QString("no ATT socket: ") + std::strerror(errno)};
     }
+    // The kernel drops what finds no room here, and on a busy machine this program reads late.
+    const int room = 16 << 20;
+    ::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
 }
 
 void AttClient::closeSocket()
