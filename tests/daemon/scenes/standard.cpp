@@ -48,6 +48,7 @@ void expectBattery(AttClient& central, Peripheral& peripheral)
     Expect::equal(central.read(central.next(level, plim::uuid(0x2901))).value, QByteArray("main battery"),
                   "its description");
     central.subscribe(level, 1);
+    Expect::require([&] { return !peripheral.notifying("battery").isEmpty(); }, "the subscription");
     peripheral.tell("battery-level battery 42");
     Expect::require([&] { return !central.notifications().isEmpty(); }, "the new level");
     Expect::equal(central.notifications().constLast().value, QByteArray::fromHex("2a"),
@@ -61,6 +62,7 @@ void expectTime(AttClient& central, Peripheral& peripheral)
     Expect::equal(central.read(central.handle(plim::uuid(0x2a0f))).value, QByteArray::fromHex("0400"),
                   "the time zone, an hour east of Greenwich in winter");
     central.subscribe(time, 1);
+    Expect::require([&] { return !peripheral.notifying("time").isEmpty(); }, "the subscription to the time");
     const auto before = central.notifications().size();
     peripheral.tell("time-changed time");
     Expect::require([&] { return central.notifications().size() > before; }, "the new time");
