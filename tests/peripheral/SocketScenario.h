@@ -145,3 +145,30 @@ public:
     Attributes tree;
     plim::Characteristic* characteristic = nullptr;
 };
+
+/** What the tests of sockets with BlueZ's versions share: a listener on the bus, and a scenario for each
+ * function. */
+class SocketVersionsTest : public QObject
+{
+protected:
+    void listen() { m_listener.match("type='signal',member='PropertiesChanged',path='/app/aaaa/c0'"_qs); }
+    void begin()
+    {
+        m_scenario = std::make_unique<SocketScenario>(plim::Access().read().notify(), versionOfTest());
+        m_characteristic = m_scenario->characteristic;
+        QVERIFY(m_scenario->ready());
+        onBus();
+    }
+    /** How many values were notified over the bus since the last call. */
+    int onBus()
+    {
+        m_listener.ping();
+        return int(m_listener.takeSignals().size());
+    }
+
+    RawBusClient m_listener;
+    std::unique_ptr<SocketScenario> m_scenario;
+    plim::Characteristic* m_characteristic = nullptr;
+    const plim::Central m_phone{phonePath};
+    const plim::Central m_tablet{tabletPath};
+};

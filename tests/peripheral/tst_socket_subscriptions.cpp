@@ -5,18 +5,17 @@
 
 #include <vector>
 
-using plim::Access;
 using plim::Central;
 using plim::Characteristic;
 
 /** Where sockets, the bus and subscriptions that BlueZ has forgotten meet, with the test as BlueZ. */
-class tst_socket_subscriptions : public QObject
+class tst_socket_subscriptions : public SocketVersionsTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
+    void initTestCase() { listen(); }
+    void init() { begin(); }
     void cleanup() { m_scenario.reset(); }
     void before569ASecondSocketOfACentralIsUsed();
     void before569AClosedSocketEndsTheSubscription();
@@ -30,33 +29,8 @@ private slots:
     void aDisconnectionAtAnotherAdapterClosesNoSocket();
 
 private:
-    /** How many values were notified over the bus since the last call. */
-    int onBus()
-    {
-        m_listener.ping();
-        return int(m_listener.takeSignals().size());
-    }
     bool showsSocket() const { return m_characteristic->property("NotifyAcquired").toBool(); }
-
-    RawBusClient m_listener;
-    std::unique_ptr<SocketScenario> m_scenario;
-    Characteristic* m_characteristic = nullptr;
-    const Central m_phone{phonePath};
-    const Central m_tablet{tabletPath};
 };
-
-void tst_socket_subscriptions::initTestCase()
-{
-    m_listener.match("type='signal',member='PropertiesChanged',path='/app/aaaa/c0'"_qs);
-}
-
-void tst_socket_subscriptions::init()
-{
-    m_scenario = std::make_unique<SocketScenario>(Access().read().notify(), versionOfTest());
-    m_characteristic = m_scenario->characteristic;
-    QVERIFY(m_scenario->ready());
-    onBus();
-}
 
 void tst_socket_subscriptions::before569ASecondSocketOfACentralIsUsed()
 {

@@ -3,18 +3,17 @@
 
 #include <QSignalSpy>
 
-using plim::Access;
 using plim::Central;
 using plim::Characteristic;
 
 /** What BlueZ's versions and its faults make of sockets, with the test as BlueZ. */
-class tst_sockets_versions : public QObject
+class tst_sockets_versions : public SocketVersionsTest
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
+    void initTestCase() { listen(); }
+    void init() { begin(); }
     void cleanup() { m_scenario.reset(); }
     void withoutAVersionSocketsAreDeclined();
     void aStrangerGetsNoSocket();
@@ -28,33 +27,7 @@ private slots:
     void anUnsubscribedCentralStaysUnsubscribed();
     void aForgottenCentralIsLostNoLonger();
     void aNewSocketEndsTheUseOfTheBus();
-
-private:
-    /** What was notified over the bus since the last call. */
-    int onBus()
-    {
-        m_listener.ping();
-        return int(m_listener.takeSignals().size());
-    }
-    RawBusClient m_listener;
-    std::unique_ptr<SocketScenario> m_scenario;
-    Characteristic* m_characteristic = nullptr;
-    const Central m_phone{phonePath};
-    const Central m_tablet{tabletPath};
 };
-
-void tst_sockets_versions::initTestCase()
-{
-    m_listener.match("type='signal',member='PropertiesChanged',path='/app/aaaa/c0'"_qs);
-}
-
-void tst_sockets_versions::init()
-{
-    m_scenario = std::make_unique<SocketScenario>(Access().read().notify(), versionOfTest());
-    m_characteristic = m_scenario->characteristic;
-    QVERIFY(m_scenario->ready());
-    onBus();
-}
 
 void tst_sockets_versions::withoutAVersionSocketsAreDeclined()
 {
