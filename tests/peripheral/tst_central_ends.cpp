@@ -18,6 +18,8 @@ private slots:
     void whoIsNotConnectedIsNotDisconnected();
     void slotsMayDeleteTheObject_data();
     void slotsMayDeleteTheObject();
+    void slotsMayDeleteTheAttributeThatIsAsked_data();
+    void slotsMayDeleteTheAttributeThatIsAsked();
     void theObjectMayEndWithADisconnectionUnderWay();
 };
 
@@ -86,6 +88,52 @@ void tst_central_ends::slotsMayDeleteTheObject()
     m_bluez->vanish();
     QTRY_VERIFY(!victim);
     QTRY_VERIFY(m_centrals->connected().isEmpty());
+}
+
+void tst_central_ends::slotsMayDeleteTheAttributeThatIsAsked_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("member");
+    QTest::addColumn<bool>("hasSockets");
+    for (const char* member : {"ReadValue", "WriteValue", "AcquireNotify"}) {
+        QTest::addRow("%s of a characteristic", member)
+            << "/app/aaaa/c0"_qs << QString::fromLatin1(member) << false;
+    }
+    for (const char* member : {"AcquireNotify", "AcquireWrite"}) {
+        QTest::addRow("%s with sockets", member) << "/app/aaaa/c0"_qs << QString::fromLatin1(member) << true;
+    }
+    for (const char* member : {"ReadValue", "WriteValue"}) {
+        QTest::addRow("%s of a descriptor", member)
+            << "/app/aaaa/c0/d0"_qs << QString::fromLatin1(member) << false;
+    }
+}
+
+/** A request tells the MTU, which centralChanged() passes on before the request is handled. */
+void tst_central_ends::slotsMayDeleteTheAttributeThatIsAsked()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, member);
+    QFETCH(bool, hasSockets);
+    Attributes tree(plim::Access().read().write().writeWithoutResponse().notify());
+    tree.characteristic->trackSubscribers();
+    if (hasSockets) {
+        tree.characteristic->setTransport(plim::Characteristic::Transport::SocketsBothWays);
+    }
+    tree.characteristic->setReadHandler([](const plim::ReadRequest& request) { request.accept("value"); });
+    connect(m_centrals.get(), &Centrals::centralChanged, this, [&] { tree.app.reset(); });
+    start();
+    m_bluez->add(phonePath, phone());
+    settle();
+    QVariantList arguments{FakeBluez::options(phonePath, "LE"_qs, 185)};
+    if (member == "WriteValue"_qs) {
+        arguments.prepend(QByteArray("value"));
+    }
+    const QString interface =
+        path.endsWith("d0"_qs) ? "org.bluez.GattDescriptor1"_qs : "org.bluez.GattCharacteristic1"_qs;
+    const QDBusPendingCall call = m_bluez->call(path, member, arguments, interface);
+    QTRY_VERIFY(call.isFinished());
+    QVERIFY(!tree.app);
+    QCOMPARE(call.error().name(), "org.bluez.Error.Failed"_qs);
 }
 
 void tst_central_ends::theObjectMayEndWithADisconnectionUnderWay()

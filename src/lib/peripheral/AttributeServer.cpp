@@ -7,6 +7,7 @@
 #include "plimlog.h"
 
 #include <QDBusContext>
+#include <QPointer>
 
 namespace {
 
@@ -27,7 +28,7 @@ void callHandler(const std::function<void(Request)>& handler, const Request& req
 } // namespace
 
 plim::detail::AttributeServer::AttributeServer(QObject* owner, const Access& access, const QString& path)
-    : m_owner(std::make_shared<OwnerThread>(owner)), m_access(access), m_path(path)
+    : m_attribute(owner), m_owner(std::make_shared<OwnerThread>(owner)), m_access(access), m_path(path)
 {
 }
 
@@ -51,7 +52,9 @@ bool plim::detail::AttributeServer::read(const QDBusContext& context, const QVar
     if (!context.calledFromDBus()) {
         return false;
     }
-    RequestWitness::note(context, options);
+    if (!note(context, options)) {
+        return true;
+    }
     if (!m_access.allowsRead()) {
         refuse(context, AttError::ReadNotPermitted);
         return true;
@@ -73,7 +76,9 @@ bool plim::detail::AttributeServer::write(const QDBusContext& context, const QBy
     if (!context.calledFromDBus()) {
         return false;
     }
-    RequestWitness::note(context, options);
+    if (!note(context, options)) {
+        return true;
+    }
     if (!m_access.allowsWrite()) {
         refuse(context, AttError::WriteNotPermitted);
         return true;
@@ -111,12 +116,32 @@ void plim::detail::AttributeServer::handle(const std::shared_ptr<PendingWrite>& 
     }
 }
 
+bool plim::detail::AttributeServer::note(const QDBusContext& context, const QVariantMap& options) const
+{
+    const QPointer<QObject> attribute = m_attribute;
+    const QDBusMessage call = context.message();
+    const QDBusConnection connection = context.connection();
+    const QString path =
+        m_path; // NOLINT(performance-unnecessary-copy-initialization): it outlives the attribute
+    RequestWitness::note(call, options);
+    if (!attribute) {
+        refuse(call, connection, path, AttError::UnlikelyError);
+    }
+    return !attribute.isNull();
+}
+
 void plim::detail::AttributeServer::refuse(const QDBusContext& context, const AttError& error) const
 {
+    refuse(context.message(), context.connection(), m_path, error);
+}
+
+void plim::detail::AttributeServer::refuse(const QDBusMessage& call, const QDBusConnection& connection,
+                                           const QString& path, const AttError& error)
+{
+    call.setDelayedReply(true);
     PLIM_LOG(plim::bleLogger(), DEBUG, Q_FUNC_INFO,
-             context.message().member() << " of " << m_path << " refused: " << error.text());
-    context.setDelayedReply(true);
-    if (context.message().isReplyRequired()) {
-        context.connection().send(context.message().createErrorReply(error.dbusName(), error.dbusText()));
+             call.member() << " of " << path << " refused: " << error.text());
+    if (call.isReplyRequired()) {
+        connection.send(call.createErrorReply(error.dbusName(), error.dbusText()));
     }
 }

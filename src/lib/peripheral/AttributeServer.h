@@ -11,7 +11,9 @@
 
 #include <memory>
 
+class QDBusConnection;
 class QDBusContext;
+class QDBusMessage;
 class QObject;
 
 namespace plim {
@@ -51,12 +53,20 @@ public:
     bool writeAcknowledged(const QByteArray& value, const QVariantMap& options,
                            const PendingWrite::Store& store);
 
+    /** Passes on what a call says of its link. @return false if a slot has deleted the attribute, in which
+     * case the call was refused */
+    bool note(const QDBusContext& context, const QVariantMap& options) const;
+
     /** Answers a call with an error, instead of what its slot returns. */
     void refuse(const QDBusContext& context, const AttError& error) const;
+    /** The same without the attribute. @param path  the attribute's object path, for a log line */
+    static void refuse(const QDBusMessage& call, const QDBusConnection& connection, const QString& path,
+                       const AttError& error);
 
 private:
     void handle(const std::shared_ptr<PendingWrite>& call);
 
+    QObject* const m_attribute;
     const std::shared_ptr<OwnerThread> m_owner;
     const Access m_access;
     const QString m_path;

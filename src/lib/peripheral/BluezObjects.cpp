@@ -133,14 +133,14 @@ void plim::detail::BluezObjects::askForOwner()
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
     question << DBusBluezServiceName();
     auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::systemBus().asyncCall(question), this);
-    plim::connect(watcher, &QDBusPendingCallWatcher::finished, this,
-                  [this](QDBusPendingCallWatcher* answered) {
-                      answered->deleteLater();
-                      // A change that has been heard of is at least as new as this answer.
-                      if (!m_isOwnerKnown && !answered->isError()) {
-                          setOwner(answered->reply().arguments().value(0).toString());
-                      }
-                  });
+    plim::connect(
+        watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* answered) {
+            answered->deleteLater();
+            // A change that has been heard of is at least as new as this answer.
+            if (!m_isOwnerKnown) {
+                setOwner(answered->isError() ? QString() : answered->reply().arguments().value(0).toString());
+            }
+        });
 }
 
 void plim::detail::BluezObjects::on_ownerChanged(const QString& /*name*/, const QString& /*oldOwner*/,

@@ -43,6 +43,9 @@ public:
     /** Whether BlueZ runs and has described its objects. Between started() and ended(). */
     bool isStarted() const { return m_isStarted; }
 
+    /** Whether BlueZ has yet to be looked for, or to describe its objects. */
+    bool isStarting() const { return !m_isOwnerKnown || (!m_owner.isEmpty() && !m_isStarted); }
+
     /** Whether this is BlueZ's unique bus name now. To be asked of the sender of a call that only BlueZ may
      * make. */
     bool isBluez(const QString& busName) const { return !m_owner.isEmpty() && busName == m_owner; }

@@ -10,7 +10,6 @@
 #include "GattApplication.h"
 #include "GattService.h"
 #include "LinkMtus.h"
-#include "RequestWitness.h"
 #include "SocketTransport.h"
 #include "TreePath.h"
 #include "plimlog.h"
@@ -291,26 +290,25 @@ void plim::Characteristic::Confirm()
 
 void plim::Characteristic::AcquireNotify(const QVariantMap& options)
 {
-    if (!calledFromDBus() || refusesSubscribing()) {
+    if (!calledFromDBus() || refusesSubscribing() || !m_server->note(*this, options)) {
         return;
     }
-    detail::RequestWitness::note(*this, options);
-    const auto refusal =
-        m_sockets ? m_sockets->acquireNotify(*this, options) : detail::SocketTransport::declined;
-    if (refusal) {
-        m_server->refuse(*this, *refusal);
+    if (m_sockets) {
+        m_sockets->acquireNotify(*this, options);
+    } else {
+        m_server->refuse(*this, *detail::SocketTransport::declined);
         addSubscriber(Central(options.value(QStringLiteral("device")).value<QDBusObjectPath>().path()));
     }
 }
 
 void plim::Characteristic::AcquireWrite(const QVariantMap& options)
 {
-    if (calledFromDBus()) {
-        detail::RequestWitness::note(*this, options);
-        if (!m_sockets || !m_sockets->acquireWrite(*this, options)) {
-            // BlueZ calls WriteValue(). After another error, it would drop the value.
-            m_server->refuse(*this, AttError::UnlikelyError);
-        }
+    if (!calledFromDBus() || !m_server->note(*this, options)) {
+        return;
+    }
+    if (!m_sockets || !m_sockets->acquireWrite(*this, options)) {
+        // BlueZ calls WriteValue(). After another error, it would drop the value.
+        m_server->refuse(*this, AttError::UnlikelyError);
     }
 }
 

@@ -1,6 +1,5 @@
 #include "RequestWitness.h"
 
-#include <QDBusContext>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 
@@ -20,13 +19,12 @@ std::shared_ptr<plim::detail::RequestWitness> plim::detail::RequestWitness::shar
     return witness;
 }
 
-void plim::detail::RequestWitness::note(const QDBusContext& request, const QVariantMap& options)
+void plim::detail::RequestWitness::note(const QDBusMessage& request, const QVariantMap& options)
 {
     // Held for the time of the signal, in whose slots the others may let go.
     if (const std::shared_ptr<RequestWitness> witness = current.lock()) {
-        emit witness->requested(request.message().service(),
-                                options.value(QStringLiteral("device")).value<QDBusObjectPath>().path(),
-                                options.value(QStringLiteral("link")).toString(),
-                                options.value(QStringLiteral("mtu")).toInt());
+        emit witness->requested(
+            request.service(), options.value(QStringLiteral("device")).value<QDBusObjectPath>().path(),
+            options.value(QStringLiteral("link")).toString(), options.value(QStringLiteral("mtu")).toInt());
     }
 }

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-class QDBusContext;
+class QDBusMessage;
 
 namespace plim {
 namespace detail {
@@ -22,7 +22,7 @@ public:
 
     /** To be called for each request, with its options; does nothing where nobody holds the one of this
      * thread. */
-    static void note(const QDBusContext& request, const QVariantMap& options);
+    static void note(const QDBusMessage& request, const QVariantMap& options);
 
 signals:
     /**

@@ -2,6 +2,7 @@
 
 #include "AttLimits.h"
 #include "AttSocket.h"
+#include "AttributeServer.h"
 #include "BluezInterfaces.h"
 #include "BluezObjects.h"
 #include "DBusDetail.h"
@@ -9,6 +10,7 @@
 #include "GattCharacteristic.h"
 #include "LostSubscriptions.h"
 #include "PropertiesAdaptor.h"
+#include "RequestWitness.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -19,10 +21,11 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
-/** More than any peripheral has. Without a limit, a caller could use up the file descriptors. */
+/** More than any peripheral has. Without a limit, a caller could use up the file descriptors, or memory. */
 constexpr std::size_t maximumSockets = 256;
 
 /** A confirmation is a packet with this one byte. */
@@ -60,18 +63,61 @@ plim::detail::SocketTransport::SocketTransport(GattCharacteristic* characteristi
 {
     plim::connect(m_lost, &LostSubscriptions::found, this, &SocketTransport::startNotifying);
     plim::connect(m_lost, &LostSubscriptions::gone, this, &SocketTransport::stopNotifying);
+    plim::connect(m_bluez.get(), &BluezObjects::started, this, &SocketTransport::answerWaiting);
     // The base class sends all notifications to the bus.
     QObject::disconnect(characteristic, &GattCharacteristic::PropertiesChanged, m_bus, nullptr);
     plim::connect(characteristic, &GattCharacteristic::PropertiesChanged, this, &SocketTransport::route);
 }
 
-std::optional<plim::AttError> plim::detail::SocketTransport::acquireNotify(const QDBusContext& call,
-                                                                           const QVariantMap& options)
+plim::detail::SocketTransport::~SocketTransport()
 {
-    const std::optional<AttError> refusal =
-        m_offersNotifying ? acquire(call, options, m_notifying) : declined;
+    refuseWaiting();
+}
+
+void plim::detail::SocketTransport::acquireNotify(const QDBusContext& call, const QVariantMap& options)
+{
+    call.setDelayedReply(true);
+    Acquisition acquisition{call.message(), call.connection(), options};
+    if (m_bluez->isStarting() && m_waiting.size() < maximumSockets) {
+        m_waiting.push_back(std::move(acquisition));
+    } else {
+        answer(acquisition);
+    }
+}
+
+void plim::detail::SocketTransport::answerWaiting()
+{
+    const QPointer<SocketTransport> self = this;
+    while (self && !m_waiting.empty()) {
+        const Acquisition first = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        const QString path = m_characteristic->dbusPath();
+        RequestWitness::note(first.call, first.options); // BlueZ was not known when it called
+        if (self) {
+            answer(first);
+        } else {
+            AttributeServer::refuse(first.call, first.connection, path, *declined);
+        }
+    }
+}
+
+/** Their centrals are not subscribed any more. */
+void plim::detail::SocketTransport::refuseWaiting()
+{
+    for (const Acquisition& acquisition : std::exchange(m_waiting, {})) {
+        AttributeServer::refuse(acquisition.call, acquisition.connection, m_characteristic->dbusPath(),
+                                *declined);
+    }
+}
+
+void plim::detail::SocketTransport::answer(const Acquisition& acquisition)
+{
+    const std::optional<AttError> refusal = m_offersNotifying ? acquire(acquisition, m_notifying) : declined;
     if (refusal) {
-        return refusal;
+        AttributeServer::refuse(acquisition.call, acquisition.connection, m_characteristic->dbusPath(),
+                                *refusal);
+        emit subscribed(Central(deviceIn(acquisition.options)));
+        return;
     }
     AttSocket* socket = m_notifying.back();
     plim::connect(socket, &AttSocket::closed, this, [this, socket] { on_notifyClosed(socket); });
@@ -84,7 +130,6 @@ std::optional<plim::AttError> plim::detail::SocketTransport::acquireNotify(const
     if (self) {
         startNotifying(central);
     }
-    return {};
 }
 
 bool plim::detail::SocketTransport::acquireWrite(const QDBusContext& call, const QVariantMap& options)
@@ -94,9 +139,10 @@ bool plim::detail::SocketTransport::acquireWrite(const QDBusContext& call, const
     if (versionOf(*m_bluez, deviceIn(options)) < firstWithSocketPerCentral) {
         ofWriter.remove(QStringLiteral("device"));
     }
-    if (!m_offersWriting || acquire(call, options, m_writing)) {
+    if (!m_offersWriting || acquire({call.message(), call.connection(), options}, m_writing)) {
         return false;
     }
+    call.setDelayedReply(true);
     AttSocket* socket = m_writing.back();
     plim::connect(socket, &AttSocket::closed, this, [this, socket] { remove(socket, m_writing); });
     plim::connect(socket, &AttSocket::received, this,
@@ -110,15 +156,15 @@ bool plim::detail::SocketTransport::acquireWrite(const QDBusContext& call, const
 }
 
 /** Answers the call with a new socket, which is then the last one of the list. */
-std::optional<plim::AttError>
-plim::detail::SocketTransport::acquire(const QDBusContext& call, const QVariantMap& options, Sockets& sockets)
+std::optional<plim::AttError> plim::detail::SocketTransport::acquire(const Acquisition& acquisition,
+                                                                     Sockets& sockets)
 {
+    const auto& [call, connection, options] = acquisition;
     const QString device = deviceIn(options);
     const QVersionNumber version = versionOf(*m_bluez, device);
-    const bool canPass =
-        call.connection().connectionCapabilities() & QDBusConnection::UnixFileDescriptorPassing;
-    if (!canPass || !call.message().isReplyRequired() || !m_bluez->isBluez(call.message().service()) ||
-        version.isNull() || sockets.size() >= maximumSockets) {
+    const bool canPass = connection.connectionCapabilities() & QDBusConnection::UnixFileDescriptorPassing;
+    if (!canPass || !call.isReplyRequired() || !m_bluez->isBluez(call.service()) || version.isNull() ||
+        sockets.size() >= maximumSockets) {
         return declined;
     }
     m_isShared = version < firstWithSeparateSockets;
@@ -137,10 +183,8 @@ plim::detail::SocketTransport::acquire(const QDBusContext& call, const QVariantM
         return declined;
     }
     sockets.push_back(socket);
-    call.setDelayedReply(true);
     const auto mtu = quint16(options.value(QStringLiteral("mtu"), smallestMtu).toUInt());
-    call.connection().send(
-        call.message().createReply({QVariant::fromValue(theirs), QVariant::fromValue(mtu)}));
+    connection.send(call.createReply({QVariant::fromValue(theirs), QVariant::fromValue(mtu)}));
     return {};
 }
 
@@ -254,6 +298,7 @@ qint64 plim::detail::SocketTransport::unread(const Central& central) const
 
 void plim::detail::SocketTransport::closeAll()
 {
+    refuseWaiting();
     for (Sockets* sockets : {&m_notifying, &m_writing}) {
         for (AttSocket* socket : *sockets) {
             socket->disconnect(this);

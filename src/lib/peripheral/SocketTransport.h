@@ -4,12 +4,15 @@
 #include "Central.h"
 
 #include <QByteArray>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
 
+#include <deque>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -36,6 +39,7 @@ class SocketTransport : public QObject
 public:
     /** Sends the characteristic's notifications from now on. @param characteristic  outlives this object */
     SocketTransport(GattCharacteristic* characteristic, const std::shared_ptr<BluezObjects>& bluez);
+    ~SocketTransport() override;
 
     /** The answer to a call that gets no socket. BlueZ then calls StartNotify(). */
     static inline const std::optional<AttError> declined{AttError::RequestNotSupported};
@@ -47,9 +51,10 @@ public:
         m_offersWriting = writing;
     }
 
-    /** BlueZ's call that asks for a socket. @return what to answer, unless it was answered */
-    std::optional<AttError> acquireNotify(const QDBusContext& call, const QVariantMap& options);
-    /** The same for writes. @return whether it was answered */
+    /** Answers BlueZ's call that asks for a socket. While BlueZ has not described its objects, and so has not
+     * told its version, the call waits. */
+    void acquireNotify(const QDBusContext& call, const QVariantMap& options);
+    /** The same for writes, without waiting: the value comes another way. @return whether it was answered */
     bool acquireWrite(const QDBusContext& call, const QVariantMap& options);
 
     /** Whether BlueZ has a socket for notifications. */
@@ -95,7 +100,18 @@ signals:
 private:
     using Sockets = std::vector<AttSocket*>;
 
-    std::optional<AttError> acquire(const QDBusContext& call, const QVariantMap& options, Sockets& sockets);
+    /** BlueZ's call that asks for a socket. */
+    struct Acquisition
+    {
+        QDBusMessage call;
+        QDBusConnection connection;
+        QVariantMap options;
+    };
+
+    void answer(const Acquisition& acquisition);
+    void answerWaiting();
+    void refuseWaiting();
+    std::optional<AttError> acquire(const Acquisition& acquisition, Sockets& sockets);
     AttSocket* socketFor(const Central& central) const;
     bool isTheOnlyCentral(const Central& central) const;
     bool reachesAll() const;
@@ -119,6 +135,7 @@ private:
     bool m_isShared = false; ///< whether BlueZ sends what it reads from any socket to all subscribers
     Sockets m_notifying;     ///< the last one is the one that was opened last
     Sockets m_writing;
+    std::deque<Acquisition> m_waiting;
     QList<Central> m_missed;
     bool m_isInNotify = false;
 };
