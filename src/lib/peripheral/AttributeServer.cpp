@@ -121,8 +121,7 @@ bool plim::detail::AttributeServer::note(const QDBusContext& context, const QVar
     const QPointer<QObject> attribute = m_attribute;
     const QDBusMessage call = context.message();
     const QDBusConnection connection = context.connection();
-    const QString path =
-        m_path; // NOLINT(performance-unnecessary-copy-initialization): it outlives the attribute
+    const QString path = m_path; // which may end with the attribute
     RequestWitness::note(call, options);
     if (!attribute) {
         refuse(call, connection, path, AttError::UnlikelyError);
