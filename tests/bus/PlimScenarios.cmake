@@ -3,8 +3,8 @@
 # own: there is one manager per process, and it never ends.
 function(plim_add_scenarios name)
     add_executable(${name} ${name}.cpp)
-    plim_target_defaults(${name})
-    target_link_libraries(${name} PRIVATE plim::ble plim_test_support Qt${PLIM_QT}::Test)
+    plim_test_program(${name})
+    target_link_libraries(${name} PRIVATE plim::ble plim_test_support)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.cpp)
     file(STRINGS ${name}.cpp declarations REGEX "^    void [A-Za-z0-9]+\\(\\);$")
     foreach(declaration IN LISTS declarations)
