@@ -119,9 +119,10 @@ void plim::detail::AttributeServer::handle(const std::shared_ptr<PendingWrite>& 
 bool plim::detail::AttributeServer::note(const QDBusContext& context, const QVariantMap& options) const
 {
     const QPointer<QObject> attribute = m_attribute;
-    const QDBusMessage call = context.message();
-    const QDBusConnection connection = context.connection();
-    const QString path = m_path; // which may end with the attribute
+    // Copies, since the attribute may end, and the call and the path with it.
+    const QDBusMessage call(context.message()); // NOLINT(performance-unnecessary-copy-initialization)
+    const QDBusConnection connection(context.connection());
+    const QString path(m_path);
     RequestWitness::note(call, options);
     if (!attribute) {
         refuse(call, connection, path, AttError::UnlikelyError);
