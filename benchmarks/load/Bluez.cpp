@@ -3,6 +3,7 @@
 #include "Server.h"
 
 #include <array>
+#include <cstdint>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -36,6 +37,24 @@ const sd_bus_vtable deviceTable[] = {
     SD_BUS_VTABLE_END,
 };
 
+/** The server's answer to AcquireNotify. */
+struct Answer
+{
+    bool isThere = false;
+    int socket = -1; ///< negative after a refusal
+};
+
+int takeSocket(sd_bus_message* reply, void* userdata, sd_bus_error*)
+{
+    auto* answer = static_cast<Answer*>(userdata);
+    answer->isThere = true;
+    int theirs = -1;
+    if (!sd_bus_message_is_method_error(reply, nullptr) && sd_bus_message_read(reply, "h", &theirs) > 0) {
+        answer->socket = fcntl(theirs, F_DUPFD_CLOEXEC, 0);
+    }
+    return 0;
+}
+
 } // namespace
 
 Bluez::Bluez(sd_bus* bus) : m_bus(bus)
@@ -55,35 +74,24 @@ Bluez::~Bluez()
     }
 }
 
+/** The server asks for BlueZ's objects before it answers, so this does not block. */
 void Bluez::subscribe(const std::string& server, const std::string& path)
 {
-    constexpr int attempts = 1000;
-    for (int i = 0; i < attempts; ++i) {
-        // The server gives no socket before it knows the adapter.
-        while (check(sd_bus_process(m_bus, nullptr), "bus") > 0) {
+    Answer answer;
+    check(sd_bus_call_method_async(m_bus, nullptr, server.c_str(), path.c_str(),
+                                   "org.bluez.GattCharacteristic1", "AcquireNotify", takeSocket, &answer,
+                                   "a{sv}", 3, "device", "o", centralPath, "mtu", "q", 517, "link", "s",
+                                   "LE"),
+          "AcquireNotify");
+    while (!answer.isThere) {
+        if (check(sd_bus_process(m_bus, nullptr), "bus") == 0) {
+            check(sd_bus_wait(m_bus, UINT64_MAX), "bus");
         }
-        if (acquire(server, path)) {
-            return;
-        }
-        check(sd_bus_wait(m_bus, 20'000), "bus");
     }
-    throw std::runtime_error("the server gives no socket");
-}
-
-bool Bluez::acquire(const std::string& server, const std::string& path)
-{
-    sd_bus_message* reply = nullptr;
-    const int result = sd_bus_call_method(
-        m_bus, server.c_str(), path.c_str(), "org.bluez.GattCharacteristic1", "AcquireNotify", nullptr,
-        &reply, "a{sv}", 3, "device", "o", centralPath, "mtu", "q", 517, "link", "s", "LE");
-    if (result < 0) {
-        return false;
+    if (answer.socket < 0) {
+        throw std::runtime_error("the server gives no socket");
     }
-    int theirs = -1;
-    check(sd_bus_message_read(reply, "h", &theirs), "AcquireNotify");
-    m_socket = fcntl(theirs, F_DUPFD_CLOEXEC, 0);
-    sd_bus_message_unref(reply);
-    return m_socket >= 0;
+    m_socket = answer.socket;
 }
 
 void Bluez::read(unsigned count) const

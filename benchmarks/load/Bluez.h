@@ -20,8 +20,6 @@ public:
     void read(unsigned count) const;
 
 private:
-    bool acquire(const std::string& server, const std::string& path);
-
     sd_bus* m_bus;
     int m_socket = -1;
 };

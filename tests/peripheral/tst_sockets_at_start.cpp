@@ -30,6 +30,7 @@ private slots:
     void aSlotMayDeleteTheCharacteristicWhileTwoWait();
     void aSlotMayDeleteItWhenTheCentralIsKnown();
     void theNumberOfWaitingRequestsIsLimited();
+    void itIsDeclinedIfNoDescriptionComes();
     void whileBluezIsNotRunningNoneWaits();
     void aWriterIsDeclinedAtOnce();
 
@@ -172,13 +173,24 @@ void tst_sockets_at_start::theNumberOfWaitingRequestsIsLimited()
     constexpr int most = 256;
     std::vector<QDBusPendingCall> calls;
     for (int i = 0; i < most; ++i) {
-        calls.push_back(request("/org/bluez/hci0/dev_%1"_qs.arg(i)));
+        calls.push_back(
+            m_scenario->bluez->call(m_scenario->path, "AcquireNotify"_qs,
+                                    {FakeBluez::options("/org/bluez/hci0/dev_%1"_qs.arg(i), "LE"_qs, 247)}));
     }
     QCOMPARE(errorOf(request()), declined);
     QVERIFY(!calls.front().isFinished() && !calls.back().isFinished());
     QVERIFY(describe());
     QCOMPARE(errorOf(calls.front()), QString());
     QCOMPARE(errorOf(calls.back()), QString());
+}
+
+void tst_sockets_at_start::itIsDeclinedIfNoDescriptionComes()
+{
+    const QDBusPendingCall call = request();
+    QCOMPARE(errorOf(call), declined);
+    QCOMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});
+    QVERIFY(describe());
+    QVERIFY(!m_characteristic->property("NotifyAcquired").toBool());
 }
 
 void tst_sockets_at_start::whileBluezIsNotRunningNoneWaits()

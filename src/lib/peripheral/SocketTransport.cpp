@@ -28,6 +28,9 @@ namespace {
 /** More than any peripheral has. Without a limit, a caller could use up the file descriptors, or memory. */
 constexpr std::size_t maximumSockets = 256;
 
+/** As long as other requests wait. */
+constexpr int patienceMs = 5000;
+
 /** A confirmation is a packet with this one byte. */
 const QByteArray confirmation = QByteArrayLiteral("\x01");
 
@@ -63,6 +66,9 @@ plim::detail::SocketTransport::SocketTransport(GattCharacteristic* characteristi
 {
     plim::connect(m_lost, &LostSubscriptions::found, this, &SocketTransport::startNotifying);
     plim::connect(m_lost, &LostSubscriptions::gone, this, &SocketTransport::stopNotifying);
+    m_patience.setSingleShot(true);
+    m_patience.setInterval(patienceMs);
+    plim::connect(&m_patience, &QTimer::timeout, this, &SocketTransport::answerWaiting);
     plim::connect(m_bluez.get(), &BluezObjects::started, this, &SocketTransport::answerWaiting);
     // The base class sends all notifications to the bus.
     QObject::disconnect(characteristic, &GattCharacteristic::PropertiesChanged, m_bus, nullptr);
@@ -80,6 +86,9 @@ void plim::detail::SocketTransport::acquireNotify(const QDBusContext& call, cons
     Acquisition acquisition{call.message(), call.connection(), options};
     if (m_bluez->isStarting() && m_waiting.size() < maximumSockets) {
         m_waiting.push_back(std::move(acquisition));
+        if (!m_patience.isActive()) {
+            m_patience.start();
+        }
     } else {
         answer(acquisition);
     }
@@ -87,6 +96,7 @@ void plim::detail::SocketTransport::acquireNotify(const QDBusContext& call, cons
 
 void plim::detail::SocketTransport::answerWaiting()
 {
+    m_patience.stop();
     const QPointer<SocketTransport> self = this;
     while (self && !m_waiting.empty()) {
         const Acquisition first = std::move(m_waiting.front());

@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 #include <QVariantMap>
 
 #include <deque>
@@ -52,7 +53,7 @@ public:
     }
 
     /** Answers BlueZ's call that asks for a socket. While BlueZ has not described its objects, and so has not
-     * told its version, the call waits. */
+     * told its version, the call waits, at most 5 s. */
     void acquireNotify(const QDBusContext& call, const QVariantMap& options);
     /** The same for writes, without waiting: the value comes another way. @return whether it was answered */
     bool acquireWrite(const QDBusContext& call, const QVariantMap& options);
@@ -136,6 +137,7 @@ private:
     Sockets m_notifying;     ///< the last one is the one that was opened last
     Sockets m_writing;
     std::deque<Acquisition> m_waiting;
+    QTimer m_patience; ///< how long they wait
     QList<Central> m_missed;
     bool m_isInNotify = false;
 };
