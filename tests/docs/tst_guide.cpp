@@ -1,13 +1,13 @@
 // What docs/guide.md says: its sequence diagram of long values, step by step, and several changes at once.
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GapAdvertisement.h"
 #include "GattApplication.h"
 #include "PlimBleTest.h"
 
 namespace {
 
-constexpr int PatienceMs = 10000;
 const QByteArray v1(1100, '1');
 const QByteArray v2(1100, '2');
 const QByteArray v3(1100, '3');
@@ -34,8 +34,6 @@ int registrationsOfAdvertisements()
 }
 
 } // namespace
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, PatienceMs)
 
 class TestGuide : public QObject
 {

@@ -1,10 +1,9 @@
 // What docs/guide.md says of tests of pairing.
 
+#include "Eventually.h"
 #include "PlimBleTest.h"
 
 #include <plim/peripheral.h>
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
 
 class TestGuidePairing : public QObject
 {

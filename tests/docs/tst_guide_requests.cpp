@@ -1,6 +1,7 @@
 // What docs/guide.md says of access, requests, subscribers, indications and standard services.
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GattApplication.h"
 #include "PlimBleTest.h"
 
@@ -15,8 +16,6 @@ namespace {
 const QString report = QStringLiteral("00002a4d-0000-1000-8000-00805f9b34fb");
 
 } // namespace
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
 
 class TestGuideRequests : public QObject
 {

@@ -1,6 +1,7 @@
 // What docs/guide.md says of notifications over sockets.
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GattApplication.h"
 #include "PlimBleTest.h"
 
@@ -8,8 +9,6 @@
 
 using plim::Access;
 using plim::Characteristic;
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
 
 class TestGuideSockets : public QObject
 {

@@ -2,6 +2,7 @@
 // that the page shows; then it is cured as the page says.
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GapAdvertisement.h"
 #include "GattApplication.h"
 #include "LogCapture.h"
@@ -14,7 +15,6 @@
 
 namespace {
 
-constexpr int PatienceMs = 10000;
 const QString success = QStringLiteral("D-Bus call success: registerAdv");
 
 QString failure(const char* words)
@@ -46,9 +46,6 @@ QStringList adapters(const QString& method)
 }
 
 } // namespace
-
-#define EVENTUALLY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, PatienceMs)
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, PatienceMs)
 
 class TestTroubleshooting : public QObject
 {

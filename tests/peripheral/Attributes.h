@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Eventually.h"
 #include "GattApplication.h"
 #include "Literals.h"
 #include "RawBusClient.h"

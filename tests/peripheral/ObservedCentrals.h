@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Attributes.h"
+#include "Eventually.h"
 #include "FakeBluez.h"
 #include "Literals.h"
 
@@ -74,7 +75,8 @@ protected:
         m_centrals.reset();
         m_bluez.reset();
         // The name has to be free for the next one.
-        QTRY_VERIFY(!QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
+        EVENTUALLY_VERIFY(
+            !QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
     }
 
     void start()
@@ -87,16 +89,16 @@ protected:
     {
         const int before = m_bluez->descriptions;
         QVERIFY(m_bluez->appear());
-        QTRY_COMPARE(m_bluez->descriptions, before + 1);
+        EVENTUALLY_COMPARE(m_bluez->descriptions, before + 1);
     }
     /** Waits until what the daemon has said before is known. */
     void settle()
     {
         m_bluez->add("/marker"_qs, phone());
-        QTRY_VERIFY(m_record->lines.contains("+ /marker"_qs));
+        EVENTUALLY_VERIFY(m_record->lines.contains("+ /marker"_qs));
         m_record->lines.removeAll("+ /marker"_qs);
         m_bluez->remove("/marker"_qs, {device});
-        QTRY_VERIFY(m_record->lines.contains("- /marker Unknown"_qs));
+        EVENTUALLY_VERIFY(m_record->lines.contains("- /marker Unknown"_qs));
         m_record->lines.removeAll("- /marker Unknown"_qs);
     }
     QStringList told()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BluezObjects.h"
+#include "Eventually.h"
 #include "FakeBluez.h"
 #include "Literals.h"
 
@@ -69,14 +70,15 @@ protected:
         m_objects.reset();
         m_bluez.reset();
         // The name has to be free for the next one.
-        QTRY_VERIFY(!QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
+        EVENTUALLY_VERIFY(
+            !QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
     }
 
     void startDaemon()
     {
         m_bluez->objects = {{QDBusObjectPath(adapter), {{adapterInterface, named("one")}}}};
         QVERIFY(m_bluez->appear());
-        QTRY_VERIFY(m_objects->isStarted());
+        EVENTUALLY_VERIFY(m_objects->isStarted());
         m_record->taken();
     }
 

@@ -36,7 +36,7 @@ protected:
     {
         const qint64 before = m_stream->bytesAvailable();
         phone.write(m_rx, bytes);
-        QTRY_COMPARE_WITH_TIMEOUT(m_stream->bytesAvailable(), before + bytes.size(), 10000);
+        EVENTUALLY_COMPARE(m_stream->bytesAvailable(), before + bytes.size());
     }
     static QByteArray pattern(int size) { return StreamPattern::bytes(0, size); }
     void end()

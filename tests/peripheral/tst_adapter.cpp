@@ -1,3 +1,4 @@
+#include "Eventually.h"
 #include "FakeBluez.h"
 #include "Literals.h"
 #include "LogCapture.h"
@@ -94,7 +95,8 @@ private slots:
     void cleanup()
     {
         m_bluez.reset();
-        QTRY_VERIFY(!QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
+        EVENTUALLY_VERIFY(
+            !QDBusConnection::systemBus().interface()->isServiceRegistered("org.bluez"_qs).value());
     }
     void theChosenOneIsShown_data();
     void theChosenOneIsShown();
@@ -119,7 +121,7 @@ private:
                             {QDBusObjectPath(hci1), shown(address1)}};
         const int before = m_bluez->descriptions;
         QVERIFY(m_bluez->appear());
-        QTRY_COMPARE(m_bluez->descriptions, before + 1);
+        EVENTUALLY_COMPARE(m_bluez->descriptions, before + 1);
     }
 
     std::unique_ptr<FakeBluez> m_bluez;
@@ -141,7 +143,7 @@ void tst_adapter::theChosenOneIsShown()
     QFETCH(QString, path);
     const Adapter adapter(choice);
     start();
-    QTRY_VERIFY(adapter.advertisementsLeft() == 4);
+    EVENTUALLY_VERIFY(adapter.advertisementsLeft() == 4);
     const QStringList expected{"present=true"_qs,
                                "path="_qs + path,
                                "address="_qs + (path == hci1 ? address1 : address0),
@@ -180,7 +182,7 @@ void tst_adapter::withoutOneEverythingIsEmpty()
     QCOMPARE(properties(adapter), empty);
     const Adapter other;
     start();
-    QTRY_VERIFY(other.isPresent());
+    EVENTUALLY_VERIFY(other.isPresent());
     QCOMPARE(properties(adapter), empty);
 }
 
@@ -219,13 +221,13 @@ void tst_adapter::eachChangeIsToldOnce()
     const Adapter adapter("hci0"_qs);
     Changes changes(adapter);
     start();
-    QTRY_VERIFY(changes.names().size() == 14);
+    EVENTUALLY_VERIFY(changes.names().size() == 14);
     changes.taken();
     const QStringList before = properties(adapter);
     m_bluez->change(hci0, interface, {{name, value}});
     m_bluez->change(hci0, interface, {{name, value}});
     m_bluez->change(hci0, adapterInterface, {{"Alias"_qs, "last"_qs}});
-    QTRY_COMPARE(adapter.alias(), "last"_qs);
+    EVENTUALLY_COMPARE(adapter.alias(), "last"_qs);
     QStringList expected{QString::fromLatin1(QTest::currentDataTag()), "aliasChanged"_qs};
     QCOMPARE(changes.taken(), expected);
     QVERIFY(properties(adapter) != before);
@@ -236,13 +238,13 @@ void tst_adapter::otherChangesAreNotTold()
     const Adapter adapter("hci0"_qs);
     Changes changes(adapter);
     start();
-    QTRY_VERIFY(adapter.isPresent());
-    QTRY_VERIFY(adapter.advertisementsLeft() != 0);
+    EVENTUALLY_VERIFY(adapter.isPresent());
+    EVENTUALLY_VERIFY(adapter.advertisementsLeft() != 0);
     changes.taken();
     m_bluez->change(hci1, adapterInterface, {{"Alias"_qs, "other"_qs}});
     m_bluez->change(hci0, adapterInterface, {{"Discovering"_qs, true}});
     m_bluez->change(hci0, adapterInterface, {{"Alias"_qs, "last"_qs}});
-    QTRY_COMPARE(adapter.alias(), "last"_qs);
+    EVENTUALLY_COMPARE(adapter.alias(), "last"_qs);
     QCOMPARE(changes.taken(), QStringList("aliasChanged"_qs));
 }
 
@@ -251,27 +253,27 @@ void tst_adapter::itIsFollowedToAnotherNumber()
     const Adapter adapter(address1);
     Changes changes(adapter);
     start();
-    QTRY_COMPARE(adapter.advertisementsActive(), 1);
+    EVENTUALLY_COMPARE(adapter.advertisementsActive(), 1);
     changes.taken();
     m_bluez->remove(hci1, {adapterInterface, advertisingInterface});
-    QTRY_VERIFY(!adapter.isPresent());
+    EVENTUALLY_VERIFY(!adapter.isPresent());
     QVERIFY(changes.names().contains("presentChanged"_qs) && changes.names().contains("pathChanged"_qs));
     m_bluez->add(hci1, shown("00:AA:01:00:00:0F"_qs));
     m_bluez->add(hci2, shown(address1));
-    QTRY_COMPARE(adapter.path(), hci2);
-    QTRY_COMPARE(adapter.advertisementsLeft(), 4);
+    EVENTUALLY_COMPARE(adapter.path(), hci2);
+    EVENTUALLY_COMPARE(adapter.advertisementsLeft(), 4);
 }
 
 void tst_adapter::itIsFollowedAcrossARestart()
 {
     const Adapter adapter("hci1"_qs);
     start();
-    QTRY_VERIFY(adapter.isPresent());
+    EVENTUALLY_VERIFY(adapter.isPresent());
     m_bluez->vanish();
-    QTRY_VERIFY(!adapter.isPresent());
+    EVENTUALLY_VERIFY(!adapter.isPresent());
     QCOMPARE(adapter.alias(), QString());
     start();
-    QTRY_COMPARE(adapter.alias(), "sensor"_qs);
+    EVENTUALLY_COMPARE(adapter.alias(), "sensor"_qs);
 }
 
 void tst_adapter::anyOneStaysUntilItGoes()
@@ -279,12 +281,12 @@ void tst_adapter::anyOneStaysUntilItGoes()
     const Adapter adapter;
     const Adapter second("hci1"_qs);
     start();
-    QTRY_VERIFY(second.isPresent());
+    EVENTUALLY_VERIFY(second.isPresent());
     m_bluez->remove(hci0, {adapterInterface});
-    QTRY_COMPARE(adapter.path(), hci1);
+    EVENTUALLY_COMPARE(adapter.path(), hci1);
     m_bluez->add(hci0, shown(address0));
     m_bluez->change(hci1, adapterInterface, {{"Alias"_qs, "last"_qs}});
-    QTRY_COMPARE(second.alias(), "last"_qs);
+    EVENTUALLY_COMPARE(second.alias(), "last"_qs);
     QCOMPARE(adapter.path(), hci1);
 }
 
@@ -306,10 +308,10 @@ void tst_adapter::settersReachTheDaemon()
     QFETCH(QVariant, value);
     Adapter adapter("hci1"_qs);
     start();
-    QTRY_VERIFY(adapter.isPresent());
+    EVENTUALLY_VERIFY(adapter.isPresent());
     const QStringList before = properties(adapter);
     QVERIFY(adapter.setProperty(property.toLatin1().constData(), value));
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     const QDBusMessage& call = m_bluez->calls.constFirst();
     QCOMPARE(call.path() + ' ' + call.member() + ' ' + call.signature(), "/org/bluez/hci1 Set ssv"_qs);
     QCOMPARE(call.arguments().at(0).toString(), adapterInterface);
@@ -324,32 +326,32 @@ void tst_adapter::settersTellHowTheyEnded()
 {
     Adapter adapter("hci1"_qs);
     start();
-    QTRY_VERIFY(adapter.isPresent());
+    EVENTUALLY_VERIFY(adapter.isPresent());
     QStringList ends;
     adapter.setPowered(
         true, [&](const QDBusError& error) { ends << (error.isValid() ? error.name() : "done"_qs); });
     adapter.setAlias("x"_qs, [&](const QDBusError& error) { ends << error.name(); });
     adapter.setPairable(true, [](const QDBusError&) { throw 1; });
-    QTRY_COMPARE(m_bluez->calls.size(), 3);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 3);
     m_bluez->send(m_bluez->calls.at(0).createReply());
     m_bluez->send(m_bluez->calls.at(1).createErrorReply("org.bluez.Error.Blocked"_qs, "Blocked"_qs));
     m_bluez->send(m_bluez->calls.at(2).createReply());
-    QTRY_COMPARE(ends, QStringList({"done"_qs, "org.bluez.Error.Blocked"_qs}));
+    EVENTUALLY_COMPARE(ends, QStringList({"done"_qs, "org.bluez.Error.Blocked"_qs}));
 }
 
 void tst_adapter::withoutAFunctionAFailureIsLogged()
 {
     Adapter adapter("hci1"_qs);
     start();
-    QTRY_VERIFY(adapter.isPresent());
+    EVENTUALLY_VERIFY(adapter.isPresent());
     const LogCapture log;
     adapter.setPowered(true);
     adapter.setPowered(true);
-    QTRY_COMPARE(m_bluez->calls.size(), 2);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 2);
     m_bluez->send(m_bluez->calls.at(0).createReply());
     m_bluez->send(m_bluez->calls.at(1).createErrorReply("org.bluez.Error.Blocked"_qs, "Blocked"_qs));
-    QTRY_COMPARE(log.texts(log4cplus::WARN_LOG_LEVEL),
-                 QStringList("Cannot set Powered of adapter hci1: Blocked"_qs));
+    EVENTUALLY_COMPARE(log.texts(log4cplus::WARN_LOG_LEVEL),
+                       QStringList("Cannot set Powered of adapter hci1: Blocked"_qs));
 }
 
 void tst_adapter::settersFailWithoutTheAdapter()
@@ -358,7 +360,7 @@ void tst_adapter::settersFailWithoutTheAdapter()
     QString end;
     adapter.setAlias("x"_qs, [&](const QDBusError& error) { end = error.name(); });
     QVERIFY(end.isEmpty());
-    QTRY_COMPARE(end, "org.freedesktop.DBus.Error.UnknownObject"_qs);
+    EVENTUALLY_COMPARE(end, "org.freedesktop.DBus.Error.UnknownObject"_qs);
     bool called = false;
     auto ending = std::make_unique<Adapter>("hci7"_qs);
     ending->setPowered(true, [&](const QDBusError&) { called = true; });
@@ -372,7 +374,7 @@ void tst_adapter::slotsMayDeleteIt()
     const QPointer<Adapter> victim = new Adapter("hci0"_qs);
     connect(victim, &Adapter::aliasChanged, this, [victim] { delete victim.data(); });
     start();
-    QTRY_VERIFY(!victim);
+    EVENTUALLY_VERIFY(!victim);
 }
 
 QTEST_GUILESS_MAIN(tst_adapter)

@@ -38,7 +38,7 @@ void tst_bluez_calls::callsReachTheDaemonAndEnd()
     m_objects->set(adapter, adapterInterface, alias, "new"_qs, this, note);
     m_objects->call(adapter, adapterInterface, "RemoveDevice"_qs,
                     {QVariant::fromValue(QDBusObjectPath(phone))}, this, note);
-    QTRY_COMPARE(m_bluez->calls.size(), 2);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 2);
     const QDBusMessage set = m_bluez->calls.at(0);
     QCOMPARE(set.path() + ' ' + set.interface() + '.' + set.member() + ' ' + set.signature(),
              "/org/bluez/hci0 org.freedesktop.DBus.Properties.Set ssv"_qs);
@@ -47,7 +47,7 @@ void tst_bluez_calls::callsReachTheDaemonAndEnd()
     QVERIFY(ends.isEmpty());
     m_bluez->send(set.createReply());
     m_bluez->send(m_bluez->calls.at(1).createErrorReply("org.bluez.Error.DoesNotExist"_qs, "Gone"_qs));
-    QTRY_COMPARE(ends, QStringList({"done"_qs, "org.bluez.Error.DoesNotExist Gone"_qs}));
+    EVENTUALLY_COMPARE(ends, QStringList({"done"_qs, "org.bluez.Error.DoesNotExist Gone"_qs}));
 }
 
 void tst_bluez_calls::callsWithoutADaemonFail()
@@ -56,7 +56,7 @@ void tst_bluez_calls::callsWithoutADaemonFail()
     m_objects->call(adapter, adapterInterface, "RemoveDevice"_qs, {}, this,
                     [&](const QDBusError& error) { end = error.name(); });
     QVERIFY(end.isEmpty());
-    QTRY_COMPARE(end, "org.freedesktop.DBus.Error.ServiceUnknown"_qs);
+    EVENTUALLY_COMPARE(end, "org.freedesktop.DBus.Error.ServiceUnknown"_qs);
     m_objects->call(adapter, adapterInterface, "RemoveDevice"_qs, {}, this, {});
     QCoreApplication::processEvents();
 }
@@ -70,7 +70,7 @@ void tst_bluez_calls::whatCannotBeSentIsNotSent()
     m_objects->call(adapter, adapterInterface, "RemoveDevice"_qs, {QVariant::fromValue(QDBusObjectPath())},
                     this, note);
     m_objects->set("no path"_qs, adapterInterface, alias, 1, this, note);
-    QTRY_COMPARE(ends.size(), 3);
+    EVENTUALLY_COMPARE(ends.size(), 3);
     QCOMPARE(ends.count("org.freedesktop.DBus.Error.InvalidArgs"_qs), 2);
     QVERIFY(m_bluez->calls.isEmpty());
 }
@@ -82,12 +82,12 @@ void tst_bluez_calls::noCallbackComesAfterItsContext()
     auto context = std::make_unique<QObject>();
     const auto note = [&](const QDBusError&) { called = true; };
     m_objects->set(adapter, adapterInterface, alias, "new"_qs, context.get(), note);
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     m_objects->set(adapter, adapterInterface, alias, QVariant(), context.get(), note);
     context.reset();
     m_bluez->send(m_bluez->calls.first().createReply());
     m_bluez->change(adapter, adapterInterface, named("new"));
-    QTRY_COMPARE(m_record->lines.size(), 1);
+    EVENTUALLY_COMPARE(m_record->lines.size(), 1);
     QVERIFY(!called);
 }
 
@@ -110,7 +110,7 @@ void tst_bluez_calls::anotherThreadHasItsOwn()
         seen = objects->paths(adapterInterface);
     }));
     thread->start();
-    QTRY_VERIFY(thread->isFinished());
+    EVENTUALLY_VERIFY(thread->isFinished());
     QVERIFY(isOther);
     QCOMPARE(seen, QStringList(adapter));
 }
@@ -122,7 +122,7 @@ void tst_bluez_calls::slotsMayReleaseTheLastReference()
     connect(m_objects.get(), &BluezObjects::objectRemoved, this, [&] { m_objects.reset(); });
     m_bluez->add(phone, {{deviceInterface, {}}});
     m_bluez->vanish();
-    QTRY_VERIFY(alive.expired());
+    EVENTUALLY_VERIFY(alive.expired());
 }
 
 void tst_bluez_calls::aSlotsEventLoopSeesLaterChangesInOrder()
@@ -132,13 +132,13 @@ void tst_bluez_calls::aSlotsEventLoopSeesLaterChangesInOrder()
     QObject context;
     connect(m_objects.get(), &BluezObjects::propertiesChanged, &context, [&] {
         if (m_objects->value(adapter, adapterInterface, alias).toString() == "two"_qs) {
-            sawNext = QTest::qWaitFor([&] { return m_record->lines.contains("ended"_qs); });
+            sawNext = QTest::qWaitFor([&] { return m_record->lines.contains("ended"_qs); }, 20000);
         }
     });
     m_bluez->change(adapter, adapterInterface, named("two"));
     m_bluez->change(adapter, adapterInterface, named("three"));
     m_bluez->vanish();
-    QTRY_VERIFY(m_record->lines.contains("ended"_qs));
+    EVENTUALLY_VERIFY(m_record->lines.contains("ended"_qs));
     QVERIFY(sawNext);
     QCOMPARE(m_record->lines,
              QStringList({"= /org/bluez/hci0 Alias two"_qs, "= /org/bluez/hci0 Alias three"_qs,
@@ -152,11 +152,11 @@ void tst_bluez_calls::itMayBeReleasedInASlotsEventLoop()
     bool released = false;
     connect(m_objects.get(), &BluezObjects::objectRemoved, this, [&] {
         QTimer::singleShot(0, this, [&] { m_objects.reset(); });
-        released = QTest::qWaitFor([&] { return !m_objects; });
+        released = QTest::qWaitFor([&] { return !m_objects; }, 20000);
         QTest::qWait(20);
     });
     m_bluez->vanish();
-    QTRY_VERIFY(!objects);
+    EVENTUALLY_VERIFY(!objects);
     QVERIFY(released);
     QVERIFY(m_record->lines.contains("ended"_qs)); // what was still to tell
 }

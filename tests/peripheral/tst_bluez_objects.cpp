@@ -34,9 +34,9 @@ void tst_bluez_objects::whatIsThereIsAnnouncedAtTheStart()
     m_bluez->objects = {{QDBusObjectPath(phone), {{deviceInterface, named("phone")}}},
                         {QDBusObjectPath(adapter), {{adapterInterface, named("one")}}}};
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_record->lines,
-                 QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs,
-                              "+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs, "started"_qs}));
+    EVENTUALLY_COMPARE(m_record->lines,
+                       QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs,
+                                    "+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs, "started"_qs}));
     QVERIFY(m_objects->isStarted());
     QCOMPARE(m_objects->paths(deviceInterface), QStringList(phone));
     QCOMPARE(m_objects->properties(phone, deviceInterface), named("phone"));
@@ -51,17 +51,17 @@ void tst_bluez_objects::theDaemonMayStartLater()
     m_objects.reset();
     QVERIFY(m_bluez->appear());
     m_objects = BluezObjects::shared(); // now it is there before
-    QTRY_VERIFY(m_objects->isStarted());
+    EVENTUALLY_VERIFY(m_objects->isStarted());
 }
 
 void tst_bluez_objects::nothingIsKnownBeforeTheDaemonHasDescribedItself()
 {
     m_bluez->holdsDescription = true;
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     QVERIFY(!m_objects->isStarted());
     m_bluez->send(m_bluez->description(m_bluez->calls.first()));
-    QTRY_COMPARE(m_record->lines, QStringList("started"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("started"_qs));
 }
 
 void tst_bluez_objects::changesOfObjectsAreFollowed()
@@ -70,10 +70,10 @@ void tst_bluez_objects::changesOfObjectsAreFollowed()
     m_bluez->add(phone, {{deviceInterface, named("phone")}, {"org.bluez.Battery1"_qs, {}}});
     m_bluez->change(phone, deviceInterface, named("mine"));
     m_bluez->remove(phone, {deviceInterface});
-    QTRY_COMPARE(m_record->lines, QStringList({"+ /org/bluez/hci0/dev_1 org.bluez.Battery1 "_qs,
-                                               "+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs,
-                                               "= /org/bluez/hci0/dev_1 Alias mine"_qs,
-                                               "- /org/bluez/hci0/dev_1 org.bluez.Device1"_qs}));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList({"+ /org/bluez/hci0/dev_1 org.bluez.Battery1 "_qs,
+                                                     "+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs,
+                                                     "= /org/bluez/hci0/dev_1 Alias mine"_qs,
+                                                     "- /org/bluez/hci0/dev_1 org.bluez.Device1"_qs}));
     QVERIFY(!m_objects->contains(phone, deviceInterface));
     QVERIFY(m_objects->contains(phone, "org.bluez.Battery1"_qs));
 }
@@ -82,7 +82,7 @@ void tst_bluez_objects::propertiesMayBeWithdrawn()
 {
     startDaemon();
     m_bluez->change(adapter, adapterInterface, {{"Powered"_qs, true}}, {alias});
-    QTRY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Powered,Alias "_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Powered,Alias "_qs));
     QCOMPARE(m_objects->properties(adapter, adapterInterface), QVariantMap({{"Powered"_qs, true}}));
 }
 
@@ -92,8 +92,8 @@ void tst_bluez_objects::anAdditionOfSomethingKnownIsAChange()
     m_bluez->add(adapter, {{adapterInterface, {{alias, "one"_qs}, {"Powered"_qs, true}}}});
     m_bluez->add(adapter, {{adapterInterface, {{alias, "one"_qs}, {"Powered"_qs, true}}}});
     m_bluez->add(adapter, {{adapterInterface, {{alias, "two"_qs}}}});
-    QTRY_COMPARE(m_record->lines,
-                 QStringList({"= /org/bluez/hci0 Powered one"_qs, "= /org/bluez/hci0 Alias,Powered two"_qs}));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList({"= /org/bluez/hci0 Powered one"_qs,
+                                                     "= /org/bluez/hci0 Alias,Powered two"_qs}));
 }
 
 void tst_bluez_objects::unknownObjectsAreNotInvented()
@@ -102,7 +102,7 @@ void tst_bluez_objects::unknownObjectsAreNotInvented()
     m_bluez->change(phone, deviceInterface, named("phone"));
     m_bluez->remove(phone, {deviceInterface});
     m_bluez->change(adapter, adapterInterface, named("last"));
-    QTRY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Alias last"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Alias last"_qs));
 }
 
 void tst_bluez_objects::whatComesBeforeTheDescriptionIsNotLost_data()
@@ -120,7 +120,7 @@ void tst_bluez_objects::whatComesBeforeTheDescriptionIsNotLost()
     m_bluez->objects = {{QDBusObjectPath(adapter), {{adapterInterface, named("one")}}},
                         {QDBusObjectPath(gone), {{deviceInterface, named("gone")}}}};
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     const QDBusMessage early = m_bluez->description(m_bluez->calls.first());
     m_bluez->remove(gone, {deviceInterface});
     m_bluez->change(adapter, adapterInterface, named("two"));
@@ -129,24 +129,24 @@ void tst_bluez_objects::whatComesBeforeTheDescriptionIsNotLost()
     m_bluez->objects = {{QDBusObjectPath(adapter), {{adapterInterface, named("three")}}},
                         {QDBusObjectPath(phone), {{deviceInterface, named("phone")}}}};
     m_bluez->send(describesLate ? m_bluez->description(m_bluez->calls.first()) : early);
-    QTRY_VERIFY(m_objects->isStarted());
-    QTRY_COMPARE(m_objects->paths(deviceInterface), QStringList(phone));
-    QTRY_COMPARE(m_objects->value(adapter, adapterInterface, alias).toString(), "three"_qs);
+    EVENTUALLY_VERIFY(m_objects->isStarted());
+    EVENTUALLY_COMPARE(m_objects->paths(deviceInterface), QStringList(phone));
+    EVENTUALLY_COMPARE(m_objects->value(adapter, adapterInterface, alias).toString(), "three"_qs);
 }
 
 void tst_bluez_objects::aRestartRemovesAndReadsAgain()
 {
     startDaemon();
     m_bluez->add(phone, {{deviceInterface, named("phone")}});
-    QTRY_VERIFY(m_objects->contains(phone, deviceInterface));
+    EVENTUALLY_VERIFY(m_objects->contains(phone, deviceInterface));
     m_record->taken();
     m_bluez->vanish();
-    QTRY_COMPARE(m_record->lines, QStringList({"- /org/bluez/hci0/dev_1 org.bluez.Device1"_qs,
-                                               "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList({"- /org/bluez/hci0/dev_1 org.bluez.Device1"_qs,
+                                                     "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
     QVERIFY(!m_objects->isStarted());
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_record->lines.mid(3),
-                 QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs, "started"_qs}));
+    EVENTUALLY_COMPARE(m_record->lines.mid(3),
+                       QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs, "started"_qs}));
 }
 
 void tst_bluez_objects::anEarlierDaemonsAnswerIsDropped()
@@ -154,15 +154,15 @@ void tst_bluez_objects::anEarlierDaemonsAnswerIsDropped()
     m_bluez->holdsDescription = true;
     m_bluez->objects = {{QDBusObjectPath("/old"_qs), {{adapterInterface, named("old")}}}};
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     m_bluez->vanish();
-    QTRY_COMPARE(m_record->lines, QStringList("ended"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("ended"_qs));
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_bluez->calls.size(), 2);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 2);
     m_bluez->send(m_bluez->description(m_bluez->calls.at(0)));
     m_bluez->objects = {{QDBusObjectPath("/new"_qs), {{adapterInterface, named("new")}}}};
     m_bluez->send(m_bluez->description(m_bluez->calls.at(1)));
-    QTRY_VERIFY(m_objects->isStarted());
+    EVENTUALLY_VERIFY(m_objects->isStarted());
     QCOMPARE(m_record->lines.mid(1), QStringList({"+ /new org.bluez.Adapter1 new"_qs, "started"_qs}));
 }
 
@@ -174,13 +174,13 @@ void tst_bluez_objects::anotherOwnerReplacesTheFirst()
     auto* queue = QDBusConnection("second"_qs).interface();
     queue->registerService("org.bluez"_qs, QDBusConnectionInterface::QueueService);
     m_bluez->vanish(); // the name goes to the second without a moment in between
-    QTRY_COMPARE(m_record->lines,
-                 QStringList({"- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs,
-                              "+ /org/bluez/hci0 org.bluez.Adapter1 second"_qs, "started"_qs}));
+    EVENTUALLY_COMPARE(m_record->lines,
+                       QStringList({"- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs,
+                                    "+ /org/bluez/hci0 org.bluez.Adapter1 second"_qs, "started"_qs}));
     m_record->taken();
     m_bluez->change(adapter, adapterInterface, named("first again"));
     second.change(adapter, adapterInterface, named("second again"));
-    QTRY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Alias second again"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Alias second again"_qs));
 }
 
 void tst_bluez_objects::strangersAreNotHeard()
@@ -199,7 +199,7 @@ void tst_bluez_objects::strangersAreNotHeard()
     // What the stranger has sent is through once the bus has answered it.
     QDBusConnection("stranger"_qs).interface()->isServiceRegistered("org.bluez"_qs);
     m_bluez->change(adapter, adapterInterface, named("true"));
-    QTRY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Alias true"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("= /org/bluez/hci0 Alias true"_qs));
 }
 
 void tst_bluez_objects::aRefusedDescriptionIsAskedForAgain()
@@ -208,10 +208,10 @@ void tst_bluez_objects::aRefusedDescriptionIsAskedForAgain()
     m_bluez->holdsDescription = true;
     m_bluez->objects = {{QDBusObjectPath(adapter), {{adapterInterface, named("one")}}}};
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     m_bluez->add(phone, {{deviceInterface, named("phone")}});
     m_bluez->send(m_bluez->calls.first().createErrorReply("org.example.Busy"_qs, "Busy"_qs));
-    QTRY_COMPARE(m_record->lines, QStringList("+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs));
     QVERIFY(!m_objects->isStarted());
     QCOMPARE(log.texts(log4cplus::WARN_LOG_LEVEL), QStringList("BlueZ does not name its objects: Busy"_qs));
     m_bluez->holdsDescription = false;
@@ -225,10 +225,10 @@ void tst_bluez_objects::anotherAnswerThanObjectsIsNone()
 {
     m_bluez->holdsDescription = true;
     QVERIFY(m_bluez->appear());
-    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_bluez->calls.size(), 1);
     m_bluez->send(m_bluez->calls.first().createReply("text"_qs));
     m_bluez->add(phone, {{deviceInterface, named("phone")}});
-    QTRY_COMPARE(m_record->lines, QStringList("+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs));
+    EVENTUALLY_COMPARE(m_record->lines, QStringList("+ /org/bluez/hci0/dev_1 org.bluez.Device1 phone"_qs));
     QVERIFY(!m_objects->isStarted());
 }
 

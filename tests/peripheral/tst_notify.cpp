@@ -63,7 +63,7 @@ void tst_notify::init()
     m_tree = std::make_unique<Attributes>(Access().write().notify());
     m_characteristic = m_tree->characteristic;
     m_characteristic->trackSubscribers();
-    QTRY_COMPARE(m_bluez->descriptions, 1);
+    EVENTUALLY_COMPARE(m_bluez->descriptions, 1);
     notified();
 }
 
@@ -86,7 +86,7 @@ void tst_notify::aValueIsStoredAndNotified()
 {
     QSignalSpy changed(m_characteristic, &GattCharacteristic::valueChanged);
     m_bluez->send(m_path, "StartNotify"_qs);
-    QTRY_VERIFY(m_characteristic->notifying());
+    EVENTUALLY_VERIFY(m_characteristic->notifying());
     QVERIFY(m_characteristic->notify("one"));
     QVERIFY(m_characteristic->notify(""));
     QCOMPARE(notified(), (QStringList{notification("6f6e65"_qs), notification(""_qs)}));
@@ -117,7 +117,7 @@ void tst_notify::whileAPageIsSelectedAValueIsHeldBack()
 void tst_notify::oneCentralAloneIsNotNotifiedOverTheBus()
 {
     m_bluez->send(m_path, "StartNotify"_qs);
-    QTRY_VERIFY(m_characteristic->notifying());
+    EVENTUALLY_VERIFY(m_characteristic->notifying());
     m_characteristic->notify("all");
     QCOMPARE(notified().size(), 1);
     const LogCapture log(log4cplus::WARN_LOG_LEVEL);
@@ -134,20 +134,20 @@ void tst_notify::theLengthComesFromTheMtu()
     QCOMPARE(m_characteristic->maximumLength(phone), 20);
     QDBusPendingCall acquire =
         m_bluez->call(m_path, "AcquireNotify"_qs, {FakeBluez::options(phonePath, "LE"_qs, 247)});
-    QTRY_VERIFY(acquire.isFinished());
+    EVENTUALLY_VERIFY(acquire.isFinished());
     QCOMPARE(m_characteristic->maximumLength(phone), 244);
     m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("x"), FakeBluez::options(phonePath, "LE"_qs, 517)});
-    QTRY_COMPARE(m_characteristic->maximumLength(phone), 514);
+    EVENTUALLY_COMPARE(m_characteristic->maximumLength(phone), 514);
     m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("y"), FakeBluez::options(phonePath, "LE"_qs, 0)});
-    QTRY_COMPARE(m_characteristic->value(), QByteArray("y"));
+    EVENTUALLY_COMPARE(m_characteristic->value(), QByteArray("y"));
     QCOMPARE(m_characteristic->maximumLength(phone), 514);
     // The next link may have shorter packets.
     m_bluez->change(phonePath, "org.bluez.Device1"_qs, {{"Connected"_qs, false}});
-    QTRY_COMPARE(m_characteristic->maximumLength(phone), 20);
+    EVENTUALLY_COMPARE(m_characteristic->maximumLength(phone), 20);
     m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("z"), FakeBluez::options(phonePath, "LE"_qs, 100)});
-    QTRY_COMPARE(m_characteristic->maximumLength(phone), 97);
+    EVENTUALLY_COMPARE(m_characteristic->maximumLength(phone), 97);
     m_bluez->remove(phonePath, {"org.bluez.Device1"_qs});
-    QTRY_COMPARE(m_characteristic->maximumLength(phone), 20);
+    EVENTUALLY_COMPARE(m_characteristic->maximumLength(phone), 20);
 }
 
 void tst_notify::aLengthIsTakenFromBluezAndForItsDevicesOnly()
@@ -156,7 +156,7 @@ void tst_notify::aLengthIsTakenFromBluezAndForItsDevicesOnly()
     QVERIFY(!stranger.write(m_path, "x").isError());
     QCOMPARE(m_characteristic->maximumLength(Central(phonePath)), 20);
     m_bluez->send(m_path, "WriteValue"_qs, {QByteArray("y"), FakeBluez::options(tabletPath, "LE"_qs, 517)});
-    QTRY_COMPARE(m_characteristic->value(), QByteArray("y"));
+    EVENTUALLY_COMPARE(m_characteristic->value(), QByteArray("y"));
     QCOMPARE(m_characteristic->maximumLength(Central(tabletPath)), 20);
 }
 
@@ -170,7 +170,7 @@ void tst_notify::aWriteThatWantsNoReplyIsAcknowledged()
     const QVariantList arguments{QByteArray("x"), FakeBluez::options(phonePath, "LE"_qs, 247)};
     m_bluez->send(m_path, "WriteValue"_qs, arguments);
     const QDBusPendingCall write = m_bluez->call(m_path, "WriteValue"_qs, arguments);
-    QTRY_VERIFY(write.isFinished());
+    EVENTUALLY_VERIFY(write.isFinished());
     QCOMPARE(acknowledged, (QList<bool>{true, false}));
     QVERIFY(!plim::WriteRequest().isAcknowledged());
 }

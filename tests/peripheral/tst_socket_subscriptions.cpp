@@ -48,7 +48,7 @@ void tst_socket_subscriptions::before569AClosedSocketEndsTheSubscription()
     phone.reset();
     m_scenario->set(phonePath, "Connected"_qs, false);
     m_scenario->set(phonePath, "Connected"_qs, true);
-    QTRY_VERIFY(!showsSocket());
+    EVENTUALLY_VERIFY(!showsSocket());
     QCOMPARE(m_characteristic->subscribers(), QList<Central>());
     QVERIFY(!m_characteristic->notifying());
 }
@@ -84,7 +84,7 @@ void tst_socket_subscriptions::theNumberOfSocketsIsLimited()
     QCOMPARE(m_scenario->acquire("AcquireNotify"_qs).errorName(), "org.bluez.Error.NotSupported"_qs);
     QSignalSpy unsubscribed(m_characteristic, &Characteristic::unsubscribed);
     phones.front().reset();
-    QTRY_COMPARE(unsubscribed.size(), 1);
+    EVENTUALLY_COMPARE(unsubscribed.size(), 1);
     QVERIFY(m_scenario->subscribe());
 }
 
@@ -97,11 +97,11 @@ void tst_socket_subscriptions::aNewSocketIsGivenBeforeTheHangUpIsKnown()
     // The request has arrived when the event loop runs next. It comes before what sockets have to tell.
     QThread::msleep(500);
     phone.reset();
-    QTRY_VERIFY(again.isFinished());
+    EVENTUALLY_VERIFY(again.isFinished());
     const QDBusPendingReply<QDBusUnixFileDescriptor, quint16> reply = again;
     QVERIFY2(reply.isValid(), qPrintable(reply.error().message()));
     BluezEnd next(reply.value());
-    QTRY_COMPARE(unsubscribed.size(), 1);
+    EVENTUALLY_COMPARE(unsubscribed.size(), 1);
     QCOMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});
     QVERIFY(m_characteristic->notifying() && m_characteristic->notify("one"));
     QCOMPARE(next.readAll(), QByteArrayList{"one"});
@@ -113,7 +113,7 @@ void tst_socket_subscriptions::aHangUpLeavesTheSubscribersOnTheBus()
     m_scenario->bluez->send(m_scenario->path, "StartNotify"_qs);
     m_scenario->roundTrip();
     phone.reset();
-    QTRY_VERIFY(!showsSocket());
+    EVENTUALLY_VERIFY(!showsSocket());
     QVERIFY(m_characteristic->notifying());
     QVERIFY(m_characteristic->notify("one"));
     QCOMPARE(onBus(), 1);
@@ -127,7 +127,7 @@ void tst_socket_subscriptions::stopNotifyEndsLostSubscriptions()
     phone.reset();
     m_scenario->set(phonePath, "Connected"_qs, false);
     m_scenario->set(phonePath, "Connected"_qs, true);
-    QTRY_COMPARE(m_characteristic->subscribers(), (QList<Central>{m_tablet, m_phone}));
+    EVENTUALLY_COMPARE(m_characteristic->subscribers(), (QList<Central>{m_tablet, m_phone}));
     m_scenario->bluez->send(m_scenario->path, "StopNotify"_qs);
     m_scenario->roundTrip();
     QCOMPARE(m_characteristic->subscribers(), QList<Central>{m_tablet});
@@ -144,9 +144,9 @@ void tst_socket_subscriptions::anUnbondedCentralIsLostUntilItDisconnects()
     phone.reset();
     tablet.reset();
     m_scenario->set(tabletPath, "Connected"_qs, false);
-    QTRY_COMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});
+    EVENTUALLY_COMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});
     m_scenario->set(phonePath, "Connected"_qs, false);
-    QTRY_COMPARE(m_characteristic->subscribers(), QList<Central>());
+    EVENTUALLY_COMPARE(m_characteristic->subscribers(), QList<Central>());
     m_scenario->set(phonePath, "Connected"_qs, true);
     QCOMPARE(m_characteristic->subscribers(), QList<Central>());
     QVERIFY(!m_characteristic->notifying());
@@ -159,7 +159,7 @@ void tst_socket_subscriptions::aDisconnectionAtAnotherAdapterClosesNoSocket()
     auto phone = m_scenario->subscribe();
     m_scenario->set(other, "Connected"_qs, false);
     phone.reset();
-    QTRY_COMPARE(m_characteristic->subscribers(), QList<Central>());
+    EVENTUALLY_COMPARE(m_characteristic->subscribers(), QList<Central>());
     QVERIFY(!m_characteristic->notifying());
 }
 

@@ -52,7 +52,7 @@ void tst_socket_writes::aWriteIsStoredAsInTheBaseClass()
     const auto subscriber = m_scenario->subscribe(tabletPath);
     const auto phone = writer();
     QVERIFY(phone && phone->write("one"));
-    QTRY_COMPARE(changed.size(), 1);
+    EVENTUALLY_COMPARE(changed.size(), 1);
     QCOMPARE(m_characteristic->value(), QByteArray("one"));
     QCOMPARE(subscriber->readAll(), QByteArrayList{"one"});
 }
@@ -65,7 +65,7 @@ void tst_socket_writes::aWriteIsARequestThatIsAcknowledged()
     QCOMPARE(answer.signature(), "hq"_qs);
     BluezEnd tablet(answer.arguments().at(0).value<QDBusUnixFileDescriptor>());
     QVERIFY(tablet.write("one"));
-    QTRY_COMPARE(requests.size(), 1);
+    EVENTUALLY_COMPARE(requests.size(), 1);
     const WriteRequest& request = requests.first();
     QCOMPARE(request.central(), Central(tabletPath));
     QCOMPARE(request.value(), QByteArray("one"));
@@ -89,7 +89,7 @@ void tst_socket_writes::aRejectedWriteKeepsTheValue()
     });
     const auto phone = writer();
     QVERIFY(phone->write("one"));
-    QTRY_COMPARE(calls, 1);
+    EVENTUALLY_COMPARE(calls, 1);
     QCOMPARE(m_characteristic->value(), QByteArray("kept"));
 }
 
@@ -102,7 +102,7 @@ void tst_socket_writes::anEmptyWriteIsNoHangUp()
         QVERIFY(phone->write(value));
     }
     phone.reset(); // behind the last empty one
-    QTRY_COMPARE(values, (QByteArrayList{"", "one", ""}));
+    EVENTUALLY_COMPARE(values, (QByteArrayList{"", "one", ""}));
 }
 
 void tst_socket_writes::aLongWriteIsDropped()
@@ -114,7 +114,7 @@ void tst_socket_writes::aLongWriteIsDropped()
     QVERIFY(phone->write(QByteArray(512, 'a')));
     QVERIFY(phone->write(QByteArray(513, 'b')));
     QVERIFY(phone->write("c"));
-    QTRY_COMPARE(values, (QByteArrayList{QByteArray(512, 'a'), "c"}));
+    EVENTUALLY_COMPARE(values, (QByteArrayList{QByteArray(512, 'a'), "c"}));
     QCOMPARE(log.texts(log4cplus::WARN_LOG_LEVEL).filter("more than 512 bytes"_qs),
              QStringList("Write of more than 512 bytes to /app/aaaa/c0 dropped"_qs));
 }
@@ -132,7 +132,7 @@ void tst_socket_writes::writesKeepTheirOrder()
         sent << QByteArray::number(i);
         QVERIFY(phone->write(sent.last()));
     }
-    QTRY_COMPARE(values.size(), sent.size());
+    EVENTUALLY_COMPARE(values.size(), sent.size());
     QCOMPARE(values, sent);
 }
 
@@ -142,7 +142,7 @@ void tst_socket_writes::aLateAnswerStoresTheValue()
     m_characteristic->setWriteHandler([&](const WriteRequest& request) { requests << request; });
     auto phone = writer();
     QVERIFY(phone->write("one"));
-    QTRY_COMPARE(requests.size(), 1);
+    EVENTUALLY_COMPARE(requests.size(), 1);
     phone.reset();
     QTest::qWait(10);
     requests.takeFirst().accept();
@@ -155,7 +155,7 @@ void tst_socket_writes::before569TheCentralIsUnknown()
     m_characteristic->setWriteHandler([&](const WriteRequest& request) { requests << request; });
     const auto all = writer();
     QVERIFY(all->write("one"));
-    QTRY_COMPARE(requests.size(), 1);
+    EVENTUALLY_COMPARE(requests.size(), 1);
     QVERIFY(requests.first().central().isNull());
     QVERIFY(requests.first().isAcknowledged());
 }
@@ -165,11 +165,11 @@ void tst_socket_writes::aHangUpLeavesTheValue()
     auto phone = writer();
     QVERIFY(phone->write("one"));
     phone.reset();
-    QTRY_COMPARE(m_characteristic->value(), QByteArray("one"));
-    QTRY_VERIFY(!m_characteristic->property("WriteAcquired").toBool());
+    EVENTUALLY_COMPARE(m_characteristic->value(), QByteArray("one"));
+    EVENTUALLY_VERIFY(!m_characteristic->property("WriteAcquired").toBool());
     phone = writer();
     QVERIFY(phone && phone->write("two"));
-    QTRY_COMPARE(m_characteristic->value(), QByteArray("two"));
+    EVENTUALLY_COMPARE(m_characteristic->value(), QByteArray("two"));
 }
 
 void tst_socket_writes::aDeclinedSocketLetsBluezUseTheBus()

@@ -231,7 +231,7 @@ void tst_sockets::aConfirmationIsTold()
         QVERIFY(phone->write(packet));
     }
     QVERIFY(phone->write("\1"));
-    QTRY_COMPARE(confirmed.size(), 2);
+    EVENTUALLY_COMPARE(confirmed.size(), 2);
     QCOMPARE(m_characteristic->subscribers().size(), 1);
 }
 
@@ -242,13 +242,13 @@ void tst_sockets::aHangUpEndsTheSubscription()
     QSignalSpy unsubscribed(m_characteristic, &Characteristic::unsubscribed);
     phone.reset();
     QVERIFY(m_characteristic->notify("one")); // perhaps before the hang-up is known
-    QTRY_COMPARE(m_characteristic->subscribers(), QList<Central>{m_tablet});
+    EVENTUALLY_COMPARE(m_characteristic->subscribers(), QList<Central>{m_tablet});
     QCOMPARE(unsubscribed.size(), 1);
     QCOMPARE(unsubscribed.first().first().value<Central>(), m_phone);
     QVERIFY(m_characteristic->notifying());
     QCOMPARE(tablet->readAll(), QByteArrayList{"one"});
     tablet.reset();
-    QTRY_VERIFY(!m_characteristic->notifying());
+    EVENTUALLY_VERIFY(!m_characteristic->notifying());
     QCOMPARE(m_characteristic->subscribers(), QList<Central>());
     QVERIFY(m_characteristic->notify("nobody"));
     QCOMPARE(onBus(), QByteArrayList());
@@ -265,7 +265,7 @@ void tst_sockets::aNewRegistrationClosesTheSockets()
     m_scenario->tree.app->createService("bbbb"_qs, true);
     QCOMPARE(m_characteristic->subscribers(), QList<Central>());
     QVERIFY(!m_characteristic->notifying());
-    QTRY_VERIFY(phone->isHungUp());
+    EVENTUALLY_VERIFY(phone->isHungUp());
     const auto again = m_scenario->subscribe();
     QVERIFY(again && m_characteristic->notify("one"));
     QCOMPARE(again->readAll(), QByteArrayList{"one"});
@@ -276,7 +276,7 @@ void tst_sockets::theEndOfBluezClosesTheSockets()
 {
     const auto phone = m_scenario->subscribe();
     m_scenario->bluez->vanish();
-    QTRY_VERIFY(phone->isHungUp());
+    EVENTUALLY_VERIFY(phone->isHungUp());
     QVERIFY(!m_characteristic->notifying());
 }
 

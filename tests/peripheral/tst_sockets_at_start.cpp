@@ -58,7 +58,7 @@ void tst_sockets_at_start::init()
     m_characteristic = m_scenario->characteristic;
     m_scenario->bluez->holdsDescription = true;
     QVERIFY(m_scenario->bluez->appear());
-    QTRY_COMPARE(m_scenario->bluez->calls.size(), 1);
+    EVENTUALLY_COMPARE(m_scenario->bluez->calls.size(), 1);
     m_listener.ping();
     m_listener.takeSignals();
 }
@@ -89,7 +89,7 @@ void tst_sockets_at_start::aRequestWaitsForTheDescription()
     QVERIFY(!reply.isFinished());
     QCOMPARE(m_characteristic->subscribers(), QList<Central>());
     QVERIFY(describe());
-    QTRY_VERIFY(reply.isFinished());
+    EVENTUALLY_VERIFY(reply.isFinished());
     QVERIFY2(reply.isValid(), qPrintable(reply.error().message()));
     QCOMPARE(reply.argumentAt<1>(), quint16(247));
     QCOMPARE(m_characteristic->subscribers(), QList<Central>{m_phone});

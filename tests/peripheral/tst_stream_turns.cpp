@@ -25,7 +25,7 @@ private:
         const QString tx = m_stream->tx()->dbusPath();
         m_bluez->send(tx, "AcquireNotify"_qs, {FakeBluez::options(device, "LE"_qs, 247)});
         m_bluez->send(tx, "StartNotify"_qs);
-        QTRY_VERIFY(m_stream->tx()->subscribers().contains(Central(device)));
+        EVENTUALLY_VERIFY(m_stream->tx()->subscribers().contains(Central(device)));
     }
     void setConnected(const QString& device, bool isConnected)
     {
@@ -48,7 +48,7 @@ void tst_stream_turns::init()
     plim::StreamService service;
     service.transport = plim::Characteristic::Transport::Bus;
     m_stream = std::make_unique<Stream>(m_app.get(), service);
-    QTRY_COMPARE(m_bluez->descriptions, 1);
+    EVENTUALLY_COMPARE(m_bluez->descriptions, 1);
 }
 
 void tst_stream_turns::cleanup()
@@ -76,7 +76,7 @@ void tst_stream_turns::anAnswerForTheFormerCentralIsNoneForTheNext()
     QTest::qWait(100);
     QCOMPARE(written.size(), 0);
     m_stream->write("for the tablet");
-    QTRY_COMPARE(written.size(), 1);
+    EVENTUALLY_COMPARE(written.size(), 1);
     QCOMPARE(written.first().first().toLongLong(), qint64(qstrlen("for the tablet")));
     QCOMPARE(m_stream->tx()->value(), QByteArray("for the tablet"));
     QCOMPARE(m_stream->bytesToWrite(), 0);
@@ -95,7 +95,7 @@ void tst_stream_turns::aTransactionEndsWithTheConnection()
     subscribe(phonePath);
     m_bluez->send(m_stream->rx()->dbusPath(), "WriteValue"_qs,
                   {QByteArray("ab"), FakeBluez::options(phonePath, "LE"_qs, 247)});
-    QTRY_COMPARE(m_stream->bytesAvailable(), 2);
+    EVENTUALLY_COMPARE(m_stream->bytesAvailable(), 2);
     m_stream->startTransaction();
     QCOMPARE(m_stream->read(1), QByteArray("a"));
     QSignalSpy disconnected(m_stream.get(), &Stream::disconnected);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GapAdvertisement.h"
 #include "GattApplication.h"
 #include "LogCapture.h"
@@ -11,10 +12,6 @@
 #include <QtTest>
 
 #include <log4cplus/loglevel.h>
-
-/** Waits for what another process brings about, long enough for a slow, busy machine. */
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
-#define EVENTUALLY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 10000)
 
 /** What the scenarios of the manager share. */
 namespace Scenario {
