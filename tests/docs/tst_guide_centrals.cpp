@@ -1,6 +1,7 @@
 // What docs/guide.md says of centrals and adapters.
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GattApplication.h"
 #include "PlimBleTest.h"
 
@@ -8,8 +9,6 @@
 
 #include <QDebug>
 #include <QSignalSpy>
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
 
 class TestGuideCentrals : public QObject
 {
@@ -61,6 +60,7 @@ private slots:
         BleManager::instance()->add(&app);
         EVENTUALLY_COMPARE(m_ble->applications().size(), 1);
         PlimBleTest::Phone phone;
+        EVENTUALLY_COMPARE(centrals.connected().size(), 1);
         QCOMPARE(phone.read(greeting->dbusPath()), QByteArray("You are 00:AA:01:01:00:02"));
         QCOMPARE(centrals.connected().value(0).mtu(), 517);
     }

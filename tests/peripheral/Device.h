@@ -1,12 +1,13 @@
 #pragma once
 
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GattApplication.h"
 #include "PlimBleTest.h"
 
 #include <plim/peripheral.h>
 
-/** An application with one service, which the stand-in daemon has registered once ready() returns. */
+/** An application with one service. Once ready() returns, the stand-in daemon has registered it. */
 struct Device
 {
     GattApplication app{nullptr, "/com/example/tested", "com.example.Tested"};
@@ -18,13 +19,13 @@ struct Device
                                             pathElement);
     }
 
-    /** Hands it over. */
+    /** Hands it over. When this returns, the library also knows the daemon's objects, which it asks for on
+     * its own: they tell the daemon's version and the phones. */
     bool ready(const PlimBleTest& ble)
     {
         BleManager::instance()->add(&app);
-        return QTest::qWaitFor([&] { return ble.applications() == QStringList(app.dbusPath()); }, 10000);
+        const plim::Adapter adapter; // shares what is known of the daemon with all objects of this thread
+        return QTest::qWaitFor(
+            [&] { return adapter.isPresent() && ble.applications() == QStringList(app.dbusPath()); }, 20000);
     }
 };
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
-#define EVENTUALLY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 10000)

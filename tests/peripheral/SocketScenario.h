@@ -104,8 +104,8 @@ public:
     /** @return whether the library knows what BlueZ shows */
     bool ready()
     {
-        return bluez->appear() && QTest::qWaitFor([this] { return bluez->descriptions == 1; }, 10000) &&
-               roundTrip();
+        const plim::Adapter adapter; // shares what is known of BlueZ with all objects of this thread
+        return bluez->appear() && QTest::qWaitFor([&] { return adapter.isPresent(); }, 20000) && roundTrip();
     }
 
     /** Everything that BlueZ has sent has been handled on return. */

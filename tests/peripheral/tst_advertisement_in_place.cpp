@@ -1,13 +1,12 @@
 #include "BleManager.h"
+#include "Eventually.h"
 #include "Literals.h"
 #include "PlimBleTest.h"
 
+#include <plim/peripheral/Adapter.h>
 #include <plim/peripheral/Advertisement.h>
 
 using plim::Advertisement;
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
-#define EVENTUALLY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 10000)
 
 namespace {
 
@@ -23,11 +22,14 @@ int registrations()
     return count;
 }
 
-void setAdapter(const char* property, const QVariant& value)
+/** Returns when the library has heard of it. */
+void setModalias(const QString& modalias)
 {
     PlimBleTest::control("SetProperty"_qs,
                          {QVariant::fromValue(QDBusObjectPath("/org/bluez/hci0"_qs)), "org.bluez.Adapter1"_qs,
-                          QString::fromLatin1(property), QVariant::fromValue(QDBusVariant(value))});
+                          "Modalias"_qs, QVariant::fromValue(QDBusVariant(modalias))});
+    PlimBleTestDetail::awaitDaemon(); // the announcement comes by another connection than the answer
+    QCoreApplication::processEvents();
 }
 
 } // namespace
@@ -62,7 +64,13 @@ private:
     {
         EVENTUALLY_COMPARE(BleManager::instance()->registrationState(m_adv.get()).phase,
                            BleRegistrationState::Registered);
-        QTest::qWait(20); // for what Qt has queued with the answer
+        QCoreApplication::sendPostedEvents(); // the news of it
+    }
+    /** A change can be in place once the daemon's version is known. */
+    static void awaitVersion()
+    {
+        const plim::Adapter adapter; // shares what is known of the daemon with all objects of this thread
+        EVENTUALLY_VERIFY(adapter.isPresent());
     }
 
     PlimBleTest m_ble;
@@ -78,6 +86,7 @@ void tst_advertisement_in_place::init()
     m_adv->setManufacturerData({{1, "first"}});
     BleManager::instance()->add(m_adv.get());
     awaitRegistered();
+    awaitVersion();
     m_before = registrations();
 }
 
@@ -156,8 +165,7 @@ void tst_advertisement_in_place::withoutAKnownVersionItIsRegisteredAgain()
 {
     QFETCH(QString, modalias);
     QFETCH(bool, inPlace);
-    setAdapter("Modalias", modalias);
-    QTest::qWait(50); // for the announcement
+    setModalias(modalias);
     m_adv->setManufacturerData({{1, "second"}});
     awaitRegistered();
     EVENTUALLY_COMPARE(manufacturerData(), QByteArray("second"));
@@ -166,8 +174,9 @@ void tst_advertisement_in_place::withoutAKnownVersionItIsRegisteredAgain()
 
 void tst_advertisement_in_place::aChangeWhileARegistrationIsPendingFollows()
 {
-    // The daemon has read the advertisement, but not answered yet.
-    PlimBleTest::control("SetAnswer"_qs, {"RegisterAdvertisement"_qs, "late"_qs, QString(), QString(), 300U});
+    // The daemon has read the advertisement, but not answered yet, even if this machine is slow.
+    PlimBleTest::control("SetAnswer"_qs,
+                         {"RegisterAdvertisement"_qs, "late"_qs, QString(), QString(), 3000U});
     BleManager::instance()->unregisterAdv(m_adv.get());
     EVENTUALLY_COMPARE(m_ble.advertisements(), QStringList());
     BleManager::instance()->registerAdv(m_adv.get());
@@ -183,8 +192,7 @@ void tst_advertisement_in_place::aChangeWhileARegistrationIsPendingFollows()
 
 void tst_advertisement_in_place::manyChangesThatRegisterAgainGiveFewRegistrations()
 {
-    setAdapter("Modalias", "usb:v1D6Bp0246d0542"_qs);
-    QTest::qWait(50); // for the announcement
+    setModalias("usb:v1D6Bp0246d0542"_qs);
     for (int i = 0; i < 100; ++i) {
         m_adv->setManufacturerData({{1, QByteArray::number(i)}});
     }
@@ -199,6 +207,7 @@ void tst_advertisement_in_place::afterARestartChangesAreInPlaceAgain()
     m_ble.restart();
     EVENTUALLY_COMPARE(m_ble.advertisements(), QStringList(path));
     awaitRegistered();
+    awaitVersion();
     m_before = registrations();
     m_adv->setManufacturerData({{1, "new"}});
     EVENTUALLY_COMPARE(manufacturerData(), QByteArray("new"));

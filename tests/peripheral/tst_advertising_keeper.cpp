@@ -1,8 +1,34 @@
 #include "KeeperScenario.h"
 
-#include <plim/peripheral/Adapter.h>
+#include <utility>
 
 using namespace KeeperScenario;
+
+namespace {
+
+/** Looks whether a refused advertisement was registered again soon after start(). However busy the machine
+ * is, a timer of this thread that the keeper started at the same time with a shorter delay has fired before.
+ */
+class SoonAfter
+{
+public:
+    void start(const GapAdvertisement& advertisement)
+    {
+        QTimer::singleShot(500, &m_context, [this, &advertisement] {
+            m_isOver = true;
+            m_isTried = phase(advertisement) != BleRegistrationState::Refused;
+        });
+    }
+    bool isOver() const { return m_isOver; }
+    bool isTried() const { return m_isTried; }
+
+private:
+    QObject m_context;
+    bool m_isOver = false;
+    bool m_isTried = false;
+};
+
+} // namespace
 
 /** When a keeper registers an advertisement again, and when it does not. */
 class tst_advertising_keeper : public Scenario
@@ -90,7 +116,7 @@ void tst_advertising_keeper::asleepItRegistersNothing()
 void tst_advertising_keeper::othersCannotPretendToSuspend()
 {
     keep();
-    RawBusClient stranger;
+    const QDBusConnection stranger = join("stranger"_qs);
     sleep(true, stranger);
     sleep(false, stranger);
     expectQuiet(0);
@@ -102,19 +128,25 @@ void tst_advertising_keeper::causesAtOnceGiveOneRegistration()
     keep();
     m_keeper->setWhileConnected(true);
     sleep(true, m_login);
-    setPowered(false);
-    setPowered(true);
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Suspended"_qs}));
+    // All of it is there before the event loop runs again, so that no time passes in between.
     sleep(false, m_login);
-    PlimBleTest::Phone phone(newAddress());
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        setPowered(false, Waiting::Blocked);
+        setPowered(true, Waiting::Blocked);
+    }
+    PlimBleTestDetail::control("AddPhone"_qs, {"hci0"_qs, newAddress()}, Waiting::Blocked);
+    PlimBleTestDetail::awaitDaemon();
+    QCoreApplication::sendPostedEvents();
     EVENTUALLY_VERIFY(isBroadcast());
+    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Suspended"_qs, "on"_qs}));
     expectQuiet(1);
-    phone.forget();
 }
 
 void tst_advertising_keeper::aCauseWhileOneIsPendingWaitsForTheAnswer()
 {
     keep();
-    answerRegistrations("late", 600);
+    answerRegistrations("late", 3000); // later than what follows, even if this machine is slow
     setPowered(false);
     setPowered(true);
     EVENTUALLY_COMPARE(more(), 1);
@@ -137,11 +169,13 @@ void tst_advertising_keeper::aChangeByTheProgramCoversACause()
     keep();
     const plim::Adapter adapter("hci0"_qs);
     EVENTUALLY_VERIFY(adapter.isPowered());
-    // What is queued here comes after the keeper has heard of it, and before any of its timers.
+    bool isChanged = false;
+    // What is queued here comes after the keeper has heard of it, and before any of its timers. If it has
+    // heard of both changes by then, it comes twice.
     connect(
         &adapter, &plim::Adapter::poweredChanged, this,
         [&] {
-            if (adapter.isPowered()) {
+            if (adapter.isPowered() && !std::exchange(isChanged, true)) {
                 m_adv->setManufacturerData({{0xffff, "y"}});
             }
         },
@@ -162,20 +196,30 @@ void tst_advertising_keeper::aRefusedOneIsTriedAgainEverLater()
     setPowered(false);
     timer.start(); // before the first try, so that a busy machine can only make the times longer
     setPowered(true);
-    EVENTUALLY_COMPARE(more(), 1);
+    EVENTUALLY_VERIFY(more() >= 1);
     EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "PoweredOff"_qs}));
-    EVENTUALLY_COMPARE(more(), 2);
+    EVENTUALLY_VERIFY(more() >= 2);
     QVERIFY2(timer.elapsed() > 900, qPrintable(QString::number(timer.elapsed())));
-    EVENTUALLY_COMPARE(more(), 3);
+    EVENTUALLY_VERIFY(more() >= 3);
     QVERIFY2(timer.elapsed() > 2800, qPrintable(QString::number(timer.elapsed())));
-    // Switched on, it is tried at once.
+    // Switched on, it is tried at once, not after the next delay of 4 s.
+    SoonAfter soonAfter;
+    const plim::Adapter adapter;
+    connect(&adapter, &plim::Adapter::poweredChanged, this, [&] {
+        if (adapter.isPowered()) {
+            soonAfter.start(*m_adv);
+        }
+    });
     setPowered(false);
+    EVENTUALLY_VERIFY(!adapter.isPowered());
+    const int before = more();
     answerRegistrations("normal");
     setPowered(true);
+    EVENTUALLY_VERIFY(soonAfter.isOver());
+    QVERIFY(soonAfter.isTried());
     EVENTUALLY_VERIFY(isBroadcast());
     EVENTUALLY_COMPARE(m_told.last(), "on"_qs);
-    QVERIFY2(timer.elapsed() < 5500, qPrintable(QString::number(timer.elapsed())));
-    expectQuiet(4);
+    expectQuiet(before + 1);
 }
 
 void tst_advertising_keeper::whatOnlyAChangeCanHelpIsNotTriedAgain()
@@ -212,11 +256,13 @@ void tst_advertising_keeper::roomFromBeforeItListenedIsTakenAtOnce()
     BleManager::instance()->remove(others.back().get());
     EVENTUALLY_COMPARE(m_ble.advertisements().size(), 4);
     m_keeper = std::make_unique<AdvertisingKeeper>();
-    QElapsedTimer timer;
-    timer.start();
     m_keeper->keep(m_adv.get());
+    SoonAfter soonAfter; // and before the first delay of 1 s is over
+    const plim::Adapter adapter;
+    connect(&adapter, &plim::Adapter::presentChanged, this, [&] { soonAfter.start(*m_adv); });
+    EVENTUALLY_VERIFY(soonAfter.isOver());
+    QVERIFY(soonAfter.isTried());
     EVENTUALLY_VERIFY(m_keeper->isOnAir(m_adv.get()));
-    QVERIFY2(timer.elapsed() < 900, qPrintable(QString::number(timer.elapsed()))); // the first delay is 1 s
     for (const auto& other : others) {
         BleManager::instance()->remove(other.get());
     }
@@ -224,25 +270,24 @@ void tst_advertising_keeper::roomFromBeforeItListenedIsTakenAtOnce()
 
 void tst_advertising_keeper::afterATimeoutItIsOverUnlessWanted()
 {
-    m_adv->setTimeout(1);
-    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Registered);
-    m_before = registrations();
     keep();
+    m_adv->setTimeout(1); // registers it
     EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Released"_qs}));
     setPowered(false);
     setPowered(true);
-    expectQuiet(0);
+    expectQuiet(1);
 }
 
 void tst_advertising_keeper::afterATimeoutItIsRegisteredAgainIfWanted()
 {
-    m_adv->setTimeout(1);
-    EVENTUALLY_COMPARE(phase(*m_adv), BleRegistrationState::Registered);
     keep();
     m_keeper->setAfterTimeout(true);
-    m_before = registrations();
-    EVENTUALLY_COMPARE(m_told, (QStringList{"on"_qs, "Released"_qs, "on"_qs, "Released"_qs, "on"_qs}));
-    QCOMPARE(more(), 2);
+    connect(m_keeper.get(), &AdvertisingKeeper::onAir, this,
+            [this] { m_keeper->setAfterTimeout(m_told.count("on"_qs) < 3); });
+    m_adv->setTimeout(1); // registers it
+    EVENTUALLY_COMPARE(m_told,
+                       (QStringList{"on"_qs, "Released"_qs, "on"_qs, "Released"_qs, "on"_qs, "Released"_qs}));
+    expectQuiet(3);
 }
 
 void tst_advertising_keeper::aReleaseWithoutATimeoutIsNoEnd()

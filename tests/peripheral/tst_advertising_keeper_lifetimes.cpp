@@ -103,6 +103,7 @@ void tst_advertising_keeper_lifetimes::itIsKeptBeforeItIsAdded()
     QVERIFY(!m_keeper->isOnAir(m_adv.get()));
     BleManager::instance()->add(m_adv.get());
     EVENTUALLY_VERIFY(m_keeper->isOnAir(m_adv.get()));
+    awaitAdapter();
     setPowered(false);
     setPowered(true);
     EVENTUALLY_COMPARE(more(), 2);
