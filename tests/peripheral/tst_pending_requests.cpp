@@ -102,7 +102,7 @@ void tst_pending_requests::fiftyReadsWaitAtOnce()
     for (int i = 0; i < 50; ++i) {
         calls << m_caller.startRead(m_path, Caller::options(i));
     }
-    QTRY_COMPARE(waiting.size(), 50);
+    EVENTUALLY_COMPARE(waiting.size(), 50);
     while (!waiting.isEmpty()) {
         const ReadRequest last = waiting.takeLast();
         last.accept(QByteArray(last.offset(), '.') + QByteArray::number(last.offset()));
@@ -150,20 +150,22 @@ void tst_pending_requests::nothingWaitsLongerThanFiveSeconds()
     QVector<ReadRequest> waiting;
     m_tree->characteristic->setReadHandler([&](const ReadRequest& request) { waiting << request; });
     const LogCapture log;
-    QElapsedTimer elapsed;
-    elapsed.start();
+    QElapsedTimer sinceFirst;
+    sinceFirst.start();
     const int first = m_caller.startRead(m_path);
     m_caller.ping();
     QTest::qWait(1000);
+    QElapsedTimer sinceSecond;
+    sinceSecond.start();
     const int second = m_caller.startRead(m_path);
     QCOMPARE(outcome(m_caller.answer(first)), "Failed 0x0e"_qs);
-    QVERIFY2(elapsed.elapsed() >= 5000, qPrintable(QString::number(elapsed.elapsed())));
-    QVERIFY(!m_caller.isAnswered(second));
+    QVERIFY2(sinceFirst.elapsed() >= 5000, qPrintable(QString::number(sinceFirst.elapsed())));
     QVERIFY(waiting.at(0).isAnswered());
-    QVERIFY(!waiting.at(1).isAnswered());
     waiting.at(0).accept("too late");
+    // If it had ended with the first one, its answer would be there by now.
     QCOMPARE(outcome(m_caller.answer(second)), "Failed 0x0e"_qs);
-    QVERIFY2(elapsed.elapsed() >= 6000, qPrintable(QString::number(elapsed.elapsed())));
+    QVERIFY2(sinceSecond.elapsed() >= 5000, qPrintable(QString::number(sinceSecond.elapsed())));
+    QVERIFY(waiting.at(1).isAnswered());
     QCOMPARE(log.texts(log4cplus::WARN_LOG_LEVEL),
              (QStringList{"Request for /app/aaaa/c0 not answered within 5 s"_qs,
                           "Request for /app/aaaa/c0 not answered within 5 s"_qs}));

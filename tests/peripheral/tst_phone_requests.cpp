@@ -199,7 +199,8 @@ void tst_phone_requests::anAnswerThatNeverComesIsAnErrorAfterFiveSeconds()
     clock.start();
     phone.read(value->dbusPath());
     QCOMPARE(phone.error(), QString("0x0e Unlikely Error"));
-    QVERIFY2(clock.elapsed() >= 4700 && clock.elapsed() < 10000,
+    // D-Bus itself would give up after 25 s.
+    QVERIFY2(clock.elapsed() >= 4700 && clock.elapsed() < 20000,
              qPrintable(QString::number(clock.elapsed())));
     EVENTUALLY_VERIFY(kept[0].isAnswered());
     kept[0].accept("too late");

@@ -108,7 +108,13 @@ void RawBusClient::match(const QString& rule)
 void RawBusClient::emitSignal(const QString& path, const QString& interface, const QString& member,
                               const QString& signature, const QStringList& arguments)
 {
-    answer(request(QStringList{QStringLiteral("signal"), path, interface, member, signature} + arguments));
+    answer(startSignal(path, interface, member, signature, arguments));
+}
+
+int RawBusClient::startSignal(const QString& path, const QString& interface, const QString& member,
+                              const QString& signature, const QStringList& arguments)
+{
+    return request(QStringList{QStringLiteral("signal"), path, interface, member, signature} + arguments);
 }
 
 BusMessage RawBusClient::own(const QString& busName)

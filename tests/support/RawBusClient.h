@@ -87,6 +87,9 @@ public:
     /** Sends a signal. @param arguments  as those of a call */
     void emitSignal(const QString& path, const QString& interface, const QString& member,
                     const QString& signature, const QStringList& arguments);
+    /** The same without waiting. @return what answer() takes */
+    int startSignal(const QString& path, const QString& interface, const QString& member,
+                    const QString& signature, const QStringList& arguments);
     /** Requests a bus name. */
     BusMessage own(const QString& busName);
 
