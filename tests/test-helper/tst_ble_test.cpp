@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int PatienceMs = 10000;
+constexpr int PatienceMs = 20000;
 const QString path = QStringLiteral("/com/example/tested");
 const QString uuid = QStringLiteral("0000180f-0000-1000-8000-00805f9b34fb");
 
@@ -40,7 +40,7 @@ Outcome run(const char* misuse, int watchdogMs = PatienceMs)
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(QStringLiteral(MISUSE), {misuse});
-    process.waitForFinished(3 * PatienceMs);
+    process.waitForFinished(2 * PatienceMs);
     const bool success = process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
     return {process.readAll(), success};
 }
@@ -149,7 +149,8 @@ private slots:
     void nothingSurvivesTheProgram()
     {
         QFETCH(const QByteArray, end);
-        const QString output = QString::fromLocal8Bit(run(end, 5000).output);
+        // Enough time to start the processes; what hangs then takes that long.
+        const QString output = QString::fromLocal8Bit(run(end, 10000).output);
         const auto processes = QRegularExpression("processes (\\d+) (\\d+)").match(output);
         QVERIFY2(processes.hasMatch(), qPrintable(output));
         QCOMPARE(output.contains("timed out"), end == "hangs");

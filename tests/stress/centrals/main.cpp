@@ -36,7 +36,7 @@ int run(unsigned seed, qint64 count)
                 QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
                 return first.objects == 0 || Figures::now().objects == first.objects;
             },
-            5000 * slowness()));
+            30000));
         const Figures now = Figures::now();
         std::printf("%9lld operations: %s\n", done, qPrintable(now.text()));
         std::fflush(stdout);

@@ -1,4 +1,5 @@
 #include "BleManager.h"
+#include "Eventually.h"
 #include "GapAdvertisement.h"
 #include "GattTree.h"
 #include "LogCapture.h"
@@ -137,7 +138,7 @@ void tst_callers_mistakes::callbacksThatSpinAreNotNestedWithoutEnd()
         QVERIFY2(answer == "spun" || answer == "old", answer.constData());
     }
     QVERIFY2(deepest <= 32, qPrintable(QString::number(deepest)));
-    QCOMPARE(deepest == 32, !log.lines().isEmpty());
+    QVERIFY2(log.lines().isEmpty() || deepest == 32, qPrintable(QString::number(deepest)));
 }
 
 void tst_callers_mistakes::nullPointersAreLogged()
@@ -300,11 +301,11 @@ void tst_callers_mistakes::objectsOfAnotherThreadAreFollowed()
     other.run([&held] { held = std::make_unique<Held>(); });
     BleManager::instance()->add(&held->app);
     BleManager::instance()->add(&held->adv);
-    QTRY_COMPARE(daemon.applications(), QStringList("/elsewhere"));
-    QTRY_COMPARE(daemon.advertisements(), QStringList("/elsewhere/adv"));
+    EVENTUALLY_COMPARE(daemon.applications(), QStringList("/elsewhere"));
+    EVENTUALLY_COMPARE(daemon.advertisements(), QStringList("/elsewhere/adv"));
     daemon.clearCalls();
     other.run([&held] { held->change(); });
-    QTRY_COMPARE(daemon.calls().size(), 4);
+    EVENTUALLY_COMPARE(daemon.calls().size(), 4);
     other.run([&held] { held.reset(); });
     daemon.clearCalls();
     daemon.restart();
@@ -331,8 +332,8 @@ void tst_callers_mistakes::objectsOfAnotherThreadMayEndWhileTheDaemonRestarts()
         daemon.restart();
         daemon.settle();
     }
-    QTRY_COMPARE(daemon.applications(), QStringList());
-    QTRY_COMPARE(daemon.advertisements(), QStringList());
+    EVENTUALLY_COMPARE(daemon.applications(), QStringList());
+    EVENTUALLY_COMPARE(daemon.advertisements(), QStringList());
 }
 
 void tst_callers_mistakes::aRemovedObjectOfAnotherThreadIsNotTouchedAnyMore()

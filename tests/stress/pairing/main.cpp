@@ -25,7 +25,8 @@ using plim::PairingRequest;
 
 constexpr int phones = 3;
 constexpr int stepsOfARound = 200;
-constexpr int patienceMs = 3000;
+constexpr int quietMs = 3000; // nothing is on the way any more
+constexpr int patienceMs = 30000;
 
 /** Sends a call to the stand-in without waiting for the answer. */
 void order(const QString& path, const QString& interface, const char* method,
@@ -212,6 +213,7 @@ private:
 /** The figures as soon as they are no larger than the first ones: answers may be on the way. */
 Figures settled(const Figures& first)
 {
+    const int limitMs = first.objects == 0 ? quietMs * slowness() : patienceMs;
     QElapsedTimer time;
     time.start();
     Figures now = {};
@@ -220,7 +222,7 @@ Figures settled(const Figures& first)
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         now = Figures::now();
     } while ((now.objects > first.objects || now.descriptors > first.descriptors) &&
-             time.elapsed() < patienceMs * slowness());
+             time.elapsed() < limitMs);
     return now;
 }
 
