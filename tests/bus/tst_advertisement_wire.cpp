@@ -198,7 +198,7 @@ void tst_advertisement_wire::releaseNeedsNoReply()
     BusCall release{path, interface, "Release"};
     release.noReply = true;
     QCOMPARE(client.call(release).type, QString("sent"));
-    QTRY_COMPARE(log.lines().size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(log.lines().size(), 1, 10000);
     QCOMPARE(log.texts(log4cplus::DEBUG_LOG_LEVEL), QStringList("Gap advertisement release: " + path));
     QCOMPARE(client.get(path, interface, "LocalName").text, QString("<s \"name\">"));
     QCOMPARE(changes, 0);

@@ -181,6 +181,7 @@ void tst_registration_observer_freedom::itMayReplaceItself()
         manager->setRegistrationObserver([&](const Event& next) { heard << "second: " + next.objectPath; });
     });
     manager->add(&app);
+    EVENTUALLY_COMPARE(heard, QStringList("first: /app"));
     manager->add(&other);
     EVENTUALLY_COMPARE(heard, QStringList({"first: /app", "second: /other"}));
 }
@@ -238,6 +239,8 @@ void tst_registration_observer_freedom::itMayThrow()
     manager->setRegistrationObserver(
         [](const Event& event) { throw std::runtime_error(event.objectPath.toStdString()); });
     manager->add(&app);
+    EVENTUALLY_COMPARE(log.texts(log4cplus::ERROR_LOG_LEVEL),
+                       QStringList("Registration observer failed: /app"));
     manager->add(&other);
     EVENTUALLY_COMPARE(
         log.texts(log4cplus::ERROR_LOG_LEVEL),

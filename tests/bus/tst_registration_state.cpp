@@ -133,9 +133,11 @@ void tst_registration_state::anOvertakenAnswerChangesNothing()
     daemon.answerWithError("RegisterApplication", "org.bluez.Error.Failed", "Not today");
     app.change();
     EVENTUALLY_COMPARE(phaseOf(app), State::Refused);
-    EVENTUALLY_COMPARE(told.events().size(), 3);
-    QCOMPARE(told.events().at(2).kind, Event::StepSucceeded);
-    QVERIFY(told.events().at(2).superseded);
+    EVENTUALLY_COMPARE(told.sortedLines(),
+                       QStringList({"RegisterApplication of /app at /org/bluez/hci0: done (superseded)",
+                                    "RegisterApplication of /app at /org/bluez/hci0: failed: Not today "
+                                    "(org.bluez.Error.Failed)",
+                                    "UnregisterApplication of /app at /org/bluez/hci0: done (superseded)"}));
     QCOMPARE(phaseOf(app), State::Refused);
 }
 
@@ -154,9 +156,10 @@ void tst_registration_state::anAnswerAboutADeletedObjectSaysNothingOfTheNextAtIt
     auto* second = new (place) Application("/second");
     manager->add(second);
     EVENTUALLY_COMPARE(phaseOf(*second), State::Refused);
-    EVENTUALLY_COMPARE(told.events().size(), 2);
-    QCOMPARE(told.events().at(1).objectPath, QString("/first"));
-    QVERIFY(told.events().at(1).superseded);
+    EVENTUALLY_COMPARE(told.sortedLines(),
+                       QStringList({"RegisterApplication of /first at /org/bluez/hci0: done (superseded)",
+                                    "RegisterApplication of /second at /org/bluez/hci0: failed: Not today "
+                                    "(org.bluez.Error.Failed)"}));
     QCOMPARE(phaseOf(*second), State::Refused);
     second->~Application();
 }
@@ -174,8 +177,9 @@ void tst_registration_state::anAnswerToAStepBeforeAddingChangesNothing()
     daemon.settle();
     manager->add(&app);
     QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
-    EVENTUALLY_COMPARE(told.events().size(), 2);
-    QCOMPARE(told.events().at(1).kind, Event::StepSucceeded);
+    EVENTUALLY_COMPARE(told.sortedLines(),
+                       QStringList({"RegisterApplication of /app at /org/bluez/hci0: done",
+                                    "org.bluez.GattManager1 is gone from /org/bluez/hci0"}));
     QCOMPARE(phaseOf(app), State::WaitingForBlueZ);
 }
 
@@ -280,9 +284,11 @@ void tst_registration_state::aReleaseWhileAskedSaysNothing()
     const GapAdvertisement adv(nullptr, "/adv");
     Told told;
     BleManager::instance()->add(&adv);
-    EVENTUALLY_COMPARE(daemon.advertisements(), QStringList("/adv"));
+    daemon.settle(); // nothing here takes long: the answer may not come before the release
+    QCOMPARE(daemon.advertisements(), QStringList("/adv"));
     daemon.releaseAdvertisement("/adv");
-    EVENTUALLY_COMPARE(told.lines().value(0), QString("BlueZ released /adv"));
+    daemon.settle();
+    QCOMPARE(told.lines(), QStringList("BlueZ released /adv"));
     QCOMPARE(phaseOf(adv), State::Pending);
     EVENTUALLY_COMPARE(phaseOf(adv), State::Registered);
 }

@@ -280,6 +280,7 @@ void tst_simulator_requests::writesThatNeedNoAnswerGetNone()
     m_raw->unregisterApplication();
     start({"encrypt-write", "write-without-response"});
     phone.writeWithoutResponse(characteristic, "refused");
+    m_raw->settle();
     QCOMPARE(m_raw->takeMembers(), QStringList());
 }
 

@@ -55,4 +55,12 @@ inline QStringList completions(const LogCapture& log)
     return managerLines(log).filter(QStringLiteral("D-Bus call "));
 }
 
+/** The same, sorted: Qt can deliver two answers that arrive close together in either order. */
+inline QStringList sortedCompletions(const LogCapture& log)
+{
+    QStringList sorted = completions(log);
+    sorted.sort();
+    return sorted;
+}
+
 } // namespace Scenario
