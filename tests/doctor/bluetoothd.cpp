@@ -5,25 +5,41 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QFile>
 
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <sys/prctl.h>
 #include <unistd.h>
 
+namespace {
+
+/** Before anything of Qt is set up: the doctor waits three seconds for the answer. */
+int tellVersion()
+{
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    std::ifstream file(folder / "version");
+    while (!file.is_open()) {
+        ::pause();
+    }
+    std::string version;
+    std::getline(file, version);
+    std::puts(version.c_str());
+    return 0;
+}
+
+} // namespace
+
 int main(int argc, char** argv)
 {
-    QCoreApplication program(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.contains("--version")) {
-        QFile file(QCoreApplication::applicationDirPath() + "/version");
-        while (!file.open(QIODevice::ReadOnly)) {
-            ::pause();
-        }
-        std::printf("%s\n", file.readAll().constData());
-        return 0;
+    const auto isOption = [&](const char* option) { return argc > 1 && std::strcmp(argv[1], option) == 0; };
+    if (isOption("--version")) {
+        return tellVersion();
     }
-    if (arguments.contains("--hidden")) {
+    const QCoreApplication program(argc, argv);
+    if (isOption("--hidden")) {
         ::prctl(PR_SET_DUMPABLE, 0);
     }
     if (!QDBusConnection::systemBus().registerService("org.bluez")) {

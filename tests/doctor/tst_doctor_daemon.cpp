@@ -243,9 +243,9 @@ void tst_doctor_daemon::aDaemonThatNeverAnswersIsAProblemInTheEnd()
 {
     Simulator simulator;
     simulator.neverAnswer("GetManagedObjects");
-    const Doctor::Result result = Doctor::examine({"--timeout", "3"});
+    const Doctor::Result result = Doctor::examine({"--timeout", "8"});
     QCOMPARE(result.names, QStringList({"bus.reached", "daemon.stand-in", "daemon.silent"}));
-    QCOMPARE(result.line("daemon.silent"), "problem bluetoothd did not answer within 3 s, or it ended. | "
+    QCOMPARE(result.line("daemon.silent"), "problem bluetoothd did not answer within 8 s, or it ended. | "
                                            "Restart it: systemctl restart bluetooth");
     QVERIFY2(result.errors.contains("... waiting for the answer to GetManagedObjects\n"),
              qPrintable(result.errors));
