@@ -74,9 +74,9 @@ public:
     QString phoneAddress() const;
     QString secondPhoneAddress() const;
 
-    /** What the controllers and the kernel have said to each other, as btmon tells it. */
+    /** What the controllers and the kernel have said to each other, as btmon tells it, which may be late. */
     QString monitored() const;
-    /** What has gone over the bus, as dbus-monitor tells it. */
+    /** What has gone over the bus until now, as dbus-monitor tells it. */
     QString traffic() const;
     /** The ATT errors that the phone's controller received, as btmon tells it, without those that end a
      * search for attributes: "0x0021 0x0e" for handle and error. */

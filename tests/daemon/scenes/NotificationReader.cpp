@@ -25,16 +25,18 @@ QList<QByteArray> NotificationReader::values() const
 
 QList<QByteArray> NotificationReader::await(int count) const
 {
-    QDeadlineTimer quiet(10000);
+    constexpr int quietMs = 30000;
+    QDeadlineTimer quiet(quietMs);
     qsizetype known = 0;
-    Expect::waitFor([&] {
+    const auto isOver = [&] {
         const auto now = values().size();
         if (now > known) {
             known = now;
-            quiet.setRemainingTime(10000);
+            quiet.setRemainingTime(quietMs);
         }
         return now >= count || quiet.hasExpired();
-    });
+    };
+    Expect::waitFor(isOver, 180);
     return values();
 }
 

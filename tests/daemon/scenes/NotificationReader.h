@@ -21,7 +21,7 @@ public:
     Q_DISABLE_COPY(NotificationReader)
 
     QList<QByteArray> values() const;
-    /** Waits until there are so many, or none more has come for 10 seconds. */
+    /** Waits until there are so many, or none more has come for 30 seconds. */
     QList<QByteArray> await(int count) const;
 
 private:

@@ -211,7 +211,7 @@ QList<QDBusPendingCall> Phone::beginReads(const QStringList& uuids)
         QDBusMessage call =
             QDBusMessage::createMethodCall(DBusBluezServiceName(), path, interfaceOf(path), "ReadValue");
         call << QVariantMap();
-        calls << QDBusConnection::systemBus().asyncCall(call, 60000);
+        calls << QDBusConnection::systemBus().asyncCall(call, 180000);
     }
     return calls;
 }

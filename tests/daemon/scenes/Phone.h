@@ -29,6 +29,9 @@ public:
 
     /** Scans until the peripheral has been seen, with properties that satisfy the condition. */
     bool discover(const std::function<bool(const QVariantMap&)>& condition = {}, int seconds = 60);
+    /** A condition for it: the name is known, which a scan response may carry that comes later than the rest.
+     */
+    static bool hasName(const QVariantMap& found) { return found.contains("Name"); }
     /** Scans once for so long; whether the peripheral was seen since it was forgotten. */
     bool look(int milliseconds);
     /** Forgets everything about the peripheral. */

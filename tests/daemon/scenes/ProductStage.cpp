@@ -61,6 +61,6 @@ void ProductStage::expectWitness()
 {
     const QStringList got = distinct(central.errors());
     const auto seen = [this] { return distinct(bluetooth.monitoredErrors()); };
-    Expect::waitFor([&] { return seen() == got; }, 10);
+    Expect::waitFor([&] { return seen() == got; }, 30);
     Expect::equal(seen(), got, "btmon tells of the same ATT errors");
 }

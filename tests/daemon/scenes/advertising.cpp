@@ -76,8 +76,10 @@ void Scenes::discover()
     peripheral.awaitRegistration({"registerAdv"});
 
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
-    Expect::that(phone.discover([](const QVariantMap& found) { return found.contains("ServiceData"); }),
-                 "the phone sees the peripheral");
+    const auto isWhole = [](const QVariantMap& found) {
+        return found.contains("ServiceData") && Phone::hasName(found);
+    };
+    Expect::that(phone.discover(isWhole), "the phone sees the peripheral");
     const QVariantMap seen = phone.device();
     Expect::equal(seen.value("Name").toString(), SceneTree::name, "the name");
     Expect::equal(seen.value("UUIDs").toStringList(), QStringList{"0000180d-0000-1000-8000-00805f9b34fb"},
@@ -101,7 +103,7 @@ void Scenes::discover()
             heard = structures(bluetooth.monitored(), bluetooth.deviceAddress());
             return heard.size() >= expected.size();
         },
-        10);
+        30);
     Expect::same(heard, expected,
                  "btmon shows exactly these AD structures, raw block and scan response among them");
 }

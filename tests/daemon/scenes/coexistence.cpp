@@ -59,7 +59,7 @@ void Scenes::readme()
                   {"-oL", QCoreApplication::applicationDirPath() + "/example-01-battery-level"});
     Expect::eventually([&] { return example.wrote("Add advertisement: "); }, "the log says what was added");
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
-    Expect::that(phone.discover(), "the phone sees the peripheral");
+    Expect::that(phone.discover(Phone::hasName), "the phone sees the peripheral");
     const QVariantMap seen = phone.device(); // connected it shows the adapter's name instead
     phone.connectDevice();
     Expect::equal(seen.value("Name").toString(), "Battery", "the phone sees the name");

@@ -169,7 +169,10 @@ void Scenes::doctor()
     }
     aPolicyThatKeepsTheDaemonOut();
     bluetooth.unplug();
-    Expect::require([] { return Remote::properties("/org/bluez/hci0", Remote::adapterInterface).isEmpty(); },
+    const auto isGone = [](const QString& adapter) {
+        return Remote::properties(adapter, Remote::adapterInterface).isEmpty();
+    };
+    Expect::require([&] { return isGone(bluetooth.device()) && isGone(bluetooth.phone()); },
                     "the adapters to go");
     examined()->expect("adapter.none", "problem", "no adapter is a problem");
     bluetooth.killDaemon();

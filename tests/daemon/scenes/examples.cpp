@@ -31,7 +31,7 @@ void Scenes::device()
     Child example("example", "stdbuf",
                   {"-oL", QCoreApplication::applicationDirPath() + "/example-05-whole-device"});
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
-    Expect::that(phone.discover(), "the phone sees the device");
+    Expect::that(phone.discover(Phone::hasName), "the phone sees the device");
     const QVariantMap seen = phone.device();
     Expect::equal(seen.value("Name").toString(), "Thermostat", "its name");
     Expect::that(seen.value("UUIDs").toStringList().contains(thermostat), "and its service");
@@ -87,7 +87,7 @@ void Scenes::lock()
                        "the example says who wrote it");
     Expect::equal(phone.read(state).value, QByteArray("locked"), "it stays locked");
     Expect::equal(phone.write(code, "2580").error, 0, "the right code is taken");
-    Expect::eventually([&] { return states() == QStringList{"open"}; }, "an indication says that it is open",
+    Expect::eventually([&] { return states().value(0) == "open"; }, "an indication says that it is open",
                        [&] { return states().join(','); });
     Expect::eventually([&] { return example.wrote("a phone knows the state"); },
                        "the example hears that the phone knows");

@@ -32,7 +32,8 @@ public:
         awaitKernel();
         phone.forget();
         Expect::that(phone.device().isEmpty(), "the phone has forgotten the device");
-        Expect::equal(listed(), QStringList{centralPath()}, "the device has not forgotten the phone");
+        Expect::eventually([this] { return listed() == QStringList{centralPath()}; },
+                           "the device has not forgotten the phone");
     }
 
     /** The phone finds the device, and its user pairs. */
@@ -62,8 +63,8 @@ public:
     {
         Expect::require([this] { return !user->result().isEmpty(); }, how + ": the end of the pairing", 90);
         Expect::equal(user->result(), QString("paired"), how + ": the phone has paired");
-        Expect::that(isPaired(), "the device, too");
-        Expect::equal(listed(), QStringList{centralPath()}, "its bond is listed");
+        Expect::eventually([this] { return isPaired(); }, "the device, too");
+        Expect::eventually([this] { return listed() == QStringList{centralPath()}; }, "its bond is listed");
         endLink();
         awaitKernel();
         central.connectDevice();

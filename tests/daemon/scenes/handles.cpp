@@ -94,8 +94,9 @@ void Scenes::handles()
     Expect::equal(serviceOf(central, central.handle(fixedValue)), 256,
                   "a service has the handle that was fixed");
     const int kept = serviceOf(central, central.handle(keptValue));
-    Expect::equal(peripheral.told("handle kept"), QStringList{QString::number(kept)},
-                  "of another the daemon chose one and has told it");
+    Expect::eventually([&] { return peripheral.told("handle kept") == QStringList{QString::number(kept)}; },
+                       "of another the daemon chose one and has told it",
+                       [&] { return Expect::text(peripheral.told("handle kept")); });
     const int before = central.handle(freeValue);
     expectIncludes(central);
 

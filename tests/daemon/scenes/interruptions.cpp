@@ -135,6 +135,7 @@ void Scenes::refuse()
     if (!bluetooth.daemonRuns()) {
         bluetooth.startDaemon();
         bluetooth.awaitAdapters();
+        peripheral.awaitRegistration({"registerApp"}, 2);
     }
     peripheral.awaitRegistration();
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());

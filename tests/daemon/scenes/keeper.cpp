@@ -2,7 +2,9 @@
 
 #include "AttClient.h"
 #include "Bluetooth.h"
+#include "Broadcasts.h"
 #include "Expect.h"
+#include "Measurement.h"
 #include "Peripheral.h"
 #include "Phone.h"
 #include "ProductStage.h"
@@ -13,7 +15,6 @@
 #include <QDBusConnection>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -21,6 +22,9 @@ namespace {
 
 /** Ended and begun again with each look, since btvirt reports an advertiser at the start of a scan only. */
 constexpr int lookMs = 500;
+
+/** How long to look for what has to be seen. */
+constexpr int patienceMs = 60000;
 
 QStringList connectable()
 {
@@ -61,7 +65,7 @@ void addAndAwait(Peripheral& peripheral)
 }
 
 /** Off and on, and how many milliseconds after that the phone sees it; -1 where it does not. */
-int powerCycle(const Bluetooth& bluetooth, Phone& phone, int patienceMs)
+int powerCycle(const Bluetooth& bluetooth, Phone& phone, int milliseconds)
 {
     setPowered(bluetooth, false);
     Expect::require(
@@ -75,40 +79,35 @@ int powerCycle(const Bluetooth& bluetooth, Phone& phone, int patienceMs)
     setPowered(bluetooth, true);
     QElapsedTimer timer;
     timer.start();
-    return isSeen(phone, patienceMs) ? int(timer.elapsed()) : -1;
+    return isSeen(phone, milliseconds) ? int(timer.elapsed()) : -1;
 }
 
-/** Seconds at which the device's controller was told to broadcast, negative where it was told to end; by
- * btmon's account, which shortens names. */
-QList<double> switches(const QString& monitored)
+/**
+ * Expects a power-on to lead to a registration at once, and not, for instance, when it is tried again: the
+ * daemon is asked half a second later at most, apart from what this machine needs for its messages. The
+ * registration that follows takes as many of them, so the time for it is the measure.
+ */
+void expectPromptness(const Bluetooth& bluetooth, int rounds)
 {
-    static const QRegularExpression command(
-        "< HCI Command: LE [^\n]*\\(0x08\\|0x00(?:39|3c|0a)\\)[^\n]*\\[hci0\\] ([0-9.]+)\n +([^\n]*)");
-    QList<double> times;
-    auto match = command.globalMatch(monitored);
-    while (match.hasNext()) {
-        const QRegularExpressionMatch found = match.next();
-        const bool isOn = found.captured(2).contains("Enabled");
-        times << (isOn ? found.captured(1).toDouble() : -found.captured(1).toDouble());
+    QList<Broadcasts::PowerOn> last;
+    const auto isComplete = [&] {
+        const QList<Broadcasts::PowerOn> all = Broadcasts::powerOns(bluetooth.monitored());
+        last = all.mid(std::max(0, int(all.size()) - rounds));
+        return last.size() == rounds && std::all_of(last.cbegin(), last.cend(),
+                                                    [](const auto& each) { return each.registering >= 0; });
+    };
+    Expect::eventually(isComplete, "btmon: each power-on leads to a registration");
+    Samples untilAsked;
+    Samples registering;
+    for (const Broadcasts::PowerOn& each : qAsConst(last)) {
+        untilAsked.add(each.untilAsked);
+        registering.add(each.registering);
     }
-    return times;
-}
-
-/** Milliseconds from each power-on of the device until its controller was told to broadcast, by btmon's
- * account. */
-QList<int> delaysAfterPowerOn(const QString& monitored)
-{
-    static const QRegularExpression powerOn(
-        "@ MGMT Command: Set Powered[^\n]*\\[hci0\\] ([0-9.]+)\n +Powered: Enabled");
-    const QList<double> all = switches(monitored);
-    QList<int> delays;
-    auto match = powerOn.globalMatch(monitored);
-    while (match.hasNext()) {
-        const double time = match.next().captured(1).toDouble();
-        const auto on = std::find_if(all.begin(), all.end(), [&](double each) { return each > time; });
-        delays << (on == all.end() ? -1 : int((*on - time) * 1000));
-    }
-    return delays;
+    const QString times =
+        "asked after " + untilAsked.text(0) + " ms, which took " + registering.text(0) + " ms";
+    Expect::that(untilAsked.quantile(0.5) <= 500 + 3 * registering.quantile(0.5), "and to that at once",
+                 times);
+    Expect::note(times);
 }
 
 void powerCycles(Bluetooth::Controllers controllers, bool isExtended)
@@ -119,8 +118,8 @@ void powerCycles(Bluetooth::Controllers controllers, bool isExtended)
     Peripheral peripheral;
     addAndAwait(peripheral);
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
-    Expect::that(isSeen(phone, 10000), "the phone sees it");
-    const bool isSeenAgain = powerCycle(bluetooth, phone, 4000) >= 0;
+    Expect::that(isSeen(phone, patienceMs), "the phone sees it");
+    const bool isSeenAgain = powerCycle(bluetooth, phone, isExtended ? 4000 : patienceMs) >= 0;
     Expect::that(isSeenAgain == !isExtended,
                  isExtended ? "without a keeper, it is not seen after power-off and power-on"
                             : "without a keeper, too, it is seen after power-off and power-on");
@@ -129,49 +128,27 @@ void powerCycles(Bluetooth::Controllers controllers, bool isExtended)
     int longest = 0;
     const int before = peripheral.succeeded("registerAdv");
     for (int round = 1; round <= 10; ++round) {
-        const int milliseconds = powerCycle(bluetooth, phone, 10000);
+        const int milliseconds = powerCycle(bluetooth, phone, patienceMs);
         longest = std::max(longest, milliseconds);
         Expect::that(milliseconds >= 0, "power cycle " + QString::number(round) + ": it is seen again");
         // With some controllers it is seen before the keeper has done anything.
         Expect::require([&] { return peripheral.told("onair").size() == 1 + round; }, "the keeper");
     }
     Expect::note("seen after " + QString::number(longest) + " ms at most");
-    QList<int> delays = delaysAfterPowerOn(bluetooth.monitored());
+    expectPromptness(bluetooth, 10);
+    QList<int> delays;
+    Expect::eventually(
+        [&] {
+            delays = Broadcasts::delaysAfterPowerOn(bluetooth.monitored());
+            return delays.size() >= 10 && !delays.contains(-1);
+        },
+        "btmon: the controller broadcasts after each power-on");
     delays = delays.mid(std::max(0, int(delays.size()) - 10));
     const auto slowest = std::max_element(delays.begin(), delays.end());
-    Expect::that(delays.size() >= 10 && !delays.contains(-1) && *slowest <= 2000,
-                 "btmon: the controller broadcasts within 2 s after each power-on",
-                 QString::number(delays.isEmpty() ? -1 : *slowest) + " ms");
-    Expect::note("after " + QString::number(delays.isEmpty() ? -1 : *slowest) + " ms at most");
+    Expect::note("after " + QString::number(slowest == delays.end() ? -1 : *slowest) + " ms at most");
     Expect::eventually([&] { return peripheral.succeeded("registerAdv") == before + 10; },
                        "each took one registration");
     Expect::equal(peripheral.told("offair adv").count("PoweredOff"), 10, "the program was told each time");
-}
-
-struct Gaps
-{
-    int count = 0;
-    int longestMs = 0;
-    double totalMs = 0;
-};
-
-/** How long nothing was broadcast, by btmon's account. */
-Gaps gaps(const QString& monitored)
-{
-    Gaps gaps;
-    double offSince = 0;
-    for (const double time : switches(monitored)) {
-        if (time < 0 && offSince == 0) {
-            offSince = -time;
-        } else if (time > 0 && offSince != 0) {
-            const double milliseconds = (time - offSince) * 1000;
-            gaps.longestMs = std::max(gaps.longestMs, int(milliseconds + 0.5));
-            gaps.totalMs += milliseconds;
-            ++gaps.count;
-            offSince = 0;
-        }
-    }
-    return gaps;
 }
 
 } // namespace
@@ -223,7 +200,7 @@ void Scenes::asleep()
     Expect::eventually([&] { return peripheral.told("onair").size() == 2; }, "it wakes up");
     Expect::equal(peripheral.succeeded("registerAdv"), 2, "which takes one registration");
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
-    Expect::that(isSeen(phone, 10000), "the phone sees it");
+    Expect::that(isSeen(phone, patienceMs), "the phone sees it");
     policy.remove();
 }
 
@@ -243,8 +220,8 @@ void Scenes::beacon()
         peripheral.tell({"mode adv " + mode, QStringLiteral("beacon adv 100 100")});
         Expect::require([&] { return peripheral.told("beacon adv").size() > done; }, "100 changes", 90);
         const bool isLast =
-            Expect::waitFor([&] { return bluetooth.monitored().mid(before).contains("Data[2]: 0064"); }, 20);
-        const Gaps seen = gaps(bluetooth.monitored().mid(before));
+            Expect::waitFor([&] { return bluetooth.monitored().mid(before).contains("Data[2]: 0064"); }, 30);
+        const Broadcasts::Gaps seen = Broadcasts::gaps(bluetooth.monitored().mid(before));
         Expect::note(
             QStringLiteral("%1: %2 answers to registrations, %3 gaps, the longest of %4 ms, %5 ms in "
                            "all; the last change %6 broadcast")
@@ -275,8 +252,9 @@ void Scenes::unsafe()
     Expect::that(bluetooth.daemonRuns(), "the daemon runs");
     setPowered(bluetooth, false);
     peripheral.tell("announce adv Third");
-    const bool hasEnded = Expect::waitFor([&] { return !bluetooth.daemonRuns(); }, 5);
-    Expect::equal(hasEnded, version() == "5.66", "the adapter is off: whether the daemon ends at a change");
+    const bool doesEnd = version() == "5.66";
+    const bool hasEnded = Expect::waitFor([&] { return !bluetooth.daemonRuns(); }, doesEnd ? 60 : 5);
+    Expect::equal(hasEnded, doesEnd, "the adapter is off: whether the daemon ends at a change");
 }
 
 void Scenes::secondCentral()
@@ -289,7 +267,7 @@ void Scenes::secondCentral()
     first.connectDevice();
     Expect::that(!isSeen(second, 4000), "without a keeper, a second phone does not see it beside the first");
     first.disconnectDevice();
-    Expect::that(isSeen(second, 10000), "after the first has gone, it does");
+    Expect::that(isSeen(second, patienceMs), "after the first has gone, it does");
 
     peripheral.tell("keep adv while-connected");
     second.forget();
@@ -297,7 +275,7 @@ void Scenes::secondCentral()
     Expect::eventually([&] { return peripheral.succeeded("registerAdv") == 2; },
                        "with a keeper, the connection gives one registration");
     // It does not connect: btvirt gives both links one handle, and when they end, the kernel faults.
-    Expect::that(isSeen(second, 10000), "the second phone sees it beside the first");
+    Expect::that(isSeen(second, patienceMs), "the second phone sees it beside the first");
     Expect::that(first.connected(), "the first stays connected");
 }
 
@@ -350,10 +328,10 @@ void Scenes::timeout()
     Expect::that(!isSeen(phone, 4000), "without a keeper, the phone does not see it any more");
 
     peripheral.tell({QStringLiteral("keep adv after-timeout"), "set adv name " + SceneTree::name});
-    Expect::eventually([&] { return releases() == 3; }, "with a keeper, it is released again and again");
+    Expect::eventually([&] { return releases() >= 3; }, "with a keeper, it is released again and again");
     Expect::eventually([&] { return peripheral.told("onair").size() >= 3; },
                        "and is on the air again each time");
-    Expect::that(isSeen(phone, 10000), "the phone sees it");
+    Expect::that(isSeen(phone, patienceMs), "the phone sees it");
 }
 
 void Scenes::fields()
@@ -374,9 +352,9 @@ void Scenes::fields()
           "secondary-channel 1", "scan-manufacturer xyz", "scan-uuids 180a"}) {
         Expect::equal(tryField(field), QString(), field + " is accepted");
     }
-    const QString monitored = bluetooth.monitored();
-    Expect::that(monitored.contains("Current Time Service (0x1805)"), "btmon shows the solicited service");
+    Expect::eventually([&] { return bluetooth.monitored().contains("Current Time Service (0x1805)"); },
+                       "btmon shows the solicited service");
     Expect::note(QStringLiteral("the scan response's own manufacturer data: %1")
-                     .arg(monitored.contains("Data[3]: 78797a") ? "sent" : "not read"));
+                     .arg(bluetooth.monitored().contains("Data[3]: 78797a") ? "sent" : "not read"));
     Expect::that(bluetooth.daemonRuns(), "the daemon runs");
 }

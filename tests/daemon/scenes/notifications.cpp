@@ -77,9 +77,10 @@ void Scenes::notify()
             return peripheral.notifying("counter") == QStringList{"1", "0"};
         },
         "unsubscribing reaches notifyStateChanged");
-    Expect::that(bluetooth.monitored().contains(
-                     QRegularExpression("ATT: Handle (Multiple )?Value Notification[^\n]*\n[^>]*68656c6c6f")),
-                 "btmon shows the notification's bytes");
+    static const QRegularExpression notification(
+        "ATT: Handle (Multiple )?Value Notification[^\n]*\n[^>]*68656c6c6f");
+    Expect::eventually([&] { return bluetooth.monitored().contains(notification); },
+                       "btmon shows the notification's bytes");
 
     auto reader = std::make_unique<NotificationReader>(phone.openNotifications(SceneTree::counter));
     Expect::eventually([&] { return peripheral.notifying("counter").size() == 3; }, "subscribed again");
@@ -89,7 +90,7 @@ void Scenes::notify()
     Expect::that(arrived == numbers(200), "200 spaced notifications arrive, in order",
                  QString::number(arrived.size()) + " arrived");
     Expect::eventually([&] { return monitoredNotifications(bluetooth) == 200; }, "btmon counts as many",
-                       [&] { return QString::number(monitoredNotifications(bluetooth)); }, 10);
+                       [&] { return QString::number(monitoredNotifications(bluetooth)); });
 
     phone.subscribe(SceneTree::record);
     phone.write(SceneTree::page, "1");

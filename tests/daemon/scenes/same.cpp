@@ -26,8 +26,13 @@ public:
     }
     void recover() override
     {
-        // A refusal may corrupt what 5.66 has in its memory; it then aborts at the end of the exchange.
-        const bool aborted = Expect::waitFor([this] { return !m_bluetooth.daemonRuns(); }, 1);
+        // A refusal may corrupt what 5.66 has in its memory; it then aborts at the end of the exchange, which
+        // it has come to when it answers further questions.
+        bool answers = true;
+        for (int question = 0; question < 3; ++question) {
+            answers = answers && !Remote::properties(adapter(), Remote::adapterInterface).isEmpty();
+        }
+        const bool aborted = Expect::waitFor([this] { return !m_bluetooth.daemonRuns(); }, answers ? 1 : 60);
         if (aborted) {
             Expect::that(version() == "5.66", "only 5.66 aborts after a rejection");
             m_bluetooth.startDaemon();

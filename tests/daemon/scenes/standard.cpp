@@ -98,6 +98,6 @@ void Scenes::battery()
     const auto percentage = [&device] {
         return Remote::properties(device, "org.bluez.Battery1").value("Percentage").toInt();
     };
-    Expect::waitFor([&] { return percentage() == 87; }, 10);
+    Expect::waitFor([&] { return percentage() == 87; });
     Expect::equal(percentage(), 87, "BlueZ as the central shows the battery's level");
 }

@@ -171,7 +171,7 @@ void Scenes::console()
     };
     Expect::equal(phone.subscribe(phone.handle(tx), 1).error, 0, "the phone opens the console");
     expectScreen("welcome, type help\n", "which greets it");
-    Expect::that(example.wrote("a phone: " + phonePath), "the example says who it is");
+    Expect::eventually([&] { return example.wrote("a phone: " + phonePath); }, "the example says who it is");
     Expect::equal(phone.write(keyboard, "help\r\n").error, 0, "the phone asks for help");
     expectScreen("help, uptime, led on|off, echo TEXT\n", "and gets it");
     phone.command(keyboard, "led ");

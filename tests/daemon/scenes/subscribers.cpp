@@ -37,7 +37,7 @@ void Scenes::subscribers()
         "mc\t[^\t]*\t(\\d+)\t[^\n]*\tAcquireNotify\n(?:[^\n]*\n)*?err\t[^\n]*\t\\1\n"
         "(?:[^\n]*\n)*?mc\t[^\n]*\tStartNotify\n");
     Expect::eventually([&] { return stage.bluetooth.traffic().contains(declined); },
-                       "the daemon's offer of a socket was declined, and StartNotify followed", {}, 10);
+                       "the daemon's offer of a socket was declined, and StartNotify followed");
     peripheral.tell("value alarm 01");
     Expect::eventually([&] { return first.notifications().size() == 1; }, "a value is indicated");
     Expect::that(first.notifications().value(0).isIndication, "and not notified");

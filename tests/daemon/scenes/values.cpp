@@ -48,9 +48,9 @@ void Scenes::read()
     Phone phone(bluetooth.phone(), bluetooth.deviceAddress());
     phone.meet();
     readEverything(phone, peripheral);
-    Expect::that(
-        bluetooth.monitored().contains(QRegularExpression("ATT: Read Response [^\n]*\n[^>]*68656c6c6f")),
-        "btmon shows the value in a Read Response");
+    static const QRegularExpression response("ATT: Read Response [^\n]*\n[^>]*68656c6c6f");
+    Expect::eventually([&] { return bluetooth.monitored().contains(response); },
+                       "btmon shows the value in a Read Response");
 }
 
 void Scenes::smallTransfers()
