@@ -25,6 +25,7 @@ private slots:
     void anotherThreadHasItsOwn();
     void slotsMayReleaseTheLastReference();
     void aSlotsEventLoopSeesLaterChangesInOrder();
+    void aSlotsEventLoopSeesWhatWasDescribedAtOnce();
     void itMayBeReleasedInASlotsEventLoop();
 };
 
@@ -143,6 +144,24 @@ void tst_bluez_calls::aSlotsEventLoopSeesLaterChangesInOrder()
     QCOMPARE(m_record->lines,
              QStringList({"= /org/bluez/hci0 Alias two"_qs, "= /org/bluez/hci0 Alias three"_qs,
                           "- /org/bluez/hci0 org.bluez.Adapter1"_qs, "ended"_qs}));
+}
+
+void tst_bluez_calls::aSlotsEventLoopSeesWhatWasDescribedAtOnce()
+{
+    bool sawAll = false;
+    QObject context;
+    connect(m_objects.get(), &BluezObjects::objectAdded, &context, [&](const QString& path) {
+        if (path == adapter) {
+            sawAll = QTest::qWaitFor([&] { return m_record->lines.contains("started"_qs); });
+        }
+    });
+    m_bluez->objects = {{QDBusObjectPath(adapter), {{adapterInterface, named("one")}}},
+                        {QDBusObjectPath(phone), {{deviceInterface, {}}}}};
+    QVERIFY(m_bluez->appear());
+    QTRY_VERIFY(m_record->lines.contains("started"_qs));
+    QVERIFY(sawAll);
+    QCOMPARE(m_record->lines, QStringList({"+ /org/bluez/hci0 org.bluez.Adapter1 one"_qs,
+                                           "+ /org/bluez/hci0/dev_1 org.bluez.Device1 "_qs, "started"_qs}));
 }
 
 void tst_bluez_calls::itMayBeReleasedInASlotsEventLoop()

@@ -291,8 +291,13 @@ void plim::detail::BluezObjects::work()
     // A slot may let go of this object and run an event loop. It must not end there: the watcher of the name,
     // a member, may be what has led here.
     const std::shared_ptr<BluezObjects> alive = weak_from_this().lock();
+    bool isPosted = false;
     while (!m_changes.isEmpty()) {
-        m_changes.takeFirst()();
+        const Change next = m_changes.takeFirst();
+        if (!m_changes.isEmpty() && !isPosted) {
+            isPosted = QMetaObject::invokeMethod(this, &BluezObjects::work, Qt::QueuedConnection);
+        }
+        next();
     }
 }
 
