@@ -111,6 +111,7 @@ private slots:
     void settersReachTheDaemon();
     void settersTellHowTheyEnded();
     void withoutAFunctionAFailureIsLogged();
+    void settersWaitForTheDescription();
     void settersFailWithoutTheAdapter();
     void slotsMayDeleteIt();
 
@@ -352,6 +353,25 @@ void tst_adapter::withoutAFunctionAFailureIsLogged()
     m_bluez->send(m_bluez->calls.at(1).createErrorReply("org.bluez.Error.Blocked"_qs, "Blocked"_qs));
     EVENTUALLY_COMPARE(log.texts(log4cplus::WARN_LOG_LEVEL),
                        QStringList("Cannot set Powered of adapter hci1: Blocked"_qs));
+}
+
+void tst_adapter::settersWaitForTheDescription()
+{
+    m_bluez->objects = {{QDBusObjectPath(hci0), shown(address0)}};
+    m_bluez->holdsDescription = true;
+    QVERIFY(m_bluez->appear());
+    Adapter adapter;
+    QString end;
+    adapter.setAlias("x"_qs,
+                     [&](const QDBusError& error) { end = error.isValid() ? error.name() : "done"_qs; });
+    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    adapter.setPowered(true);
+    m_bluez->send(m_bluez->description(m_bluez->calls.takeFirst()));
+    QTRY_COMPARE(m_bluez->calls.size(), 2);
+    QCOMPARE(m_bluez->calls.at(0).arguments().at(1).toString(), "Alias"_qs);
+    QCOMPARE(m_bluez->calls.at(1).arguments().at(1).toString(), "Powered"_qs);
+    m_bluez->send(m_bluez->calls.at(0).createReply());
+    QTRY_COMPARE(end, "done"_qs);
 }
 
 void tst_adapter::settersFailWithoutTheAdapter()

@@ -19,6 +19,7 @@ private slots:
     void cleanup() { end(); }
     void callsReachTheDaemonAndEnd();
     void callsWithoutADaemonFail();
+    void aCallBeforeTheDaemonIsLookedForReachesIt();
     void whatCannotBeSentIsNotSent();
     void noCallbackComesAfterItsContext();
     void allOfAThreadShareOne();
@@ -60,6 +61,29 @@ void tst_bluez_calls::callsWithoutADaemonFail()
     EVENTUALLY_COMPARE(end, "org.freedesktop.DBus.Error.ServiceUnknown"_qs);
     m_objects->call(adapter, adapterInterface, "RemoveDevice"_qs, {}, this, {});
     QCoreApplication::processEvents();
+}
+
+void tst_bluez_calls::aCallBeforeTheDaemonIsLookedForReachesIt()
+{
+    startDaemon();
+    m_record.reset();
+    m_objects.reset();
+    m_objects = BluezObjects::shared();
+    QVERIFY(!m_objects->isStarted());
+    QString end;
+    bool called = false;
+    auto ending = std::make_unique<QObject>();
+    m_objects->call(adapter, adapterInterface, "First"_qs, {}, this,
+                    [&](const QDBusError& error) { end = error.isValid() ? error.name() : "done"_qs; });
+    m_objects->call(adapter, adapterInterface, "Second"_qs, {}, ending.get(),
+                    [&](const QDBusError&) { called = true; });
+    ending.reset();
+    m_objects->call(adapter, adapterInterface, "Third"_qs, {}, this, {});
+    QTRY_COMPARE(m_bluez->calls.size(), 2);
+    QCOMPARE(m_bluez->calls.at(0).member() + ' ' + m_bluez->calls.at(1).member(), "First Third"_qs);
+    m_bluez->send(m_bluez->calls.at(0).createReply());
+    QTRY_COMPARE(end, "done"_qs);
+    QVERIFY(!called);
 }
 
 void tst_bluez_calls::whatCannotBeSentIsNotSent()

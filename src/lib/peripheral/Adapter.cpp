@@ -150,12 +150,14 @@ void plim::Adapter::set(const char* name, const QVariant& value, const Finished&
             PLIM_LOG(logger, WARN, Q_FUNC_INFO, "Cannot set " << what << ": " << error.message());
         }
     };
-    if (m_path.isEmpty()) {
-        const QDBusError error(QDBusError::UnknownObject, QStringLiteral("There is no such adapter"));
-        QTimer::singleShot(0, this, [end, error] { end(error); });
-        return;
-    }
-    m_bluez->set(m_path, BluezInterfaces::Adapter, QLatin1String(name), value, this, end);
+    m_bluez->whenLooked(this, [this, name, value, end] {
+        if (m_path.isEmpty()) {
+            const QDBusError error(QDBusError::UnknownObject, QStringLiteral("There is no such adapter"));
+            QTimer::singleShot(0, this, [end, error] { end(error); });
+        } else {
+            m_bluez->set(m_path, BluezInterfaces::Adapter, QLatin1String(name), value, this, end);
+        }
+    });
 }
 
 QString plim::Adapter::chosenPath() const

@@ -100,7 +100,8 @@ public:
      * @name Setters
      * Each asks BlueZ to change one property. The function is called from the event loop when BlueZ has
      * answered, and not at all once this object has ended. Without one, an error is logged at WARN. While the
-     * adapter is not there, the error is UnknownObject.
+     * adapter is not there, the error is UnknownObject. Before BlueZ has described its objects, a setter
+     * waits for that.
      * @{
      */
     /** An empty alias restores the name that BlueZ's configuration gives. */

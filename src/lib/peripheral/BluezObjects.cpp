@@ -12,6 +12,7 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
+#include <QPointer>
 
 #include <algorithm>
 #include <utility>
@@ -84,6 +85,15 @@ QVariant plim::detail::BluezObjects::value(const QString& path, const QString& i
     return properties(path, interface).value(name);
 }
 
+void plim::detail::BluezObjects::whenLooked(QObject* context, const std::function<void()>& function)
+{
+    if (!isStarting()) {
+        function();
+        return;
+    }
+    m_waiting << [alive = QPointer<QObject>(context), function] { alive ? function() : void(); };
+}
+
 void plim::detail::BluezObjects::call(const QString& path, const QString& interface, const QString& method,
                                       const QVariantList& arguments, QObject* context,
                                       const Finished& finished)
@@ -94,6 +104,10 @@ void plim::detail::BluezObjects::call(const QString& path, const QString& interf
             QTimer::singleShot(0, context, [finished, error] { finished(error); });
         }
     };
+    if (!m_isOwnerKnown) {
+        whenLooked(context, [=] { call(path, interface, method, arguments, context, finished); });
+        return;
+    }
     if (m_owner.isEmpty()) {
         fail(QDBusError::ServiceUnknown, "BlueZ is not running");
         return;
@@ -151,8 +165,8 @@ void plim::detail::BluezObjects::on_ownerChanged(const QString& /*name*/, const 
 
 void plim::detail::BluezObjects::setOwner(const QString& owner)
 {
-    m_isOwnerKnown = true;
-    if (owner == m_owner) {
+    const bool isFirst = !std::exchange(m_isOwnerKnown, true);
+    if (owner == m_owner && !isFirst) {
         return;
     }
     if (!m_owner.isEmpty()) {
@@ -168,6 +182,8 @@ void plim::detail::BluezObjects::setOwner(const QString& owner)
         // Listen before asking, or what changes in between is lost.
         listen(true);
         describe();
+    } else {
+        m_changes << [this] { goOn(); };
     }
     work();
 }
@@ -221,15 +237,11 @@ void plim::detail::BluezObjects::on_described(const QDBusMessage& reply)
         for (auto object = objects.cbegin(); object != objects.cend(); ++object) {
             m_changes += additionsOf(object.key().path(), *object);
         }
-        m_changes << [this, life = m_life] {
-            if (life == m_life) {
-                m_isStarted = true;
-                emit started();
-            }
-        };
+        m_changes << [this, life = m_life] { start(life); };
     } else {
         PLIM_LOG(logger, WARN, Q_FUNC_INFO, "BlueZ does not name its objects: " << reply.errorMessage());
         m_askAgain.start();
+        m_changes << [this] { goOn(); };
     }
     // Some of these may have been sent before the answer. Repeating them does no harm: for each object and
     // property the last word counts, and it is among them or in the answer.
@@ -285,7 +297,7 @@ plim::detail::BluezObjects::additionsOf(const QString& path, const DBusInterface
     return changes;
 }
 
-/** Applies the changes in their order. A slot that runs an event loop comes here again, and goes on. */
+/** Applies the changes in their order. The event loop of a slot comes here again, and goes on. */
 void plim::detail::BluezObjects::work()
 {
     // A slot may let go of this object and run an event loop. It must not end there: the watcher of the name,
@@ -299,6 +311,21 @@ void plim::detail::BluezObjects::work()
         }
         next();
     }
+}
+
+void plim::detail::BluezObjects::start(quint64 life)
+{
+    if (life == m_life) {
+        m_isStarted = true;
+        m_waiting << [this, life] { life == m_life ? started() : void(); };
+        goOn();
+    }
+}
+
+/** What has waited is next. */
+void plim::detail::BluezObjects::goOn()
+{
+    m_changes = std::exchange(m_waiting, {}) + m_changes;
 }
 
 void plim::detail::BluezObjects::add(const Object& object, const QVariantMap& properties)

@@ -59,12 +59,20 @@ public:
     /** One property; invalid where there is none. Types that Qt does not know are a QDBusArgument. */
     QVariant value(const QString& path, const QString& interface, const QString& name) const;
 
+    /**
+     * Calls the function as soon as BlueZ has described its objects, or is found not to run, or does not name
+     * them: at once unless isStarting(). It is called before started().
+     * @param context  the function is not called once this has ended; not null
+     */
+    void whenLooked(QObject* context, const std::function<void()>& function);
+
     /** What is called with the end of a call: an invalid error for a success. */
     using Finished = std::function<void(const QDBusError& error)>;
 
     /**
      * Calls a method. Arguments that D-Bus cannot carry give the error InvalidArgs, and while BlueZ does not
-     * run the error is ServiceUnknown: a call never starts it.
+     * run the error is ServiceUnknown: a call never starts it. Before it is known whether BlueZ runs, the
+     * call waits for that.
      * @param context   the callback is not called once this has ended; not null
      * @param finished  always called from the event loop; may be empty
      */
@@ -110,6 +118,8 @@ private:
     QList<Change> changesOf(const QDBusMessage& signal);
     QList<Change> removalsOf(const QString& path, const QStringList& interfaces);
     QList<Change> additionsOf(const QString& path, const DBusInterfaceList& interfaces);
+    void start(quint64 life);
+    void goOn();
     void work();
     void add(const Object& object, const QVariantMap& properties);
     void remove(const Object& object);
@@ -125,7 +135,8 @@ private:
     bool m_isStarted = false;
     QTimer m_askAgain;
     QList<Change> m_early;   ///< arrived while BlueZ was asked for its objects
-    QList<Change> m_changes; ///< to be applied now; each emits one signal at most
+    QList<Change> m_changes; ///< to be applied now; each runs code of the program once at most
+    QList<Change> m_waiting; ///< to be called when BlueZ has been looked for
     QMap<Object, QVariantMap> m_objects;
 };
 
