@@ -3,6 +3,7 @@
 #include <QPointer>
 #include <QSignalSpy>
 
+#include <optional>
 #include <vector>
 
 using plim::Access;
@@ -29,6 +30,7 @@ private slots:
     void itIsDeclinedWhenTheCharacteristicIsDeleted();
     void aSlotMayDeleteTheCharacteristicWhileTwoWait();
     void aSlotMayDeleteItWhenTheCentralIsKnown();
+    void bluezMayRestartWhileOneIsAnswered();
     void theNumberOfWaitingRequestsIsLimited();
     void itIsDeclinedIfNoDescriptionComes();
     void whileBluezIsNotRunningNoneWaits();
@@ -166,6 +168,32 @@ void tst_sockets_at_start::aSlotMayDeleteItWhenTheCentralIsKnown()
     QVERIFY(describe());
     QVERIFY(m_characteristic.isNull());
     QCOMPARE(errorOf(call), declined);
+}
+
+/** In the event loop of a slot. The next BlueZ's request waits for the next description. */
+void tst_sockets_at_start::bluezMayRestartWhileOneIsAnswered()
+{
+    const QDBusPendingCall first = request();
+    FakeBluez next("next"_qs);
+    next.objects = m_scenario->bluez->objects;
+    next.holdsDescription = true;
+    std::optional<QDBusPendingCall> second;
+    connect(m_characteristic, &Characteristic::subscribed, &next, [&] {
+        if (!second) {
+            m_scenario->bluez->vanish();
+            QVERIFY(next.appear());
+            QTRY_COMPARE(next.calls.size(), 1);
+            second = next.call(m_scenario->path, "AcquireNotify"_qs,
+                               {FakeBluez::options(tabletPath, "LE"_qs, 247)});
+            QVERIFY(m_scenario->roundTrip());
+        }
+    });
+    QVERIFY(describe());
+    QTRY_VERIFY(second);
+    QVERIFY(m_scenario->roundTrip());
+    QVERIFY(!second->isFinished());
+    next.send(next.description(next.calls.takeFirst()));
+    QCOMPARE(errorOf(*second), QString());
 }
 
 void tst_sockets_at_start::theNumberOfWaitingRequestsIsLimited()

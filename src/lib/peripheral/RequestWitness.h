@@ -11,6 +11,8 @@ class QDBusMessage;
 namespace plim {
 namespace detail {
 
+class BluezObjects;
+
 /** Passes on what BlueZ says with requests about the link that they came over. Internal: not installed. */
 class RequestWitness : public QObject
 {
@@ -21,7 +23,8 @@ public:
     static std::shared_ptr<RequestWitness> shared();
 
     /** To be called for each request, with its options; does nothing where nobody holds the one of this
-     * thread. */
+     * thread. What comes before BlueZ has described its objects is passed on then: until then nobody can tell
+     * what it is about. */
     static void note(const QDBusMessage& request, const QVariantMap& options);
 
 signals:
@@ -34,7 +37,21 @@ signals:
     void requested(const QString& caller, const QString& device, const QString& link, int mtu);
 
 private:
-    RequestWitness() = default;
+    /** What a request says. */
+    struct Request
+    {
+        QString caller;
+        QString device;
+        QString link;
+        int mtu;
+    };
+
+    RequestWitness();
+    void pass(const Request& request);
+    void tell(const Request& request);
+
+    const std::shared_ptr<BluezObjects> m_bluez;
+    int m_waiting = 0;
 };
 
 } // namespace detail

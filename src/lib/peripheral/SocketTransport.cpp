@@ -10,7 +10,6 @@
 #include "GattCharacteristic.h"
 #include "LostSubscriptions.h"
 #include "PropertiesAdaptor.h"
-#include "RequestWitness.h"
 #include "plimlog.h"
 
 #include <QDBusConnection>
@@ -98,16 +97,11 @@ void plim::detail::SocketTransport::answerWaiting()
 {
     m_patience.stop();
     const QPointer<SocketTransport> self = this;
-    while (self && !m_waiting.empty()) {
+    // In the event loop of a slot, BlueZ may restart, and ask again: what comes then waits anew.
+    while (self && !m_patience.isActive() && !m_waiting.empty()) {
         const Acquisition first = std::move(m_waiting.front());
         m_waiting.pop_front();
-        const QString path = m_characteristic->dbusPath();
-        RequestWitness::note(first.call, first.options); // BlueZ was not known when it called
-        if (self) {
-            answer(first);
-        } else {
-            AttributeServer::refuse(first.call, first.connection, path, *declined);
-        }
+        answer(first);
     }
 }
 
