@@ -1,8 +1,10 @@
 #include "SocketScenario.h"
 
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QPointer>
 #include <QSignalSpy>
+#include <QTimer>
 
 using plim::Access;
 using plim::Central;
@@ -18,6 +20,7 @@ private slots:
     void cleanup() { m_scenario.reset(); }
     void slotsMayDeleteTheCharacteristic_data();
     void slotsMayDeleteTheCharacteristic();
+    void aSocketMayEndWhileSlotsUseItsCentral();
     void aLostSubscriptionThatIsFoundMayDeleteTheCharacteristic();
     void aHandlerMayDeleteTheCharacteristic();
     void aDeletedCharacteristicClosesItsSockets();
@@ -85,6 +88,30 @@ void tst_socket_lifetimes::slotsMayDeleteTheCharacteristic()
     EVENTUALLY_VERIFY(!alive);
     QVERIFY(!phone || phone->descriptor() < 0 || phone->isHungUp());
     QVERIFY(!writer || writer->isHungUp());
+}
+
+void tst_socket_lifetimes::aSocketMayEndWhileSlotsUseItsCentral()
+{
+    const auto phone = m_scenario->subscribe();
+    while (m_characteristic->notify("x")) {
+    }
+    QString name;
+    connect(m_characteristic, &Characteristic::readyToWrite, this, [&] {
+        QEventLoop loop;
+        QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+        // The loop deletes what has ended in it.
+        connect(m_characteristic, &Characteristic::unsubscribed, &loop,
+                [&loop] { QTimer::singleShot(50, &loop, &QEventLoop::quit); });
+        phone->close();
+        loop.exec();
+    });
+    connect(m_characteristic, &Characteristic::readyToWrite, this,
+            [&](const Central& central) { name = central.path(); });
+    phone->readAll();
+    QTRY_VERIFY(!name.isEmpty());
+    QCOMPARE(name, phonePath);
+    QCOMPARE(m_characteristic->subscribers(), QList<Central>());
+    m_characteristic->disconnect(this); // what the slots use ends here
 }
 
 /** A new socket of one central makes the library look again at what is known of the others. */

@@ -126,9 +126,9 @@ void plim::detail::SocketTransport::answer(const Acquisition& acquisition)
     AttSocket* socket = m_notifying.back();
     plim::connect(socket, &AttSocket::closed, this, [this, socket] { on_notifyClosed(socket); });
     plim::connect(socket, &AttSocket::received, this, &SocketTransport::on_received);
-    plim::connect(socket, &AttSocket::writable, this,
-                  [this, socket] { emit readyToWrite(socket->central()); });
     const Central central = socket->central();
+    // A copy: the socket may end while slots use it.
+    plim::connect(socket, &AttSocket::writable, this, [this, central] { emit readyToWrite(central); });
     const QPointer<SocketTransport> self = this;
     m_lost->forget(central);
     if (self) {
