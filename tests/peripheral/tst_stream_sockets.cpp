@@ -38,6 +38,7 @@ private slots:
     void writesAreReadFromTheSocket();
     void aFullReadBufferHoldsTheCentralUp();
     void whatWasWrittenBeforeTheEndIsReceived();
+    void aSlotMayCloseItWhileTheRestIsReceived();
     void whatIsWrittenAfterTheEndIsRejected();
     void before569WritesTakeTheBus();
     void before576AllSubscribersGetTheBytes();
@@ -226,6 +227,22 @@ void tst_stream_sockets::whatWasWrittenBeforeTheEndIsReceived()
     QCOMPARE(disconnected.size(), 1);
     QCOMPARE(disconnected.first().at(2).toLongLong(), 0);
     QCOMPARE(m_stream->rejectedBytes(), 0);
+}
+
+void tst_stream_sockets::aSlotMayCloseItWhileTheRestIsReceived()
+{
+    begin();
+    const auto phone = subscriber();
+    const auto tablet = subscriber(tabletPath);
+    const auto keyboard = writer();
+    QSignalSpy connected(m_stream.get(), &Stream::connected);
+    QSignalSpy disconnected(m_stream.get(), &Stream::disconnected);
+    connect(m_stream.get(), &Stream::readyRead, this, [this] { m_stream->close(); });
+    keyboard->write("last words");
+    m_stream->close();
+    QCOMPARE(m_stream->central(), Central(tabletPath)); // which has waited
+    QCOMPARE(disconnected.size(), 1);
+    QCOMPARE(connected.size(), 1);
 }
 
 void tst_stream_sockets::whatIsWrittenAfterTheEndIsRejected()

@@ -18,6 +18,8 @@ private slots:
     void anAnswerForTheFormerCentralIsNoneForTheNext();
     void aCentralThatConnectsWithoutASubscriptionIsNotServed();
     void aTransactionEndsWithTheConnection();
+    void aSlotMayEndTheStreamThatBegins();
+    void theNextSlotKnowsTheCentralOfAClosedStream();
 
 private:
     void subscribe(const QString& device)
@@ -104,6 +106,28 @@ void tst_stream_turns::aTransactionEndsWithTheConnection()
     QCOMPARE(disconnected.first().at(2).toLongLong(), 1);
     QVERIFY(!m_stream->isTransactionStarted());
     QCOMPARE(m_stream->bytesAvailable(), 0);
+}
+
+void tst_stream_turns::aSlotMayEndTheStreamThatBegins()
+{
+    QString name;
+    connect(m_stream.get(), &Stream::connected, this, [&](const Central& central) {
+        m_stream.reset();
+        name = central.path();
+    });
+    m_bluez->send(m_stream->tx()->dbusPath(), "AcquireNotify"_qs,
+                  {FakeBluez::options(phonePath, "LE"_qs, 247)});
+    QTRY_VERIFY(!m_stream);
+    QCOMPARE(name, phonePath);
+}
+
+void tst_stream_turns::theNextSlotKnowsTheCentralOfAClosedStream()
+{
+    QString name;
+    connect(m_stream.get(), &Stream::connected, this, [this] { m_stream->close(); });
+    connect(m_stream.get(), &Stream::connected, this, [&](const Central& central) { name = central.path(); });
+    subscribe(phonePath);
+    QCOMPARE(name, phonePath);
 }
 
 QTEST_GUILESS_MAIN(tst_stream_turns)

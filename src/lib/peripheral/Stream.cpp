@@ -241,13 +241,19 @@ void plim::Stream::begin()
     m_output->begin(m_central);
     QIODevice::open(ReadWrite | Unbuffered);
     PLIM_LOG(plim::bleLogger(), DEBUG, Q_FUNC_INFO, "Stream with " << m_central.path() << " begins");
-    emit connected(m_central);
+    // A copy: slots may end the connection, or this object, and use it afterwards.
+    const Central central = m_central;
+    emit connected(central);
 }
 
 void plim::Stream::end()
 {
-    if (!isOpen() || m_isEnding || !receiveRest() || !isOpen() || m_isEnding) {
+    const quint64 connection = m_connections;
+    if (!isOpen() || m_isEnding || !receiveRest()) {
         return;
+    }
+    if (!isOpen() || m_isEnding || m_connections != connection) {
+        return; // a slot has ended it
     }
     m_isEnding = true;
     const QPointer<Stream> self = this;
