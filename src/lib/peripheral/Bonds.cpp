@@ -60,35 +60,35 @@ void plim::Bonds::forgetAll()
     if (std::exchange(m_forgetsAll, true)) {
         return;
     }
-    m_firstError.clear();
+    m_firstError = m_isKnown ? QString() : QStringLiteral("BlueZ has not told its bonds");
     const QStringList paths = m_bonds.keys();
     m_toForget = int(paths.size());
     for (const QString& path : paths) {
         removeDevice(path, [this, path](const QString& error) { finishOne(path, error); });
     }
     if (paths.isEmpty()) {
-        const QString error = m_isKnown ? QString() : QStringLiteral("BlueZ has not told its bonds");
-        QMetaObject::invokeMethod(
-            this, [this, error] { finishAll(error); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, &Bonds::finishAll, Qt::QueuedConnection);
     }
 }
 
 void plim::Bonds::readAll()
 {
     const QPointer<Bonds> self(this);
+    // BlueZ may end in the event loop of a slot.
+    const auto canRead = [this, &self] { return self && m_bluez->isStarted(); };
     const QStringList before = m_bonds.keys();
     for (const QString& path : before) {
-        if (self && !m_bluez->contains(path, BluezInterfaces::Device)) {
+        if (canRead() && !m_bluez->contains(path, BluezInterfaces::Device)) {
             remove(path);
         }
     }
-    const QStringList devices = self ? m_bluez->paths(BluezInterfaces::Device) : QStringList();
+    const QStringList devices = canRead() ? m_bluez->paths(BluezInterfaces::Device) : QStringList();
     for (const QString& path : devices) {
-        if (self) {
+        if (canRead()) {
             update(path);
         }
     }
-    if (self && !std::exchange(m_isKnown, true)) {
+    if (canRead() && !std::exchange(m_isKnown, true)) {
         emit known();
     }
 }
@@ -135,16 +135,18 @@ void plim::Bonds::finishOne(const QString& path, const QString& error)
     if (m_firstError.isEmpty()) {
         m_firstError = error;
     }
-    --m_toForget;
+    const bool isLast = --m_toForget == 0;
     const QPointer<Bonds> self(this);
     emit forgotten(Central(path), error);
-    if (self && m_toForget == 0) {
-        finishAll(m_firstError);
+    if (self && isLast) {
+        finishAll();
     }
 }
 
-void plim::Bonds::finishAll(const QString& error)
+void plim::Bonds::finishAll()
 {
     m_forgetsAll = false;
+    // Not the member: slots may end this object, or forget all again.
+    const QString error = std::exchange(m_firstError, {});
     emit allForgotten(error);
 }

@@ -104,7 +104,7 @@ private:
     void remove(const QString& path);
     void removeDevice(const QString& path, const std::function<void(const QString& error)>& finished);
     void finishOne(const QString& path, const QString& error);
-    void finishAll(const QString& error);
+    void finishAll();
 
     const std::shared_ptr<detail::BluezObjects> m_bluez;
     QMap<QString, Bond> m_bonds; ///< by the centrals' paths
