@@ -58,8 +58,10 @@ void plim::detail::AgentObject::Release()
 {
     if (isDaemon()) {
         const QPointer<AgentObject> self(this);
+        const QString daemon = m_daemon;
         endAll();
-        if (self) {
+        // In the event loop of a slot, BlueZ may have restarted.
+        if (self && m_daemon == daemon) {
             emit released();
         }
     }

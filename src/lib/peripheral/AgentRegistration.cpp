@@ -56,18 +56,19 @@ void plim::detail::AgentRegistration::start()
 
 void plim::detail::AgentRegistration::released()
 {
+    ++m_attempt; // Qt may deliver an earlier answer later
     setState(Refused, QStringLiteral("BlueZ has removed the agent"));
 }
 
 void plim::detail::AgentRegistration::on_ownerChanged(const QString& /*name*/, const QString& /*former*/,
                                                       const QString& owner)
 {
-    ++m_attempt;
+    const int attempt = ++m_attempt;
     m_owner = owner;
     const QPointer<AgentRegistration> self(this);
     emit daemonChanged(QString());
-    if (!self) {
-        return;
+    if (!self || attempt != m_attempt) {
+        return; // in the event loop of a slot, the owner may change again
     }
     if (owner.isEmpty()) {
         setState(WaitingForBlueZ);
@@ -92,6 +93,8 @@ void plim::detail::AgentRegistration::registerAgent()
 {
     send(message("RegisterAgent") << m_capability,
          [this](const QDBusMessage& reply) { onRegistered(reply); });
+    // Qt may deliver BlueZ's first question before this answer.
+    emit daemonChanged(m_owner);
     setState(Pending);
 }
 
@@ -99,7 +102,6 @@ void plim::detail::AgentRegistration::onRegistered(const QDBusMessage& reply)
 {
     if (reply.type() == QDBusMessage::ReplyMessage) {
         send(message("RequestDefaultAgent"), [this](const QDBusMessage& answer) { onDefault(answer); });
-        emit daemonChanged(m_owner);
     } else if (isAbsence(reply.errorName())) {
         setState(WaitingForBlueZ);
     } else {

@@ -46,7 +46,7 @@ public:
     void released();
 
 signals:
-    /** The unique bus name of the BlueZ that has the agent has changed; empty if it is gone. */
+    /** The unique bus name of the BlueZ that was given the agent has changed; empty if it is gone. */
     void daemonChanged(const QString& uniqueName);
     void stateChanged();
 
