@@ -7,6 +7,8 @@
 #include <QTimeZone>
 #include <QtTest>
 
+#include <algorithm>
+
 using plim::Format;
 using plim::TimeChange;
 using plim::Unit;
@@ -46,6 +48,8 @@ private slots:
     void theTimeZoneIsInQuartersOfAnHour();
     void aChangedClockIsNotifiedWithItsReason();
     void theTreeHasNoProblems();
+    void slotsMayDeleteWhatIsAdded_data();
+    void slotsMayDeleteWhatIsAdded();
 
 private:
     /** The value that BlueZ gets, in hexadecimal. */
@@ -265,6 +269,44 @@ void tst_standard::theTreeHasNoProblems()
     plim::describe(plim::addBattery(m_app.get(), 50), "the main battery"_qs);
     plim::addCurrentTime(m_app.get());
     QCOMPARE(texts(plim::problems(*m_app)).join("; "_qs), QString());
+}
+
+void tst_standard::slotsMayDeleteWhatIsAdded_data()
+{
+    QTest::addColumn<int>("change");
+    QTest::addColumn<bool>("wholeService");
+    for (int change = 1; change <= 4; ++change) {
+        QTest::addRow("service at change %d", change) << change << true;
+        QTest::addRow("characteristic at change %d", change) << change << false;
+    }
+}
+
+void tst_standard::slotsMayDeleteWhatIsAdded()
+{
+    QFETCH(const int, change);
+    QFETCH(const bool, wholeService);
+    const auto addTo = [&](const auto& add) {
+        init();
+        int changes = 0;
+        QObject context;
+        connect(m_app.get(), &GattApplication::applicationChanged, &context, [&] {
+            if (++changes == change) {
+                const QList<GattService*> services = m_app->services();
+                GattService* service = services.isEmpty() ? nullptr : services.constFirst();
+                const QList<GattCharacteristic*> all =
+                    service ? service->characteristics() : QList<GattCharacteristic*>();
+                delete (wholeService ? static_cast<QObject*>(service) : all.value(0));
+            }
+        });
+        const QObject* added = add();
+        const QList<QObject*> all = m_app->findChildren<QObject*>();
+        return !added || std::count(all.begin(), all.end(), added) == 1;
+    };
+    QVERIFY(addTo([this] {
+        return plim::addDeviceInformation(m_app.get(), {"Example"_qs, "Lamp"_qs, "1"_qs, {}, {}, {}, {}, {}});
+    }));
+    QVERIFY(addTo([this] { return plim::addBattery(m_app.get(), 50); }));
+    QVERIFY(addTo([this] { return plim::addCurrentTime(m_app.get()); }));
 }
 
 QTEST_GUILESS_MAIN(tst_standard)

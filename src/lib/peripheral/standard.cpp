@@ -8,6 +8,7 @@
 #include "GattApplication.h"
 #include "plimlog.h"
 
+#include <QPointer>
 #include <QTimeZone>
 #include <QtEndian>
 
@@ -48,19 +49,20 @@ plim::Descriptor* setDescriptor(GattCharacteristic* characteristic, quint16 assi
     const auto there = std::find_if(all.cbegin(), all.cend(), [&uuid](const GattDescriptor* one) {
         return one->uuid() == uuid && qobject_cast<const plim::Descriptor*>(one);
     });
-    auto* descriptor = there == all.cend()
-                           ? plim::Descriptor::create(characteristic, uuid, plim::Access().read())
-                           : qobject_cast<plim::Descriptor*>(*there);
+    const QPointer<plim::Descriptor> descriptor =
+        there == all.cend() ? plim::Descriptor::create(characteristic, uuid, plim::Access().read())
+                            : qobject_cast<plim::Descriptor*>(*there);
     if (descriptor) {
         descriptor->WriteValue(value, {});
     }
     return descriptor;
 }
 
-/** A characteristic that is only read, unless its value is empty. */
+/** A characteristic that is only read, unless its value is empty. @param service  null if a slot of the
+ * program has deleted it */
 void addValue(plim::Service* service, quint16 assigned, const QByteArray& value)
 {
-    if (value.isEmpty()) {
+    if (value.isEmpty() || !service) {
         return;
     }
     auto* characteristic = plim::Characteristic::create(service, plim::uuid(assigned), plim::Access().read());
@@ -138,10 +140,7 @@ plim::Descriptor* plim::setFormat(GattCharacteristic* characteristic, const Form
 
 plim::Service* plim::addDeviceInformation(GattApplication* application, const DeviceInformation& values)
 {
-    Service* service = Service::create(application, uuid(0x180a));
-    if (!service) {
-        return nullptr;
-    }
+    const QPointer<Service> service = Service::create(application, uuid(0x180a));
     addValue(service, 0x2a29, attributeText(values.manufacturer));
     addValue(service, 0x2a24, attributeText(values.model));
     addValue(service, 0x2a25, attributeText(values.serialNumber));
@@ -163,7 +162,7 @@ plim::Service* plim::addDeviceInformation(GattApplication* application, const De
 plim::Characteristic* plim::addBattery(GattApplication* application, int percent, const QString& pathElement)
 {
     Service* service = Service::create(application, uuid(0x180f), true, pathElement);
-    Characteristic* level =
+    const QPointer<Characteristic> level =
         service ? Characteristic::create(service, uuid(0x2a19), Access().read().notify()) : nullptr;
     if (level) {
         setBatteryLevel(level, percent);
@@ -181,15 +180,17 @@ plim::Characteristic* plim::addCurrentTime(GattApplication* application,
                                            const std::function<QDateTime()>& clock)
 {
     const std::function<QDateTime()> now = clock ? clock : [] { return QDateTime::currentDateTime(); };
-    Service* service = Service::create(application, uuid(0x1805));
-    Characteristic* time =
+    const QPointer<Service> service = Service::create(application, uuid(0x1805));
+    const QPointer<Characteristic> time =
         service ? Characteristic::create(service, uuid(0x2a2b), Access().read().notify()) : nullptr;
-    Characteristic* zone = time ? Characteristic::create(service, uuid(0x2a0f), Access().read()) : nullptr;
-    if (!zone) {
+    const QPointer<Characteristic> zone =
+        service ? Characteristic::create(service, uuid(0x2a0f), Access().read()) : nullptr;
+    const QByteArray first = currentTimeOf(now(), 0);
+    if (!time || !zone) {
         return nullptr;
     }
     // Its own value is what was notified last; the reason is its last byte.
-    time->setValue(currentTimeOf(now(), 0));
+    time->setValue(first);
     time->setReadHandler([now, time](const ReadRequest& request) {
         const QByteArray notified = time->value();
         request.accept(currentTimeOf(now(), notified.isEmpty() ? 0 : quint8(notified.back())));
