@@ -1,6 +1,7 @@
 #include "ObservedCentrals.h"
 
 #include <QPointer>
+#include <QSignalSpy>
 
 using namespace CentralsScenario;
 using plim::Central;
@@ -20,6 +21,7 @@ private slots:
     void slotsMayDeleteTheObject();
     void slotsMayDeleteTheAttributeThatIsAsked_data();
     void slotsMayDeleteTheAttributeThatIsAsked();
+    void theEndOfALinkIsNoConfirmation();
     void theObjectMayEndWithADisconnectionUnderWay();
 };
 
@@ -134,6 +136,26 @@ void tst_central_ends::slotsMayDeleteTheAttributeThatIsAsked()
     EVENTUALLY_VERIFY(call.isFinished());
     QVERIFY(!tree.app);
     QCOMPARE(call.error().name(), "org.bluez.Error.Failed"_qs);
+}
+
+/** The characteristic knows of the end, though a slot that is called before runs an event loop. */
+void tst_central_ends::theEndOfALinkIsNoConfirmation()
+{
+    const Attributes tree(plim::Access().indicate());
+    QSignalSpy confirmed(tree.characteristic, &plim::Characteristic::confirmed);
+    start();
+    m_bluez->add(phonePath, phone());
+    settle();
+    bool hasReturned = false;
+    QObject context;
+    connect(m_centrals.get(), &Centrals::centralDisconnected, &context, [&] {
+        const QDBusPendingCall call = m_bluez->call(tree.characteristic->dbusPath(), "Confirm"_qs);
+        QTRY_VERIFY(call.isFinished());
+        hasReturned = true;
+    });
+    m_bluez->change(phonePath, device, {{"Connected"_qs, false}});
+    QTRY_VERIFY(hasReturned);
+    QCOMPARE(confirmed.size(), 0);
 }
 
 void tst_central_ends::theObjectMayEndWithADisconnectionUnderWay()

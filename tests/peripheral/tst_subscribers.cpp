@@ -188,7 +188,7 @@ void tst_subscribers::aNewRegistrationEndsAllSubscriptions()
     QSignalSpy unsubscribed(m_characteristic, &plim::Characteristic::unsubscribed);
     m_tree->app->createService("bbbb"_qs, true);
     QCOMPARE(m_characteristic->subscribers(), QList<Central>());
-    QCOMPARE(unsubscribed.size(), 1);
+    QTRY_COMPARE(unsubscribed.size(), 1);
 }
 
 void tst_subscribers::theEndOfTheDaemonEndsAllSubscriptions()

@@ -349,7 +349,7 @@ void plim::detail::BluezObjects::add(const Object& object, const QVariantMap& pr
     }
     m_objects[object] = properties;
     if (!names.isEmpty()) {
-        emit propertiesChanged(object.first, object.second, names);
+        tellChange(object, names);
     }
 }
 
@@ -373,7 +373,17 @@ void plim::detail::BluezObjects::change(const Object& object, const QVariantMap&
     for (const QString& name : invalidated) {
         known->remove(name);
     }
-    emit propertiesChanged(object.first, object.second, changed.keys() + invalidated);
+    tellChange(object, changed.keys() + invalidated);
+}
+
+void plim::detail::BluezObjects::tellChange(const Object& object, const QStringList& names)
+{
+    const QString connected = QStringLiteral("Connected");
+    if (object.second == BluezInterfaces::Device && names.contains(connected) &&
+        !value(object.first, object.second, connected).toBool()) {
+        emit deviceDisconnected(object.first);
+    }
+    emit propertiesChanged(object.first, object.second, names);
 }
 
 /** Puts the removal of what is known, and the end, before all other changes. */

@@ -90,6 +90,9 @@ signals:
     /** An interface has gone, and its properties with it. At BlueZ's end this is sent for all objects, those
      * below others first, before ended(). */
     void objectRemoved(const QString& path, const QString& interface);
+    /** A device has disconnected. Comes before propertiesChanged(), whose slots may run an event loop: it is
+     * for what has to know at once, and its slots run no code of the program. */
+    void deviceDisconnected(const QString& path);
     /** @param names  the properties that BlueZ has set or withdrawn */
     void propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
     /** Why a link has ended: "org.bluez.Reason.Remote", for instance. Only BlueZ from 5.83 on tells it, just
@@ -124,6 +127,7 @@ private:
     void add(const Object& object, const QVariantMap& properties);
     void remove(const Object& object);
     void change(const Object& object, const QVariantMap& changed, const QStringList& invalidated);
+    void tellChange(const Object& object, const QStringList& names);
     void removeAll();
 
     QDBusServiceWatcher m_name;

@@ -5,9 +5,7 @@
 #include "AcquireWriteAdaptor.h"
 #include "AttLimits.h"
 #include "AttributeServer.h"
-#include "BluezInterfaces.h"
 #include "BluezObjects.h"
-#include "GattApplication.h"
 #include "GattService.h"
 #include "LinkMtus.h"
 #include "SocketTransport.h"
@@ -24,9 +22,6 @@ namespace {
 
 /** When a link is lost, BlueZ says so, and right after that it calls Confirm for each open indication. */
 constexpr int falseConfirmationsMs = 500;
-
-/** More than any peripheral has. Without a limit, a caller could fill the memory. */
-constexpr int maximumSubscribers = 256;
 
 /** Bytes of a notification in front of the value. */
 constexpr int notificationHeader = 3;
@@ -94,31 +89,6 @@ void plim::Characteristic::setReadHandler(const ReadHandler& handler)
 void plim::Characteristic::setWriteHandler(const WriteHandler& handler)
 {
     m_server->setWriteHandler(handler);
-}
-
-void plim::Characteristic::trackSubscribers()
-{
-    if (m_tracking) {
-        return;
-    }
-    m_tracking = true;
-    m_mtus = detail::LinkMtus::shared();
-    showAcquiring();
-    watchBluez();
-    plim::connect(m_bluez.get(), &detail::BluezObjects::objectRemoved, this,
-                  &Characteristic::on_objectRemoved);
-    // Subscribers that BlueZ has not shown as objects end with it as well.
-    plim::connect(m_bluez.get(), &detail::BluezObjects::ended, this, &Characteristic::endSubscriptions);
-    if (const auto* application = qobject_cast<GattApplication*>(parent() ? parent()->parent() : nullptr)) {
-        // It is registered again, which ends all subscriptions.
-        m_treeChanges = plim::connect(application, &GattApplication::applicationChanged, this,
-                                      &Characteristic::endSubscriptions);
-    }
-}
-
-QList<plim::Central> plim::Characteristic::subscribers() const
-{
-    return m_subscribers;
 }
 
 /** Shows on the bus what makes BlueZ ask for sockets. */
@@ -270,11 +240,12 @@ void plim::Characteristic::StopNotify()
 {
     const QPointer<Characteristic> self = this;
     const bool someHaveSockets = m_sockets && m_sockets->stopBus();
-    if (self && !someHaveSockets) {
+    const QList<Central> ended = takeSubscribersOfBus();
+    if (!someHaveSockets) {
         GattCharacteristic::StopNotify();
     }
     if (self) {
-        unsubscribeAll();
+        tellUnsubscribed(ended);
     }
 }
 
@@ -290,10 +261,14 @@ void plim::Characteristic::Confirm()
 
 void plim::Characteristic::AcquireNotify(const QVariantMap& options)
 {
+    const int endings = m_endings;
     if (!calledFromDBus() || refusesSubscribing() || !m_server->note(*this, options)) {
         return;
     }
-    if (m_sockets) {
+    if (m_endings != endings) {
+        // It was given up in the event loop of a slot.
+        m_server->refuse(*this, *detail::SocketTransport::declined);
+    } else if (m_sockets) {
         m_sockets->acquireNotify(*this, options);
     } else {
         m_server->refuse(*this, *detail::SocketTransport::declined);
@@ -309,33 +284,6 @@ void plim::Characteristic::AcquireWrite(const QVariantMap& options)
     if (!m_sockets || !m_sockets->acquireWrite(*this, options)) {
         // BlueZ calls WriteValue(). After another error, it would drop the value.
         m_server->refuse(*this, AttError::UnlikelyError);
-    }
-}
-
-void plim::Characteristic::addSubscriber(const Central& central)
-{
-    if (!central.isNull() && !m_subscribers.contains(central) && m_subscribers.size() < maximumSubscribers) {
-        m_subscribers << central;
-        emit subscribed(central);
-    }
-}
-
-void plim::Characteristic::removeSubscriber(const Central& central)
-{
-    if (m_subscribers.removeOne(central)) {
-        emit unsubscribed(central);
-    }
-}
-
-/** BlueZ has forgotten all subscriptions. */
-void plim::Characteristic::endSubscriptions()
-{
-    const QPointer<Characteristic> self = this;
-    if (m_sockets) {
-        m_sockets->closeAll();
-    }
-    if (self) {
-        unsubscribeAll();
     }
 }
 
@@ -362,36 +310,7 @@ void plim::Characteristic::watchBluez()
 {
     if (!m_bluez) {
         m_bluez = detail::BluezObjects::shared();
-        plim::connect(m_bluez.get(), &detail::BluezObjects::propertiesChanged, this,
-                      &Characteristic::on_propertiesChanged);
-    }
-}
-
-void plim::Characteristic::on_propertiesChanged(const QString& path, const QString& interface,
-                                                const QStringList& names)
-{
-    const QString connected = QStringLiteral("Connected");
-    if (interface == BluezInterfaces::Device && names.contains(connected) &&
-        !m_bluez->value(path, interface, connected).toBool()) {
-        m_sinceDisconnection.start();
-    }
-}
-
-void plim::Characteristic::on_objectRemoved(const QString& path, const QString& interface)
-{
-    if (interface == BluezInterfaces::Device) {
-        removeSubscriber(Central(path));
-    }
-}
-
-/** Ends the subscriptions of the centrals that have no socket. */
-void plim::Characteristic::unsubscribeAll()
-{
-    const QPointer<Characteristic> self = this;
-    const QList<Central> all = m_subscribers;
-    for (auto central = all.begin(); self && central != all.end(); ++central) {
-        if (!m_sockets || !m_sockets->hasSocket(*central)) {
-            removeSubscriber(*central);
-        }
+        plim::connect(m_bluez.get(), &detail::BluezObjects::deviceDisconnected, this,
+                      [this] { m_sinceDisconnection.start(); });
     }
 }

@@ -233,9 +233,9 @@ private:
     void endSubscriptions();
     void store(const QByteArray& value, const QVariantMap& options, bool notify);
     void watchBluez();
-    void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
     void on_objectRemoved(const QString& path, const QString& interface);
-    void unsubscribeAll();
+    QList<Central> takeSubscribersOfBus();
+    void tellUnsubscribed(const QList<Central>& centrals);
 
     const QPointer<GattCharacteristic> m_control;
     const std::unique_ptr<detail::AttributeServer> m_server;
@@ -244,6 +244,7 @@ private:
     QMetaObject::Connection m_treeChanges;
     QElapsedTimer m_sinceDisconnection;
     bool m_tracking = false;
+    int m_endings = 0; ///< how often all subscriptions have ended
     Transport m_transport = Transport::Bus;
     bool m_offersWriting = false;                       ///< whether the bus shows WriteAcquired
     std::unique_ptr<detail::SocketTransport> m_sockets; ///< null until Transport::Sockets is set

@@ -25,8 +25,14 @@ std::shared_ptr<plim::detail::LinkMtus> plim::detail::LinkMtus::shared()
 plim::detail::LinkMtus::LinkMtus() : m_bluez(BluezObjects::shared()), m_requests(RequestWitness::shared())
 {
     plim::connect(m_requests.get(), &RequestWitness::requested, this, &LinkMtus::on_requested);
-    plim::connect(m_bluez.get(), &BluezObjects::propertiesChanged, this, &LinkMtus::on_propertiesChanged);
-    plim::connect(m_bluez.get(), &BluezObjects::objectRemoved, this, &LinkMtus::on_objectRemoved);
+    // The next link of a central may have shorter packets.
+    plim::connect(m_bluez.get(), &BluezObjects::deviceDisconnected, this, &LinkMtus::forget);
+    plim::connect(m_bluez.get(), &BluezObjects::objectRemoved, this,
+                  [this](const QString& path, const QString& interface) {
+                      if (interface == BluezInterfaces::Device) {
+                          forget(path);
+                      }
+                  });
 }
 
 int plim::detail::LinkMtus::mtu(const QString& device) const
@@ -43,18 +49,7 @@ void plim::detail::LinkMtus::on_requested(const QString& caller, const QString& 
     }
 }
 
-/** The next link of a central may have shorter packets. */
-void plim::detail::LinkMtus::on_propertiesChanged(const QString& path, const QString& interface,
-                                                  const QStringList& names)
+void plim::detail::LinkMtus::forget(const QString& device)
 {
-    const QString connected = QStringLiteral("Connected");
-    if (interface == BluezInterfaces::Device && names.contains(connected) &&
-        !m_bluez->value(path, interface, connected).toBool()) {
-        m_mtus.remove(path);
-    }
-}
-
-void plim::detail::LinkMtus::on_objectRemoved(const QString& path)
-{
-    m_mtus.remove(path);
+    m_mtus.remove(device);
 }

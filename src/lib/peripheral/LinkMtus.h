@@ -3,7 +3,6 @@
 #include <QHash>
 #include <QObject>
 #include <QString>
-#include <QStringList>
 
 #include <memory>
 
@@ -29,8 +28,7 @@ public:
 private:
     LinkMtus();
     void on_requested(const QString& caller, const QString& device, const QString& link, int mtu);
-    void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
-    void on_objectRemoved(const QString& path);
+    void forget(const QString& device);
 
     const std::shared_ptr<BluezObjects> m_bluez;
     const std::shared_ptr<RequestWitness> m_requests;

@@ -30,6 +30,8 @@ plim::detail::LostSubscriptions::LostSubscriptions(const std::shared_ptr<BluezOb
                                                    QObject* parent)
     : QObject(parent), m_bluez(bluez)
 {
+    plim::connect(m_bluez.get(), &BluezObjects::deviceDisconnected, this,
+                  &LostSubscriptions::on_deviceDisconnected);
     plim::connect(m_bluez.get(), &BluezObjects::propertiesChanged, this,
                   &LostSubscriptions::on_propertiesChanged);
     plim::connect(m_bluez.get(), &BluezObjects::objectRemoved, this, &LostSubscriptions::on_objectRemoved);
@@ -54,7 +56,7 @@ void plim::detail::LostSubscriptions::forget(const Central& central)
 void plim::detail::LostSubscriptions::clear()
 {
     m_closed.clear();
-    update();
+    m_isAnyConnected = false;
 }
 
 bool plim::detail::LostSubscriptions::is(const Central& central, const char* property) const
@@ -82,20 +84,21 @@ bool plim::detail::LostSubscriptions::mayBeSubscribed(const Closed& closed) cons
     return false;
 }
 
-void plim::detail::LostSubscriptions::on_propertiesChanged(const QString& path, const QString& interface,
-                                                           const QStringList& names)
+/** What follows from it is found out in on_propertiesChanged(). */
+void plim::detail::LostSubscriptions::on_deviceDisconnected(const QString& path)
 {
-    const QString connected = QStringLiteral("Connected");
-    if (interface != BluezInterfaces::Device || !names.contains(connected)) {
-        return;
-    }
     for (auto since = m_disconnections.begin(); since != m_disconnections.end();) {
         since = isRecent(*since) ? std::next(since) : m_disconnections.erase(since);
     }
-    if (!m_bluez->value(path, interface, connected).toBool()) {
-        m_disconnections[Central(path)].start();
+    m_disconnections[Central(path)].start();
+}
+
+void plim::detail::LostSubscriptions::on_propertiesChanged(const QString& /*path*/, const QString& interface,
+                                                           const QStringList& names)
+{
+    if (interface == BluezInterfaces::Device && names.contains(QStringLiteral("Connected"))) {
+        update();
     }
-    update();
 }
 
 void plim::detail::LostSubscriptions::on_objectRemoved(const QString& path, const QString& interface)

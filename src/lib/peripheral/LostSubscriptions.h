@@ -38,7 +38,7 @@ public:
     void noteClosed(const Central& central);
     /** The central has a socket again. */
     void forget(const Central& central);
-    /** All subscriptions have ended. */
+    /** All subscriptions have ended. Emits nothing. */
     void clear();
 
 signals:
@@ -58,6 +58,7 @@ private:
 
     bool is(const Central& central, const char* property) const;
     bool mayBeSubscribed(const Closed& closed) const;
+    void on_deviceDisconnected(const QString& path);
     void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
     void on_objectRemoved(const QString& path, const QString& interface);
     void update();

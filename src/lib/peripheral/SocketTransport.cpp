@@ -131,7 +131,7 @@ void plim::detail::SocketTransport::answer(const Acquisition& acquisition)
     plim::connect(socket, &AttSocket::writable, this, [this, central] { emit readyToWrite(central); });
     const QPointer<SocketTransport> self = this;
     m_lost->forget(central);
-    if (self) {
+    if (self && hasSocket(central)) {
         startNotifying(central);
     }
 }
@@ -194,10 +194,9 @@ std::optional<plim::AttError> plim::detail::SocketTransport::acquire(const Acqui
 
 bool plim::detail::SocketTransport::stopBus()
 {
-    const QPointer<SocketTransport> self = this;
     m_isBusNotified = false;
     m_lost->clear();
-    return self && !m_notifying.empty();
+    return !m_notifying.empty();
 }
 
 bool plim::detail::SocketTransport::hasSocket(const Central& central) const
@@ -312,11 +311,7 @@ void plim::detail::SocketTransport::closeAll()
     }
     m_missed.clear();
     m_isBusNotified = false;
-    const QPointer<SocketTransport> self = this;
     m_lost->clear();
-    if (self && m_characteristic->notifying()) {
-        m_characteristic->StopNotify();
-    }
 }
 
 /** The socket that reaches a central; null if there is none. */
@@ -355,7 +350,8 @@ void plim::detail::SocketTransport::startNotifying(const Central& central)
 {
     const QPointer<SocketTransport> self = this;
     emit subscribed(central);
-    if (self) {
+    // The subscription may have ended in the event loop of a slot.
+    if (self && hasSubscribers()) {
         m_characteristic->StartNotify();
     }
 }

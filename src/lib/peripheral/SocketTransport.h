@@ -84,7 +84,7 @@ public:
     /** Reads the writes of a central that wait in its socket, up to some. */
     void read(const Central& central);
 
-    /** Closes all sockets, after the end of all subscriptions. */
+    /** Closes all sockets, after the end of all subscriptions. Emits nothing. */
     void closeAll();
 
 signals:
