@@ -25,6 +25,9 @@ private slots:
     void whatBluezShowsIsTold();
     void otherChangesAreNotTold();
     void theMtuComesWithARequest();
+    void aRequestBeforeTheDescriptionTellsTheMtu();
+    void theLongestValueIsKnownWhenTheMtuIsTold();
+    void theMtuStaysWhenAnotherInterfaceGoes();
     void strangersTellNothing();
     void classicDevicesAreNoCentrals();
     void aRequestTellsTheKindOfLink();
@@ -177,6 +180,54 @@ void tst_centrals::theMtuComesWithARequest()
     m_bluez->change(phonePath, device, {{"Connected"_qs, true}});
     settle();
     QCOMPARE(m_centrals->connected().constFirst().mtu(), 0);
+}
+
+/** BlueZ tells it with requests only, and a central may send no other one. */
+void tst_centrals::aRequestBeforeTheDescriptionTellsTheMtu()
+{
+    const Attributes tree;
+    tree.characteristic->trackSubscribers();
+    m_bluez->objects = {{QDBusObjectPath(hci0), adapterAt("00:AA:01:00:00:00")},
+                        {QDBusObjectPath(phonePath), phone()}};
+    m_bluez->holdsDescription = true;
+    QVERIFY(m_bluez->appear());
+    QTRY_COMPARE(m_bluez->calls.size(), 1);
+    const QDBusPendingCall read = m_bluez->call(tree.characteristic->dbusPath(), "ReadValue"_qs,
+                                                {FakeBluez::options(phonePath, "LE"_qs, 185)});
+    QTRY_VERIFY(read.isFinished());
+    m_bluez->send(m_bluez->description(m_bluez->calls.constFirst()));
+    QCOMPARE(told(), QStringList({"+ " + phonePath, "= " + phonePath}));
+    QCOMPARE(m_centrals->connected().constFirst().mtu(), 185);
+    QCOMPARE(tree.characteristic->maximumLength(Central(phonePath)), 182);
+}
+
+void tst_centrals::theLongestValueIsKnownWhenTheMtuIsTold()
+{
+    const Attributes tree;
+    tree.characteristic->trackSubscribers();
+    int length = 0;
+    QObject context;
+    connect(m_centrals.get(), &Centrals::centralChanged, &context,
+            [&](const Central& central) { length = tree.characteristic->maximumLength(central); });
+    start();
+    m_bluez->add(phonePath, phone());
+    m_bluez->read(tree.characteristic->dbusPath(), phonePath, "LE"_qs, 185);
+    settle();
+    QCOMPARE(length, 182);
+}
+
+void tst_centrals::theMtuStaysWhenAnotherInterfaceGoes()
+{
+    const Attributes tree;
+    tree.characteristic->trackSubscribers();
+    start();
+    m_bluez->add(phonePath, phone());
+    m_bluez->read(tree.characteristic->dbusPath(), phonePath, "LE"_qs, 185);
+    m_bluez->add(phonePath, {{"org.bluez.Battery1"_qs, {}}});
+    m_bluez->remove(phonePath, {"org.bluez.Battery1"_qs});
+    settle();
+    QCOMPARE(tree.characteristic->maximumLength(Central(phonePath)), 182);
+    QCOMPARE(m_centrals->connected().constFirst().mtu(), 185);
 }
 
 void tst_centrals::strangersTellNothing()

@@ -3,6 +3,7 @@
 #include "AdapterChoice.h"
 #include "BluezInterfaces.h"
 #include "BluezObjects.h"
+#include "LinkMtus.h"
 #include "RequestWitness.h"
 #include "UserCallback.h"
 #include "plim.h"
@@ -50,7 +51,8 @@ plim::Centrals::Centrals(const QString& adapter, QObject* parent)
     : QObject(parent),
       m_adapter(adapter),
       m_bluez(BluezObjects::shared()),
-      m_requests(RequestWitness::shared())
+      m_requests(RequestWitness::shared()),
+      m_mtus(detail::LinkMtus::shared()) // before on_requested() is connected, so that it knows first
 {
     qRegisterMetaType<Central>("plim::Central");
     qRegisterMetaType<Reason>("plim::Centrals::Reason");
@@ -110,14 +112,15 @@ void plim::Centrals::on_objectRemoved(const QString& path, const QString& interf
     on_objectAdded(path, interface);
 }
 
-void plim::Centrals::on_requested(const QString& caller, const QString& device, const QString& link, int mtu)
+void plim::Centrals::on_requested(const QString& caller, const QString& device, const QString& link,
+                                  int /*mtu*/)
 {
     if (!m_bluez->isBluez(caller) || !isConnected(device)) {
         return;
     }
-    Link& known = m_links[device];
-    known.kind = link.isEmpty() ? known.kind : link;
-    known.mtu = mtu > 0 ? mtu : known.mtu;
+    if (!link.isEmpty()) {
+        m_links.insert(device, link);
+    }
     update(device);
 }
 
@@ -137,7 +140,7 @@ bool plim::Centrals::isOverLowEnergy(const QString& path) const
     if (shown.isValid()) {
         return shown.toBool();
     }
-    const QString told = m_links.value(path).kind;
+    const QString told = m_links.value(path);
     if (!told.isEmpty()) {
         return told == QLatin1String("LE");
     }
@@ -156,7 +159,7 @@ plim::Central plim::Centrals::described(const QString& path) const
     central.m_isPaired = device.value(QStringLiteral("Paired")).toBool();
     central.m_isBonded = device.value(QStringLiteral("Bonded")).toBool();
     central.m_isTrusted = device.value(QStringLiteral("Trusted")).toBool();
-    central.m_mtu = m_links.value(path).mtu;
+    central.m_mtu = m_mtus->toldMtu(path);
     return central;
 }
 

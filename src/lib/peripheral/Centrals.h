@@ -16,6 +16,7 @@ namespace plim {
 
 namespace detail {
 class BluezObjects;
+class LinkMtus;
 class RequestWitness;
 } // namespace detail
 
@@ -102,13 +103,6 @@ signals:
     void centralDisconnected(const plim::Central& central, plim::Centrals::Reason reason);
 
 private:
-    /** What requests have told of a link. */
-    struct Link
-    {
-        QString kind; ///< "LE" or "BR/EDR"
-        int mtu = 0;
-    };
-
     void on_objectAdded(const QString& path, const QString& interface);
     void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
     void on_objectRemoved(const QString& path, const QString& interface);
@@ -122,8 +116,9 @@ private:
     const QString m_adapter;
     const std::shared_ptr<detail::BluezObjects> m_bluez;
     const std::shared_ptr<detail::RequestWitness> m_requests;
+    const std::shared_ptr<detail::LinkMtus> m_mtus;
     QList<Central> m_connected;
-    QHash<QString, Link> m_links;      ///< by path
+    QHash<QString, QString> m_links;   ///< "LE" or "BR/EDR", as requests have told, by path
     QHash<QString, QString> m_reasons; ///< by path, until the end of the link is known
 };
 

@@ -40,6 +40,11 @@ int plim::detail::LinkMtus::mtu(const QString& device) const
     return m_mtus.value(device, smallestMtu);
 }
 
+int plim::detail::LinkMtus::toldMtu(const QString& device) const
+{
+    return m_mtus.value(device, 0);
+}
+
 void plim::detail::LinkMtus::on_requested(const QString& caller, const QString& device,
                                           const QString& /*link*/, int mtu)
 {

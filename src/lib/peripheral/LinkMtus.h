@@ -24,6 +24,8 @@ public:
 
     /** @return in bytes; 23, the least there is, where BlueZ has not said */
     int mtu(const QString& device) const;
+    /** The same; 0 where BlueZ has not said. */
+    int toldMtu(const QString& device) const;
 
 private:
     LinkMtus();
