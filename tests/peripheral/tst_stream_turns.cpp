@@ -17,6 +17,7 @@ private slots:
     void cleanup();
     void anAnswerForTheFormerCentralIsNoneForTheNext();
     void aCentralThatConnectsWithoutASubscriptionIsNotServed();
+    void aLinkMayEndAndComeBackInOnesSlot();
     void aTransactionEndsWithTheConnection();
     void aSlotMayEndTheStreamThatBegins();
     void theNextSlotKnowsTheCentralOfAClosedStream();
@@ -90,6 +91,29 @@ void tst_stream_turns::aCentralThatConnectsWithoutASubscriptionIsNotServed()
     setConnected(phonePath, true);
     subscribe(tabletPath); // when this has been handled, what was sent before has been, too
     QCOMPARE(m_stream->central(), Central(tabletPath));
+}
+
+/** A slot that is called before the stream hears of the end runs an event loop, as a dialog does. */
+void tst_stream_turns::aLinkMayEndAndComeBackInOnesSlot()
+{
+    cleanup();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the library's copy of BlueZ's objects
+    const plim::Centrals centrals;
+    init();
+    QTRY_COMPARE(centrals.connected().size(), 2);
+    subscribe(phonePath);
+    QSignalSpy connected(m_stream.get(), &Stream::connected);
+    QSignalSpy disconnected(m_stream.get(), &Stream::disconnected);
+    bool hasReturned = false;
+    connect(&centrals, &plim::Centrals::centralDisconnected, this, [&] {
+        setConnected(phonePath, true);
+        hasReturned = QTest::qWaitFor([&] { return centrals.connected().size() == 2; }, 10000);
+    });
+    setConnected(phonePath, false);
+    QTRY_VERIFY(hasReturned);
+    QTRY_COMPARE(disconnected.size(), 1);
+    QCOMPARE(connected.size(), 1);
+    QCOMPARE(m_stream->central(), Central(phonePath));
 }
 
 void tst_stream_turns::aTransactionEndsWithTheConnection()

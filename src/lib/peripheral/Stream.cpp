@@ -69,6 +69,8 @@ plim::Stream::Stream(GattApplication* application, const StreamService& service,
     plim::connect(m_tx.data(), &Characteristic::unsubscribed, this, &Stream::on_unsubscribed);
     plim::connect(m_tx.data(), &QObject::destroyed, this, &Stream::end);
     plim::connect(m_rx.data(), &QObject::destroyed, this, &Stream::end);
+    plim::connect(m_bluez.get(), &detail::BluezObjects::deviceDisconnected, this,
+                  &Stream::on_deviceDisconnected);
     plim::connect(m_bluez.get(), &detail::BluezObjects::propertiesChanged, this,
                   &Stream::on_propertiesChanged);
 }
@@ -204,7 +206,16 @@ void plim::Stream::on_unsubscribed(const Central& central)
     }
 }
 
-/** BlueZ keeps the subscriptions of bonded centrals that leave, and does not name them again. */
+/** What follows from it is done in on_propertiesChanged(). */
+void plim::Stream::on_deviceDisconnected(const QString& path)
+{
+    const Central central(path);
+    m_waiting.removeAll(central);
+    m_isLinkLost = m_isLinkLost || central == m_central;
+}
+
+/** BlueZ keeps the subscriptions of bonded centrals that leave, and does not name them again. When this is
+ * called, the central may be back: others' slots run event loops. */
 void plim::Stream::on_propertiesChanged(const QString& path, const QString& interface,
                                         const QStringList& names)
 {
@@ -213,9 +224,12 @@ void plim::Stream::on_propertiesChanged(const QString& path, const QString& inte
         return;
     }
     const Central central(path);
-    if (!m_bluez->value(path, interface, connected).toBool()) {
-        on_unsubscribed(central);
-    } else if (m_tx && m_tx->subscribers().contains(central)) {
+    const QPointer<Stream> self = this;
+    if (m_isLinkLost && central == m_central) {
+        end();
+    }
+    if (self && m_bluez->value(path, interface, connected).toBool() && m_tx &&
+        m_tx->subscribers().contains(central)) {
         on_subscribed(central);
     }
 }
@@ -237,6 +251,7 @@ void plim::Stream::begin()
         return;
     }
     m_central = m_waiting.constFirst();
+    m_isLinkLost = false;
     ++m_connections;
     m_output->begin(m_central);
     QIODevice::open(ReadWrite | Unbuffered);

@@ -177,6 +177,7 @@ protected:
 private:
     void on_subscribed(const Central& central);
     void on_unsubscribed(const Central& central);
+    void on_deviceDisconnected(const QString& path);
     void on_propertiesChanged(const QString& path, const QString& interface, const QStringList& names);
     void on_taken(qint64 bytes);
     void begin();
@@ -201,7 +202,8 @@ private:
     qint64 m_writeBufferSize;
     qint64 m_rejectedBytes = 0;
     const Characteristic::Transport m_transport;
-    bool m_isPaused = false; ///< nothing is read from the socket of m_central's writes
+    bool m_isPaused = false;   ///< nothing is read from the socket of m_central's writes
+    bool m_isLinkLost = false; ///< m_central has disconnected
     bool m_isEnding = false;
     bool m_isAnnouncing = false; ///< readyRead() is being emitted
     quint64 m_connections = 0;
