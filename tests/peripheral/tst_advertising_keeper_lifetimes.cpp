@@ -1,5 +1,7 @@
 #include "KeeperScenario.h"
 
+#include <functional>
+
 using namespace KeeperScenario;
 
 namespace {
@@ -17,6 +19,8 @@ QStringList matchRules()
 
 } // namespace
 
+Q_DECLARE_METATYPE(std::function<void()>)
+
 /** A keeper, the program and the manager side by side, and the ends of each. */
 class tst_advertising_keeper_lifetimes : public Scenario
 {
@@ -33,6 +37,8 @@ private slots:
     void nullIsIgnored();
     void slotsMayEndAnything_data();
     void slotsMayEndAnything();
+    void aSlotMayRunAnEventLoop_data();
+    void aSlotMayRunAnEventLoop();
     void aDeletedAdvertisementIsForgotten();
     void powerCyclesLeaveNothingBehind();
 };
@@ -174,6 +180,48 @@ void tst_advertising_keeper_lifetimes::slotsMayEndAnything()
         EVENTUALLY_VERIFY(isBroadcast("/other"_qs));
     }
     BleManager::instance()->remove(&other);
+}
+
+void tst_advertising_keeper_lifetimes::aSlotMayRunAnEventLoop_data()
+{
+    using Deed = std::function<void()>;
+    QTest::addColumn<Deed>("end");
+    QTest::addColumn<Deed>("begin");
+    QTest::newRow("BlueZ restarts") << Deed([this] { m_ble.vanish(); }) << Deed([this] { m_ble.appear(); });
+    QTest::newRow("the adapter is switched")
+        << Deed([] { setPowered(false); }) << Deed([] { setPowered(true); });
+    QTest::newRow("the machine sleeps")
+        << Deed([this] { sleep(true, m_login); }) << Deed([this] { sleep(false, m_login); });
+}
+
+/** In which all advertisements come back before the end of the second one is told. */
+void tst_advertising_keeper_lifetimes::aSlotMayRunAnEventLoop()
+{
+    QFETCH(const std::function<void()>, end);
+    QFETCH(const std::function<void()>, begin);
+    const auto second = std::make_unique<Advertisement>(nullptr, "/second"_qs);
+    BleManager::instance()->add(second.get());
+    m_keeper = std::make_unique<AdvertisingKeeper>();
+    m_keeper->keep(m_adv.get());
+    m_keeper->keep(second.get());
+    const auto areOnAir = [&] { return m_keeper->isOnAir(m_adv.get()) && m_keeper->isOnAir(second.get()); };
+    EVENTUALLY_VERIFY(areOnAir());
+    const GapAdvertisement* first = nullptr;
+    bool hasReturned = false;
+    connect(m_keeper.get(), &AdvertisingKeeper::offAir, this, [&](const GapAdvertisement* advertisement) {
+        if (!first) {
+            first = advertisement;
+            begin();
+            EVENTUALLY_VERIFY(m_keeper->isOnAir(first));
+            QTest::qWait(quietMs);
+            hasReturned = true;
+        }
+    });
+    end();
+    EVENTUALLY_VERIFY(hasReturned);
+    EVENTUALLY_VERIFY(areOnAir());
+    m_keeper.reset();
+    BleManager::instance()->remove(second.get());
 }
 
 void tst_advertising_keeper_lifetimes::aDeletedAdvertisementIsForgotten()

@@ -17,8 +17,15 @@ plim::AdvertisingKeeper::AdvertisingKeeper(QObject* parent) : QObject(parent), m
 {
     using detail::RadioWatch;
     const RadioWatch* radio = m_radio.get();
-    plim::connect(radio, &RadioWatch::powerChanged, this, &AdvertisingKeeper::on_powerChanged);
-    plim::connect(radio, &RadioWatch::sleepChanged, this, &AdvertisingKeeper::on_sleepChanged);
+    plim::connect(radio, &RadioWatch::powerChanged, this, [this](const QString& adapter) {
+        forEach([&](Kept& kept) {
+            if (kept.adapter() == adapter) {
+                followRadio(kept, PoweredOff);
+            }
+        });
+    });
+    plim::connect(radio, &RadioWatch::sleepChanged, this,
+                  [this] { forEach([this](Kept& kept) { followRadio(kept, Suspended); }); });
     plim::connect(radio, &RadioWatch::connected, this, &AdvertisingKeeper::on_connected);
     plim::connect(radio, &RadioWatch::instanceFreed, this, [this](const QString& adapter) {
         forEach([&](Kept& kept) {
@@ -102,18 +109,11 @@ void plim::AdvertisingKeeper::forEach(const std::function<void(Kept&)>& function
     }
 }
 
-void plim::AdvertisingKeeper::on_powerChanged(const QString& adapter, bool isOn)
+/** By the present state: in the event loop of a slot that was called before, it may have changed again. */
+void plim::AdvertisingKeeper::followRadio(Kept& kept, Reason reason) const
 {
-    forEach([&](Kept& kept) {
-        if (kept.adapter() == adapter) {
-            isOn ? kept.request() : kept.interrupt(PoweredOff);
-        }
-    });
-}
-
-void plim::AdvertisingKeeper::on_sleepChanged(bool isAsleep)
-{
-    forEach([&](Kept& kept) { isAsleep ? kept.interrupt(Suspended) : kept.request(); });
+    const bool isReady = reason == Suspended ? !m_radio->isAsleep() : m_radio->isPowered(kept.adapter());
+    isReady ? kept.request() : kept.interrupt(reason);
 }
 
 void plim::AdvertisingKeeper::on_connected(const QString& device)

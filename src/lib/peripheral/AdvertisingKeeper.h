@@ -92,8 +92,7 @@ private:
     using Kept = detail::KeptAdvertisement;
 
     void forEach(const std::function<void(Kept&)>& function);
-    void on_powerChanged(const QString& adapter, bool isOn);
-    void on_sleepChanged(bool isAsleep);
+    void followRadio(Kept& kept, Reason reason) const;
     void on_connected(const QString& device);
 
     const std::unique_ptr<detail::RadioWatch> m_radio;

@@ -48,8 +48,7 @@ plim::detail::KeptAdvertisement::KeptAdvertisement(const GapAdvertisement* adver
     m_timer.setSingleShot(true);
     plim::connect(&m_timer, &QTimer::timeout, this, &KeptAdvertisement::registerAgain);
     plim::connect(advertisement, &GapAdvertisement::dataChanged, this, &KeptAdvertisement::onChanged);
-    QMetaObject::invokeMethod(
-        this, [this] { start(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &KeptAdvertisement::start, Qt::QueuedConnection);
 }
 
 QString plim::detail::KeptAdvertisement::adapter() const
@@ -67,7 +66,7 @@ bool plim::detail::KeptAdvertisement::isConnectable() const
     return m_advertisement && m_advertisement->type() == QLatin1String("peripheral");
 }
 
-/** What happened before it was kept. */
+/** What has happened meanwhile. */
 void plim::detail::KeptAdvertisement::start()
 {
     const Phase state = stateOf(m_advertisement);
@@ -110,6 +109,8 @@ void plim::detail::KeptAdvertisement::handle(const BleRegistrationEvent& event)
         if (event.managerInterface == BluezInterfaces::AdvertisingManager) {
             m_isRequested = false;
             m_isRefused = false;
+            // If a slot ran an event loop, what came after this may have been told before.
+            QMetaObject::invokeMethod(this, &KeptAdvertisement::start, Qt::QueuedConnection);
             interrupt(AdvertisingKeeper::BluezGone);
         }
     } else if (event.objectPath == m_path) {

@@ -26,6 +26,7 @@ public:
      */
     bool isReady(const QString& adapter) const { return !m_isAsleep && isPowered(adapter); }
     bool isPowered(const QString& adapter) const;
+    bool isAsleep() const { return m_isAsleep; }
     /** Whether another advertisement fits, as far as is known. */
     bool hasFreeInstance(const QString& adapter) const;
 
