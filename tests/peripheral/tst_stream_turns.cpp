@@ -97,7 +97,8 @@ void tst_stream_turns::aCentralThatConnectsWithoutASubscriptionIsNotServed()
 void tst_stream_turns::aLinkMayEndAndComeBackInOnesSlot()
 {
     cleanup();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the library's copy of BlueZ's objects
+    // The library's copy of BlueZ's objects ends, too.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     const plim::Centrals centrals;
     init();
     QTRY_COMPARE(centrals.connected().size(), 2);
