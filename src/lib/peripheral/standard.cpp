@@ -55,7 +55,7 @@ plim::Descriptor* setDescriptor(GattCharacteristic* characteristic, quint16 assi
     if (descriptor) {
         descriptor->WriteValue(value, {});
     }
-    return descriptor;
+    return descriptor.data();
 }
 
 /** A characteristic that is only read, unless its value is empty. @param service  null if a slot of the
