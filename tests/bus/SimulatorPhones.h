@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Eventually.h"
 #include "PlimBleTest.h"
 #include "RawPeripheral.h"
 
@@ -53,5 +54,3 @@ protected:
     std::unique_ptr<PlimBleTest> m_ble;
     std::unique_ptr<RawPeripheral> m_raw;
 };
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)

@@ -1,4 +1,5 @@
 #include "AnnouncingDaemon.h"
+#include "Eventually.h"
 #include "LogCapture.h"
 #include "OrgFreedesktopDBusObjectManagerInterface.h"
 #include "plim.h"
@@ -41,8 +42,6 @@ public:
 };
 
 } // namespace
-
-#define EVENTUALLY_COMPARE(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, 10000)
 
 /** The proxy of an object manager: which announcements it takes. */
 class tst_object_manager_proxy : public QObject
